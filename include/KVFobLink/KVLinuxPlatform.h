@@ -1,0 +1,79 @@
+/// The Linux platform: BlueZ over D-Bus, epoll, Nettle, ICU.
+#ifndef KVFOBLINK_KVLINUXPLATFORM_H
+#define KVFOBLINK_KVLINUXPLATFORM_H
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "KVFobLink/KVEventQueue.h"
+#include "KVFobLink/KVExport.h"
+#include "KVFobLink/KVPlatform.h"
+
+/// An event queue that also watches file descriptors.
+class KVFOB_EXPORT KVLinuxEventQueue : public KVEventQueue {
+ public:
+  /// Ends the watching when it is dropped; from then on the callback is not called. It may be
+  /// dropped inside its own callback, and after the queue.
+  class KVFOB_EXPORT Watch {
+   public:
+    virtual ~Watch() = default;
+
+    /// Replaces the events that are watched for.
+    virtual void setEvents(short events) = 0;
+  };
+
+  /// Calls `ready` on the event thread with what poll(2) would report (POLLIN, POLLOUT, POLLERR,
+  /// POLLHUP), for as long as that holds and the watch lives. `fd` stays the caller's and must
+  /// outlive the watch. Event thread.
+  [[nodiscard]] virtual std::unique_ptr<Watch> watch(int fd, short events,
+                                                     std::function<void(short)> ready) = 0;
+};
+
+/// Options of the BlueZ central.
+struct KVBlueZOptions {
+  /// Which adapter: "hci0", or its address "00:11:22:33:44:55"; empty takes the first that is
+  /// powered, else the first.
+  std::string adapter;
+  /// The address of the bus on which org.bluez is found; empty means the system bus
+  /// (DBUS_SYSTEM_BUS_ADDRESS is honoured).
+  std::string busAddress;
+  /// How long one attempt to connect may take before it is abandoned and the next is spaced.
+  std::chrono::milliseconds connectTimeout{20'000};
+  /// How long discovery of services may take once the link is up.
+  std::chrono::milliseconds servicesTimeout{10'000};
+  /// How long one read or write may take before the link counts as dead and is dropped.
+  std::chrono::milliseconds requestTimeout{5'000};
+  /// How long a link may take to end after it was asked to.
+  std::chrono::milliseconds disconnectTimeout{10'000};
+  /// A scan that hears nothing from any device for this long is restarted.
+  std::chrono::milliseconds scanWatchdog{90'000};
+  /// The pause after a failed attempt to connect: it doubles from the first value up to the second,
+  /// with jitter.
+  std::chrono::milliseconds retryFirst{250};
+  std::chrono::milliseconds retryMost{5'000};
+};
+
+/// Options of the Linux platform.
+struct KVLinuxOptions {
+  KVBlueZOptions bluez;
+  /// Takes the diagnostic lines, on any thread, one at a time; absent writes them to standard
+  /// error.
+  std::function<void(std::string_view line)> log;
+};
+
+/// Makes the Linux platform and its parts.
+class KVFOB_EXPORT KVLinuxPlatform {
+ public:
+  /// A whole platform. Nothing of the radio is touched before a central is made. Any thread.
+  static std::shared_ptr<KVPlatform> make(KVLinuxOptions options = {});
+
+  /// An event queue on epoll, with real time.
+  static std::shared_ptr<KVLinuxEventQueue> makeEventQueue();
+
+  KVLinuxPlatform() = delete;
+};
+
+#endif  // KVFOBLINK_KVLINUXPLATFORM_H
