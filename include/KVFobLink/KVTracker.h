@@ -1,0 +1,320 @@
+/// One key-finder tag.
+#ifndef KVFOBLINK_KVTRACKER_H
+#define KVFOBLINK_KVTRACKER_H
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "KVFobLink/KVBluetooth.h"
+#include "KVFobLink/KVExport.h"
+#include "KVFobLink/KVPlatform.h"
+#include "KVFobLink/KVTrackerTypes.h"
+#include "KVFobLink/KVTypes.h"
+
+namespace kv {
+class RssiPoller;
+class TrackerIndex;
+}  // namespace kv
+
+/// What is known of one tag: what it last advertised, its link, and the commands that drive it.
+///
+/// Trackers live in `std::shared_ptr` and are shared: the one that the application holds is the one
+/// in the manager's collections. All operations are for the event thread unless marked otherwise,
+/// and all callbacks run there. A callback may call anything, replace or clear itself, and drop the
+/// last reference to the tracker.
+///
+/// Commands work once `connection` is `KVConnectionConnected`. They are not queued, do not check
+/// the link and have no time-out: a command whose answer never comes never calls its completion.
+/// Each kind of command has one completion slot, which a new command of that kind replaces, and
+/// which stays in place after it was called.
+///
+///     tracker->switchBellStatus(/*status=*/true, [](bool success, const auto& error) {
+///       std::cout << (success ? "ringing" : error->domain) << '\n';
+///     });
+class KVFOB_EXPORT KVTracker final : public KVPeripheralDelegate,
+                                     public std::enable_shared_from_this<KVTracker> {
+ public:
+  using ConnectionCallback = std::function<void(std::uint64_t connection)>;
+  using ReceiveCallback = std::function<void(std::int64_t event)>;
+  using UpdateCallback = std::function<void()>;
+  using Date = std::chrono::system_clock::time_point;
+
+  /// A tracker of which nothing is known: `distance` is `KVDistanceFar`, everything else zero,
+  /// false or absent. Uses the platform in force now.
+  KVTracker();
+  ~KVTracker() override;
+
+  // ---- Commands
+  // -------------------------------------------------------------------------------------------------
+
+  /// Rings or silences the tag's bell.
+  ///
+  /// The payload is inverted on the wire: true is sent as 0x00.
+  ///
+  /// @param status      true to ring, false to silence.
+  /// @param completion  Called when the tag answers: (true, absent), or (false, error) with domain
+  ///                    "ring device failed." and code 200. May be absent.
+  void switchBellStatus(bool status, KVResultCallback completion);
+
+  /// Switches the alert that the tag gives when it loses the link. Inverted on the wire, as the
+  /// bell.
+  ///
+  /// @param completion  As above; the error has domain "write loss alert failed." and code 300.
+  void writeLossAlert(bool on, KVResultCallback completion);
+
+  /// Sets how long the tag waits after a loss before it gives the alert.
+  ///
+  /// @param delay       0 to 7000; the unit is the firmware's own. Any other value logs
+  ///                    "the given delay value is incorrect." and does nothing: an earlier
+  ///                    completion stays in place.
+  /// @param completion  As above; the error has domain "write loss delay failed." and code 400.
+  void writeLossDelay(std::int64_t delay, KVResultCallback completion);
+
+  /// Sets how far the tag may be before it counts as lost.
+  ///
+  /// @param level       `KVDistanceFar`, `KVDistanceMiddle` or `KVDistanceNear`, sent as the signed
+  /// byte 0, -8 or
+  ///                    -20. Any other value logs "the given distance level is incorrect." and does
+  ///                    nothing.
+  /// @param completion  Called when the write is confirmed: (true, absent), or (false, the
+  /// platform's error).
+  void writeLossDistance(std::uint64_t level, KVResultCallback completion);
+
+  /// Removes the bind password from the tag. Use `KVTrackerManager::unbindTracker` to unbind it
+  /// altogether.
+  ///
+  /// @param completion  As above; the error has domain "password removed." (sic) and code 500.
+  void removeBindPassword(KVResultCallback completion);
+
+  // ---- Events
+  // ---------------------------------------------------------------------------------------------------
+  // Each installs a callback in place of the earlier one; an absent one removes it. Equal values
+  // are reported again.
+
+  /// Reports each `connection` value, while the tracker is bound.
+  void didConnectionChange(ConnectionCallback callback);
+
+  /// Reports what the tag sends on its own: 1 when its button is pressed.
+  void didReceive(ReceiveCallback callback);
+
+  /// Reports that the state was set or that the live link's signal strength was read.
+  /// Advertisements do not report.
+  void didValueUpdate(UpdateCallback callback);
+
+  // ---- What the tag advertised
+  // ----------------------------------------------------------------------------------
+
+  /// The advertised name. Absent: no frame carries one; an application may set it with
+  /// `updateData`.
+  const std::optional<std::string>& name() const { return name_; }
+
+  /// The address as 12 lower-case hexadecimal digits, the tag's identity everywhere.
+  const std::optional<std::string>& mac() const { return mac_; }
+
+  /// The last signal strength, in dBm, of an advertisement or of the live link.
+  std::int64_t rssi() const { return rssi_; }
+
+  /// Stores a signal strength and recomputes `distance`; does not report an update.
+  void setRssi(std::int64_t rssi);
+
+  /// The battery value, 0 to 255, as advertised.
+  std::int64_t battery() const { return battery_; }
+
+  /// The advertised transmit power in dBm; stays 0 for a tag that is not bound.
+  std::int64_t radioTx() const { return radioTx_; }
+
+  /// The proximity, one of `KVDistance`.
+  std::uint64_t distance() const { return distance_; }
+
+  /// When the last advertisement was taken in.
+  const std::optional<Date>& advUpdate() const { return advUpdate_; }
+
+  /// The model number, 0 to 255, or -1 when the tag does not advertise one.
+  std::int64_t model() const { return model_; }
+
+  /// Writes one of the fields above; see `KVTrackerDataKey`. An unknown key and a value of the
+  /// wrong kind change nothing. Does not report an update.
+  void updateData(std::int64_t key, KVTrackerValue value);
+
+  // ---- Binding and link
+  // -----------------------------------------------------------------------------------------
+
+  /// Whether a bind request is in flight.
+  bool binding() const { return binding_; }
+
+  /// Stores the flag. When true, checks in 30 seconds whether it is still true and if so fails the
+  /// request through `bindingBlock`: domain "Error! Binding Timeout.", code 400. The check keeps
+  /// the tracker alive and is never cancelled: one that an earlier request left behind ends a later
+  /// request early.
+  void setBinding(bool binding);
+
+  /// Whether the tag belongs to the application's bound set.
+  bool bound() const { return bound_; }
+  void setBound(bool bound) { bound_ = bound; }
+
+  /// The bind password: UTF-8, 1 to 13 bytes. With any other the tag is never asked, and only the
+  /// time-out reports it.
+  const std::optional<std::string>& password() const { return password_; }
+  void setPassword(std::optional<std::string> password);
+
+  /// The link to the tag; absent until the tag has been heard.
+  const std::shared_ptr<KVPeripheral>& peripheral() const { return peripheral_; }
+
+  /// Stores the handle and becomes its delegate. The old handle keeps its delegate.
+  void setPeripheral(std::shared_ptr<KVPeripheral> peripheral);
+
+  /// The peripheral's state as last reported, one of `KVTrackerState` or -1.
+  std::int64_t state() const { return state_; }
+
+  /// Stores the state and acts on it, also when it does not change: 0 reports
+  /// `KVConnectionDisconnect` and stops polling, 1 reports `KVConnectionConnecting`, 2 starts
+  /// discovery and so the handshake. Then reports an update.
+  void setState(std::int64_t state);
+
+  /// The application's view of the link, one of `KVConnection`.
+  std::uint64_t connection() const { return connection_; }
+
+  /// Stores the value and, while the tracker is bound, reports it.
+  void updateConnection(std::uint64_t connection);
+
+  // ---- For the library, and for those who bring a platform of their own
+  // ---------------------------------------------
+
+  std::uint64_t auth() const { return auth_; }
+  void setAuth(std::uint64_t auth) { auth_ = auth; }
+
+  /// The command characteristic, and the one that takes the loss distance; they outlast the link.
+  const std::shared_ptr<KVCharacteristic>& korvaChar() const { return korvaChar_; }
+  void setKorvaChar(std::shared_ptr<KVCharacteristic> characteristic);
+  const std::shared_ptr<KVCharacteristic>& txChar() const { return txChar_; }
+  void setTxChar(std::shared_ptr<KVCharacteristic> characteristic);
+
+  /// The session key: the tag's 8 random bytes, then ours. Wiped when it is replaced or dropped.
+  const std::optional<KVData>& comToken() const { return comToken_; }
+  void setComToken(std::optional<KVData> token);
+
+  /// The key of the handshake's two tokens: the same 16 bytes for every tag.
+  const std::optional<KVData>& staticKey() const { return staticKey_; }
+  void setStaticKey(std::optional<KVData> key);
+
+  /// Always empty: no operation of the library uses it.
+  std::vector<ConnectionCallback>& conBlockArray() { return conBlockArray_; }
+  void setConBlockArray(std::vector<ConnectionCallback> callbacks);
+
+  // The callbacks that the operations above install.
+  const KVResultCallback& commandSendBlock() const { return commandSendBlock_; }
+  void setCommandSendBlock(KVResultCallback callback);  ///< Never called.
+  const KVResultCallback& bindingBlock() const { return bindingBlock_; }
+  void setBindingBlock(KVResultCallback callback);
+  const KVResultCallback& ringBlock() const { return ringBlock_; }
+  void setRingBlock(KVResultCallback callback);
+  const KVResultCallback& writelossAlertBlock() const { return writelossAlertBlock_; }
+  void setWritelossAlertBlock(KVResultCallback callback);
+  const KVResultCallback& writelossDistanceBlock() const { return writelossDistanceBlock_; }
+  void setWritelossDistanceBlock(KVResultCallback callback);
+  const KVResultCallback& writelossDelayBlock() const { return writelossDelayBlock_; }
+  void setWritelossDelayBlock(KVResultCallback callback);
+  const KVResultCallback& passwordRemoveBlock() const { return passwordRemoveBlock_; }
+  void setPasswordRemoveBlock(KVResultCallback callback);
+  const ReceiveCallback& receiveBlock() const { return receiveBlock_; }
+  void setReceiveBlock(ReceiveCallback callback);
+  const ConnectionCallback& connectionBlock() const { return connectionBlock_; }
+  void setConnectionBlock(ConnectionCallback callback);
+  const UpdateCallback& valueUpdated() const { return valueUpdated_; }
+  void setValueUpdated(UpdateCallback callback);
+
+  /// Resets the handshake and asks the peripheral for all its services.
+  void discover();
+  /// Calls `valueUpdated`.
+  void outputUpdate();
+
+  /// Takes the tag's token; anything but 16 bytes stalls the handshake.
+  void validateDevice(KVBytes token);
+  /// Builds, encrypts and writes the verification token.
+  void writeChecksumData();
+  /// Builds, encrypts and writes the bind request.
+  void writeBindData();
+  /// One block under the session key; nothing without a session key of 16 bytes. Any other length
+  /// is refused.
+  std::optional<KVData> encryptConnectionData(KVBytes data) const;
+  std::optional<KVData> decryptConnectionData(KVBytes data) const;
+
+  /// Starts to read the live link's signal strength every 3 seconds, the first time after 3
+  /// seconds; a poll that runs is replaced. The tick is on a thread of its own.
+  void initRSSITimerThread();
+  /// The tick: asks for the signal strength, or ends the polling when the link is not up. Any
+  /// thread.
+  void readRSSI();
+  /// Ends the polling. Called off the polling thread, no tick runs once it has returned. Any
+  /// thread.
+  void stopRSSITimer();
+  /// The timer and the thread that hosts it are one object; absent while nothing is polled.
+  std::shared_ptr<KVTimerThread> timer() const;
+  std::shared_ptr<KVTimerThread> timerThread() const;
+  /// Sets `distance` from a signal strength in dBm.
+  void updateDistanceViaRssi(std::int64_t rssi);
+
+  // KVPeripheralDelegate
+  void didDiscoverServices(KVPeripheral& peripheral, const std::optional<KVError>& error) override;
+  void didDiscoverCharacteristicsForService(KVPeripheral& peripheral, KVService& service,
+                                            const std::optional<KVError>& error) override;
+  void didUpdateValueForCharacteristic(KVPeripheral& peripheral,
+                                       const std::shared_ptr<KVCharacteristic>& characteristic,
+                                       const std::optional<KVError>& error) override;
+  void didWriteValueForCharacteristic(KVPeripheral& peripheral,
+                                      const std::shared_ptr<KVCharacteristic>& characteristic,
+                                      const std::optional<KVError>& error) override;
+  void didReadRSSI(KVPeripheral& peripheral, std::optional<std::int64_t> rssi,
+                   const std::optional<KVError>& error) override;
+
+ private:
+  friend class kv::TrackerIndex;
+
+  void setMac(std::optional<std::string> mac);
+  void sendCommand(std::uint64_t command, KVData payload);
+  void writeToCommandCharacteristic(const std::optional<KVData>& value);
+  void handleAnswer(std::int64_t code, const std::optional<KVData>& payload);
+  void handleBindAnswer(bool accepted);
+
+  std::shared_ptr<const KVPlatform> platform_;
+  std::vector<kv::TrackerIndex*> indexes_;  // the collections that look this tracker up
+
+  bool binding_ = false;
+  bool bound_ = false;
+  std::optional<std::string> name_;
+  std::optional<std::string> mac_;
+  std::int64_t rssi_ = 0;
+  std::int64_t battery_ = 0;
+  std::int64_t radioTx_ = 0;
+  std::uint64_t distance_ = KVDistanceFar;
+  std::optional<Date> advUpdate_;
+  std::uint64_t connection_ = KVConnectionDisconnect;
+  std::int64_t model_ = 0;
+  std::vector<ConnectionCallback> conBlockArray_;
+  std::shared_ptr<KVPeripheral> peripheral_;
+  std::int64_t state_ = KVTrackerStateDisconnected;
+  std::uint64_t auth_ = KVAuthNone;
+  std::shared_ptr<KVCharacteristic> korvaChar_;
+  std::shared_ptr<KVCharacteristic> txChar_;
+  std::optional<KVData> comToken_;
+  std::optional<KVData> staticKey_;
+  KVResultCallback commandSendBlock_;
+  KVResultCallback bindingBlock_;
+  KVResultCallback ringBlock_;
+  KVResultCallback writelossAlertBlock_;
+  KVResultCallback writelossDistanceBlock_;
+  KVResultCallback writelossDelayBlock_;
+  KVResultCallback passwordRemoveBlock_;
+  std::optional<std::string> password_;
+  std::shared_ptr<kv::RssiPoller> poller_;
+  ReceiveCallback receiveBlock_;
+  ConnectionCallback connectionBlock_;
+  UpdateCallback valueUpdated_;
+};
+
+#endif  // KVFOBLINK_KVTRACKER_H

@@ -1,0 +1,116 @@
+/// The manager's live collections of trackers, and the snapshot that a scan reports.
+#ifndef KVFOBLINK_KVTRACKERCOLLECTIONS_H
+#define KVFOBLINK_KVTRACKERCOLLECTIONS_H
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "KVFobLink/KVExport.h"
+#include "KVFobLink/KVTracker.h"
+
+namespace kv {
+class SnapshotStore;
+class TrackerIndex;
+class TrackerTable;
+}  // namespace kv
+
+/// A list of trackers that never changes. Copying it costs the same for any number of trackers.
+class KVFOB_EXPORT KVTrackers {
+ public:
+  using Element = std::shared_ptr<KVTracker>;
+
+  KVTrackers() = default;
+
+  std::size_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
+  const Element& operator[](std::size_t index) const { return elements_.get()[index]; }
+  const Element* begin() const { return elements_.get(); }
+  const Element* end() const { return elements_.get() + size_; }
+
+ private:
+  friend class kv::SnapshotStore;
+
+  KVTrackers(std::shared_ptr<const Element[]> elements, std::size_t size)
+      : elements_(std::move(elements)), size_(size) {}
+
+  std::shared_ptr<const Element[]> elements_;
+  std::size_t size_ = 0;
+};
+
+/// The bound trackers, in order; the same tracker may stand in it more than once.
+///
+/// The list is live: it changes under whoever holds it, from inside any callback. Walk it by index,
+/// read `size()` again at every step and copy the element; iterators do not survive a change. Event
+/// thread.
+class KVFOB_EXPORT KVTrackerList {
+ public:
+  KVTrackerList();
+  ~KVTrackerList();
+  KVTrackerList(const KVTrackerList&) = delete;
+  KVTrackerList& operator=(const KVTrackerList&) = delete;
+
+  std::size_t size() const { return trackers_.size(); }
+  bool empty() const { return trackers_.empty(); }
+  const std::shared_ptr<KVTracker>& operator[](std::size_t index) const { return trackers_[index]; }
+  auto begin() const { return trackers_.begin(); }
+  auto end() const { return trackers_.end(); }
+
+  /// Adds a tracker at the end. An absent one is ignored.
+  void append(std::shared_ptr<KVTracker> tracker);
+
+  /// Adds a tracker before position `index`; an index past the end appends.
+  void insert(std::size_t index, std::shared_ptr<KVTracker> tracker);
+
+  /// Removes every entry that is this very tracker.
+  void remove(const std::shared_ptr<KVTracker>& tracker);
+
+  void clear();
+
+  /// The first tracker in order with exactly this address text, or null. Its cost does not grow
+  /// with the list.
+  std::shared_ptr<KVTracker> firstWithMac(std::string_view mac) const;
+
+  /// The first tracker in order whose peripheral has this identifier, or null. Its cost does not
+  /// grow with the list.
+  std::shared_ptr<KVTracker> firstWithPeripheral(std::string_view identifier) const;
+
+ private:
+  std::vector<std::shared_ptr<KVTracker>> trackers_;
+  std::unique_ptr<kv::TrackerIndex> index_;
+};
+
+/// The unbound trackers of a scan by address text. Live, as `KVTrackerList`. Event thread.
+class KVFOB_EXPORT KVTrackerMap {
+ public:
+  KVTrackerMap();
+  ~KVTrackerMap();
+  KVTrackerMap(const KVTrackerMap&) = delete;
+  KVTrackerMap& operator=(const KVTrackerMap&) = delete;
+
+  std::size_t size() const;
+  bool empty() const { return size() == 0; }
+
+  /// The tracker stored under `key`, or null.
+  std::shared_ptr<KVTracker> find(std::string_view key) const;
+
+  /// Stores a tracker under `key` in place of an earlier one. An absent tracker is ignored.
+  void set(std::string_view key, std::shared_ptr<KVTracker> tracker);
+
+  void erase(std::string_view key);
+  void clear();
+
+  /// All trackers, in no particular order. Costs the same for any number of them while the map does
+  /// not change.
+  KVTrackers values() const;
+
+  /// A tracker whose peripheral has this identifier and whose `binding` is true, or null.
+  std::shared_ptr<KVTracker> bindingWithPeripheral(std::string_view identifier) const;
+
+ private:
+  std::unique_ptr<kv::TrackerTable> table_;
+};
+
+#endif  // KVFOBLINK_KVTRACKERCOLLECTIONS_H
