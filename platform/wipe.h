@@ -1,0 +1,28 @@
+/// Wiping of secrets.
+#ifndef PLATFORM_WIPE_H
+#define PLATFORM_WIPE_H
+
+#include <string.h>
+
+#include <optional>
+
+namespace kv {
+
+/// Overwrites the bytes of a buffer or text that held a secret, and empties it. The compiler cannot
+/// leave it out.
+template <typename Buffer>
+void wipe(Buffer& buffer) {
+  explicit_bzero(buffer.data(), buffer.size());
+  buffer.clear();
+}
+
+/// The same for one that may be absent; it is absent afterwards.
+template <typename Buffer>
+void wipe(std::optional<Buffer>& buffer) {
+  if (buffer) wipe(*buffer);
+  buffer.reset();
+}
+
+}  // namespace kv
+
+#endif  // PLATFORM_WIPE_H
