@@ -8,9 +8,12 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "KVFobLink/KVBluetooth.h"
+#include "KVFobLink/KVCallbackSlot.h"
 #include "KVFobLink/KVExport.h"
 #include "KVFobLink/KVPlatform.h"
 #include "KVFobLink/KVTrackerTypes.h"
@@ -19,6 +22,7 @@
 namespace kv {
 class RssiPoller;
 class TrackerIndex;
+struct IndexMembership;
 }  // namespace kv
 
 /// What is known of one tag: what it last advertised, its link, and the commands that drive it.
@@ -97,14 +101,14 @@ class KVFOB_EXPORT KVTracker final : public KVPeripheralDelegate,
   // are reported again.
 
   /// Reports each `connection` value, while the tracker is bound.
-  void didConnectionChange(ConnectionCallback callback);
+  void didConnectionChange(ConnectionCallback callback) { setConnectionBlock(std::move(callback)); }
 
   /// Reports what the tag sends on its own: 1 when its button is pressed.
-  void didReceive(ReceiveCallback callback);
+  void didReceive(ReceiveCallback callback) { setReceiveBlock(std::move(callback)); }
 
   /// Reports that the state was set or that the live link's signal strength was read.
   /// Advertisements do not report.
-  void didValueUpdate(UpdateCallback callback);
+  void didValueUpdate(UpdateCallback callback) { setValueUpdated(std::move(callback)); }
 
   // ---- What the tag advertised
   // ----------------------------------------------------------------------------------
@@ -163,7 +167,7 @@ class KVFOB_EXPORT KVTracker final : public KVPeripheralDelegate,
   void setPassword(std::optional<std::string> password);
 
   /// The link to the tag; absent until the tag has been heard.
-  const std::shared_ptr<KVPeripheral>& peripheral() const { return peripheral_; }
+  const std::shared_ptr<KVPeripheral>& peripheral() const;
 
   /// Stores the handle and becomes its delegate. The old handle keeps its delegate.
   void setPeripheral(std::shared_ptr<KVPeripheral> peripheral);
@@ -190,9 +194,13 @@ class KVFOB_EXPORT KVTracker final : public KVPeripheralDelegate,
 
   /// The command characteristic, and the one that takes the loss distance; they outlast the link.
   const std::shared_ptr<KVCharacteristic>& korvaChar() const { return korvaChar_; }
-  void setKorvaChar(std::shared_ptr<KVCharacteristic> characteristic);
+  void setKorvaChar(std::shared_ptr<KVCharacteristic> characteristic) {
+    korvaChar_ = std::move(characteristic);
+  }
   const std::shared_ptr<KVCharacteristic>& txChar() const { return txChar_; }
-  void setTxChar(std::shared_ptr<KVCharacteristic> characteristic);
+  void setTxChar(std::shared_ptr<KVCharacteristic> characteristic) {
+    txChar_ = std::move(characteristic);
+  }
 
   /// The session key: the tag's 8 random bytes, then ours. Wiped when it is replaced or dropped.
   const std::optional<KVData>& comToken() const { return comToken_; }
@@ -200,33 +208,47 @@ class KVFOB_EXPORT KVTracker final : public KVPeripheralDelegate,
 
   /// The key of the handshake's two tokens: the same 16 bytes for every tag.
   const std::optional<KVData>& staticKey() const { return staticKey_; }
-  void setStaticKey(std::optional<KVData> key);
+  void setStaticKey(std::optional<KVData> key) { staticKey_ = std::move(key); }
 
   /// Always empty: no operation of the library uses it.
   std::vector<ConnectionCallback>& conBlockArray() { return conBlockArray_; }
-  void setConBlockArray(std::vector<ConnectionCallback> callbacks);
+  void setConBlockArray(std::vector<ConnectionCallback> callbacks) {
+    conBlockArray_ = std::move(callbacks);
+  }
 
   // The callbacks that the operations above install.
-  const KVResultCallback& commandSendBlock() const { return commandSendBlock_; }
-  void setCommandSendBlock(KVResultCallback callback);  ///< Never called.
-  const KVResultCallback& bindingBlock() const { return bindingBlock_; }
-  void setBindingBlock(KVResultCallback callback);
-  const KVResultCallback& ringBlock() const { return ringBlock_; }
-  void setRingBlock(KVResultCallback callback);
-  const KVResultCallback& writelossAlertBlock() const { return writelossAlertBlock_; }
-  void setWritelossAlertBlock(KVResultCallback callback);
-  const KVResultCallback& writelossDistanceBlock() const { return writelossDistanceBlock_; }
-  void setWritelossDistanceBlock(KVResultCallback callback);
-  const KVResultCallback& writelossDelayBlock() const { return writelossDelayBlock_; }
-  void setWritelossDelayBlock(KVResultCallback callback);
-  const KVResultCallback& passwordRemoveBlock() const { return passwordRemoveBlock_; }
-  void setPasswordRemoveBlock(KVResultCallback callback);
-  const ReceiveCallback& receiveBlock() const { return receiveBlock_; }
-  void setReceiveBlock(ReceiveCallback callback);
-  const ConnectionCallback& connectionBlock() const { return connectionBlock_; }
-  void setConnectionBlock(ConnectionCallback callback);
-  const UpdateCallback& valueUpdated() const { return valueUpdated_; }
-  void setValueUpdated(UpdateCallback callback);
+  const KVResultCallback& commandSendBlock() const { return commandSendBlock_.get(); }
+  void setCommandSendBlock(KVResultCallback callback) {
+    commandSendBlock_.set(std::move(callback));
+  }  ///< Never called.
+  const KVResultCallback& bindingBlock() const { return bindingBlock_.get(); }
+  void setBindingBlock(KVResultCallback callback) { bindingBlock_.set(std::move(callback)); }
+  const KVResultCallback& ringBlock() const { return ringBlock_.get(); }
+  void setRingBlock(KVResultCallback callback) { ringBlock_.set(std::move(callback)); }
+  const KVResultCallback& writelossAlertBlock() const { return writelossAlertBlock_.get(); }
+  void setWritelossAlertBlock(KVResultCallback callback) {
+    writelossAlertBlock_.set(std::move(callback));
+  }
+  const KVResultCallback& writelossDistanceBlock() const { return writelossDistanceBlock_.get(); }
+  void setWritelossDistanceBlock(KVResultCallback callback) {
+    writelossDistanceBlock_.set(std::move(callback));
+  }
+  const KVResultCallback& writelossDelayBlock() const { return writelossDelayBlock_.get(); }
+  void setWritelossDelayBlock(KVResultCallback callback) {
+    writelossDelayBlock_.set(std::move(callback));
+  }
+  const KVResultCallback& passwordRemoveBlock() const { return passwordRemoveBlock_.get(); }
+  void setPasswordRemoveBlock(KVResultCallback callback) {
+    passwordRemoveBlock_.set(std::move(callback));
+  }
+  const ReceiveCallback& receiveBlock() const { return receiveBlock_.get(); }
+  void setReceiveBlock(ReceiveCallback callback) { receiveBlock_.set(std::move(callback)); }
+  const ConnectionCallback& connectionBlock() const { return connectionBlock_.get(); }
+  void setConnectionBlock(ConnectionCallback callback) {
+    connectionBlock_.set(std::move(callback));
+  }
+  const UpdateCallback& valueUpdated() const { return valueUpdated_.get(); }
+  void setValueUpdated(UpdateCallback callback) { valueUpdated_.set(std::move(callback)); }
 
   /// Resets the handshake and asks the peripheral for all its services.
   void discover();
@@ -276,13 +298,16 @@ class KVFOB_EXPORT KVTracker final : public KVPeripheralDelegate,
   friend class kv::TrackerIndex;
 
   void setMac(std::optional<std::string> mac);
-  void sendCommand(std::uint64_t command, KVData payload);
-  void writeToCommandCharacteristic(const std::optional<KVData>& value);
+  void log(std::string_view line) const;
+  void extendComToken(KVBytes bytes);
+  void sendCommand(std::uint64_t command, const KVData& payload);
+  void writeCommandCharacteristic(const std::optional<KVData>& value);
   void handleAnswer(std::int64_t code, const std::optional<KVData>& payload);
   void handleBindAnswer(bool accepted);
 
   std::shared_ptr<const KVPlatform> platform_;
-  std::vector<kv::TrackerIndex*> indexes_;  // the collections that look this tracker up
+  std::shared_ptr<kv::RssiPoller> poller_;        // holds the peripheral too, which its ticks read
+  std::vector<kv::IndexMembership> memberships_;  // the collections that look this tracker up
 
   bool binding_ = false;
   bool bound_ = false;
@@ -296,25 +321,23 @@ class KVFOB_EXPORT KVTracker final : public KVPeripheralDelegate,
   std::uint64_t connection_ = KVConnectionDisconnect;
   std::int64_t model_ = 0;
   std::vector<ConnectionCallback> conBlockArray_;
-  std::shared_ptr<KVPeripheral> peripheral_;
   std::int64_t state_ = KVTrackerStateDisconnected;
   std::uint64_t auth_ = KVAuthNone;
   std::shared_ptr<KVCharacteristic> korvaChar_;
   std::shared_ptr<KVCharacteristic> txChar_;
   std::optional<KVData> comToken_;
   std::optional<KVData> staticKey_;
-  KVResultCallback commandSendBlock_;
-  KVResultCallback bindingBlock_;
-  KVResultCallback ringBlock_;
-  KVResultCallback writelossAlertBlock_;
-  KVResultCallback writelossDistanceBlock_;
-  KVResultCallback writelossDelayBlock_;
-  KVResultCallback passwordRemoveBlock_;
+  KVCallbackSlot<KVResultCallback> commandSendBlock_;
+  KVCallbackSlot<KVResultCallback> bindingBlock_;
+  KVCallbackSlot<KVResultCallback> ringBlock_;
+  KVCallbackSlot<KVResultCallback> writelossAlertBlock_;
+  KVCallbackSlot<KVResultCallback> writelossDistanceBlock_;
+  KVCallbackSlot<KVResultCallback> writelossDelayBlock_;
+  KVCallbackSlot<KVResultCallback> passwordRemoveBlock_;
   std::optional<std::string> password_;
-  std::shared_ptr<kv::RssiPoller> poller_;
-  ReceiveCallback receiveBlock_;
-  ConnectionCallback connectionBlock_;
-  UpdateCallback valueUpdated_;
+  KVCallbackSlot<ReceiveCallback> receiveBlock_;
+  KVCallbackSlot<ConnectionCallback> connectionBlock_;
+  KVCallbackSlot<UpdateCallback> valueUpdated_;
 };
 
 #endif  // KVFOBLINK_KVTRACKER_H
