@@ -7,13 +7,20 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "KVFobLink/KVBluetooth.h"
+#include "KVFobLink/KVCallbackSlot.h"
 #include "KVFobLink/KVExport.h"
 #include "KVFobLink/KVPlatform.h"
 #include "KVFobLink/KVTracker.h"
 #include "KVFobLink/KVTrackerCollections.h"
 #include "KVFobLink/KVTypes.h"
+
+namespace kv {
+struct AdvertisedFields;
+}
 
 /// Scans for tags, binds them with a password, and keeps bound tags connected.
 ///
@@ -54,7 +61,7 @@ class KVFOB_EXPORT KVTrackerManager final : public KVCentralDelegate,
 
   /// Reports the adapter's state on each change from now on, not at once. Replaces the earlier
   /// callback.
-  void didChangeBluetooth(StateCallback callback);
+  void didChangeBluetooth(StateCallback callback) { setStateChangeBlock(std::move(callback)); }
 
   // ---- Scanning
   // -------------------------------------------------------------------------------------------------
@@ -138,7 +145,7 @@ class KVFOB_EXPORT KVTrackerManager final : public KVCentralDelegate,
   void unbindTracker(const Mac& mac, KVResultCallback completion);
 
   /// Stores a callback that nothing calls; use `KVTracker::didConnectionChange`.
-  void didChangeConnection(ConnectionCallback callback);
+  void didChangeConnection(ConnectionCallback callback) { setConnectionBlock(std::move(callback)); }
 
   // ---- For the library, and for tests of applications
   // -----------------------------------------------------------
@@ -151,15 +158,17 @@ class KVFOB_EXPORT KVTrackerManager final : public KVCentralDelegate,
   void setSwitchOff(bool switchOff) { switchOff_ = switchOff; }
   void setSwtchOff(bool switchOff) { switchOff_ = switchOff; }
 
-  const ScanCallback& scanBlock() const { return scanBlock_; }
-  void setScanBlock(ScanCallback callback);
-  const StateCallback& stateChangeBlock() const { return stateChangeBlock_; }
-  void setStateChangeBlock(StateCallback callback);
-  const ConnectionCallback& connectionBlock() const { return connectionBlock_; }
-  void setConnectionBlock(ConnectionCallback callback);
+  const ScanCallback& scanBlock() const { return scanBlock_.get(); }
+  void setScanBlock(ScanCallback callback) { scanBlock_.set(std::move(callback)); }
+  const StateCallback& stateChangeBlock() const { return stateChangeBlock_.get(); }
+  void setStateChangeBlock(StateCallback callback) { stateChangeBlock_.set(std::move(callback)); }
+  const ConnectionCallback& connectionBlock() const { return connectionBlock_.get(); }
+  void setConnectionBlock(ConnectionCallback callback) {
+    connectionBlock_.set(std::move(callback));
+  }
 
   const std::shared_ptr<KVCentral>& central() const { return central_; }
-  void setCentral(std::shared_ptr<KVCentral> central);
+  void setCentral(std::shared_ptr<KVCentral> central) { central_ = std::move(central); }
 
   /// The live collections. Setting one to null installs an empty one.
   const std::shared_ptr<KVTrackerMap>& scannedDict() const { return scannedDict_; }
@@ -193,15 +202,26 @@ class KVFOB_EXPORT KVTrackerManager final : public KVCentralDelegate,
                                const std::optional<KVError>& error) override;
 
  private:
+  void log(std::string_view line) const;
+  void requestLink(const std::shared_ptr<KVTracker>& tracker);
+  void finishBinding(const std::shared_ptr<KVTracker>& tracker, bool success);
+  void finishUnbinding(const std::shared_ptr<KVTracker>& tracker, bool success);
+  void takeInBound(const std::shared_ptr<KVTracker>& tracker, const kv::AdvertisedFields& fields,
+                   const std::shared_ptr<KVPeripheral>& peripheral,
+                   std::optional<std::int64_t> rssi);
+  void takeInScanned(const kv::AdvertisedFields& fields,
+                     const std::shared_ptr<KVPeripheral>& peripheral,
+                     std::optional<std::int64_t> rssi);
+
   std::shared_ptr<const KVPlatform> platform_;
   bool scanning_ = false;
   bool switchOff_ = false;
   std::optional<std::string> password_;
-  ScanCallback scanBlock_;
+  KVCallbackSlot<ScanCallback> scanBlock_;
   std::shared_ptr<KVTrackerMap> scannedDict_;
   std::shared_ptr<KVTrackerList> bindArray_;
-  StateCallback stateChangeBlock_;
-  ConnectionCallback connectionBlock_;
+  KVCallbackSlot<StateCallback> stateChangeBlock_;
+  KVCallbackSlot<ConnectionCallback> connectionBlock_;
   std::shared_ptr<KVCentral> central_;  // last, so that it goes first: it holds a reference to this
 };
 
