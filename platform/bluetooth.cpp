@@ -1,1 +1,8 @@
-// Not written yet.
+#include "KVFobLink/KVBluetooth.h"
+
+#include <utility>
+
+KVCharacteristic::KVCharacteristic(KVUUID uuid, std::weak_ptr<KVService> service)
+    : uuid_(uuid), service_(std::move(service)) {}
+
+KVService::KVService(KVUUID uuid) : uuid_(uuid) {}

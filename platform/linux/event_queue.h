@@ -1,0 +1,59 @@
+#ifndef PLATFORM_LINUX_EVENT_QUEUE_H
+#define PLATFORM_LINUX_EVENT_QUEUE_H
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+#include "KVFobLink/KVLinuxPlatform.h"
+#include "platform/linux/owned_fd.h"
+#include "platform/linux/watch_set.h"
+#include "platform/task_queue.h"
+
+namespace kv {
+
+/// The event queue on one epoll descriptor: an eventfd stands for the tasks without delay, a
+/// timerfd for the first delayed one, and the watched descriptors stand for themselves.
+class EventQueue : public KVLinuxEventQueue {
+ public:
+  EventQueue();
+  ~EventQueue() override;
+
+  int fd() const override { return epoll_->get(); }
+  std::size_t dispatch() override;
+  void run() override { runUntil(std::nullopt); }
+  void runFor(Duration duration) override;
+  void stop() override;
+  TaskId postAfter(Duration delay, Task task) override;
+  void cancel(TaskId task) override;
+  Duration now() const override;
+  std::unique_ptr<Watch> watch(int fd, short events, std::function<void(short)> ready) override;
+
+ private:
+  void runUntil(std::optional<Duration> deadline);
+  std::size_t dispatchRound(bool stoppable);
+  std::size_t dispatchWatches(bool stoppable);
+  bool stopRequested() const;
+  void wait(std::optional<Duration> deadline) const;
+  void updateFds();
+  void setSignal(bool on);
+  void setAlarm(std::optional<Duration> due);
+
+  const std::shared_ptr<const OwnedFd> epoll_;
+  const OwnedFd signal_;
+  const OwnedFd alarm_;
+  const std::shared_ptr<WatchSet> watches_;  // event thread only
+
+  mutable std::mutex mutex_;
+  TaskQueue tasks_;
+  bool dispatching_ = false;  // written by the event thread only
+  bool running_ = false;
+  bool stop_ = false;
+  bool signalled_ = false;
+  std::optional<Duration> alarmAt_;
+};
+
+}  // namespace kv
+
+#endif  // PLATFORM_LINUX_EVENT_QUEUE_H

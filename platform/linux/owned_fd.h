@@ -1,0 +1,31 @@
+#ifndef PLATFORM_LINUX_OWNED_FD_H
+#define PLATFORM_LINUX_OWNED_FD_H
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace kv {
+
+/// A file descriptor that is closed with its owner; negative means none.
+class OwnedFd {
+ public:
+  explicit OwnedFd(int fd = -1) : fd_(fd) {}
+  OwnedFd(OwnedFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  OwnedFd& operator=(OwnedFd&& other) noexcept {
+    std::swap(fd_, other.fd_);
+    return *this;
+  }
+  ~OwnedFd() {
+    if (fd_ >= 0) close(fd_);
+  }
+
+  int get() const { return fd_; }
+
+ private:
+  int fd_;
+};
+
+}  // namespace kv
+
+#endif  // PLATFORM_LINUX_OWNED_FD_H
