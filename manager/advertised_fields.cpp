@@ -47,6 +47,7 @@ std::optional<AdvertisedFields> decodeAdvertisement(KVBytes frame) {
 
 void KVUtils::validateAdv(KVBytes data, std::optional<std::int64_t> rssi,
                           const Completion& completion) {
+  if (!completion) return;
   constexpr std::int64_t kRejected = -1;
   constexpr std::int64_t kRejectedRssi = -100;
   if (auto fields = kv::decodeAdvertisement(data)) {

@@ -35,6 +35,7 @@ std::optional<KVData> KVCommandInter::getCommandData(std::uint64_t command,
 
 void KVCommandInter::interCommandData(const std::optional<KVData>& data,
                                       const Completion& completion) {
+  if (!completion) return;
   if (!data || data->size() != kFrameSize) {
     completion(0, 0, std::nullopt);
     return;

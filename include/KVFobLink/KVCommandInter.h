@@ -41,7 +41,7 @@ class KVFOB_EXPORT KVCommandInter {
   /// - an answer (type 0x01): (code, 0, payload); of the second kind (type 0xFF): (0, code,
   /// payload);
   /// - a length byte that does not fit, or any other type: not at all.
-  /// Any thread.
+  /// An absent completion is ignored. Any thread.
   static void interCommandData(const std::optional<KVData>& data, const Completion& completion);
 
   KVCommandInter() = delete;
