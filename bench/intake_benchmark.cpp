@@ -1,0 +1,83 @@
+/// What it costs to take in one advertisement, with more and more tags known.
+#include <benchmark/benchmark.h>
+
+#include <array>
+
+#include "KVFobLink/KVTrackerManager.h"
+#include "KVFobLink/KVUtils.h"
+#include "bench/allocations.h"
+#include "bench/quiet_platform.h"
+
+namespace {
+
+using Frame = std::array<std::uint8_t, 11>;
+
+/// The service data of tag number `n`.
+Frame frameOf(std::uint32_t n) {
+  Frame frame{0xA1, 0x0B, 100, 0, 0, 0, 0, 0xC0, 0xDE, 0xF4, 3};
+  for (std::size_t i = 0; i < 4; ++i) frame[3 + i] = static_cast<std::uint8_t>(n >> (8 * i));
+  return frame;
+}
+
+/// A manager that knows `count` tags, each of which has been heard once.
+class Crowd {
+ public:
+  Crowd(std::uint32_t count, bool bound)
+      : manager_((KVPlatform::setCurrent(kvbench::quietPlatform()),
+                  std::make_shared<KVTrackerManager>())) {
+    manager_->startScan([this](const KVTrackers& trackers) { heard_ += trackers.size(); });
+    for (std::uint32_t n = 0; n < count; ++n) {
+      peripherals_.push_back(
+          std::make_shared<kvbench::QuietPeripheral>("tag-" + std::to_string(n)));
+      frames_.push_back(frameOf(n));
+      if (bound) {
+        KVUtils::validateAdv(
+            frames_[n], std::nullopt,
+            [&](auto, auto, const auto& mac, auto, auto, auto) { manager_->addTracker(mac); });
+      }
+      hear(n);
+    }
+  }
+
+  void hear(std::size_t n) {
+    const KVAdvertisement::ServiceData entry{service_, frames_[n]};
+    manager_->didDiscoverPeripheral(*manager_->central(), peripherals_[n], {{&entry, 1}}, -60);
+  }
+
+  std::size_t size() const { return frames_.size(); }
+
+ private:
+  const KVUUID service_{0xFFE1};
+  std::size_t heard_ = 0;
+  std::vector<std::shared_ptr<KVPeripheral>> peripherals_;
+  std::vector<Frame> frames_;
+  std::shared_ptr<KVTrackerManager> manager_;
+};
+
+/// Ten tags are on the air, whatever the number that is known: what is measured is the look-up, not
+/// the cache misses of walking through more memory.
+void intake(benchmark::State& state, bool bound) {
+  const std::size_t before = kvbench::allocatedBytes();
+  Crowd crowd(static_cast<std::uint32_t>(state.range(0)), bound);
+  const std::size_t after = kvbench::allocatedBytes();
+  const std::size_t step = crowd.size() / 10;
+  const std::size_t allocations = kvbench::allocations();
+  std::size_t next = 0;
+  for (auto _ : state) {
+    crowd.hear(next * step);
+    next = (next + 1) % 10;
+  }
+  state.counters["allocations"] =
+      benchmark::Counter(static_cast<double>(kvbench::allocations() - allocations),
+                         benchmark::Counter::kAvgIterations);
+  state.counters["bytesPerTag"] =
+      static_cast<double>(after - before) / static_cast<double>(crowd.size());
+}
+
+void HearUnboundTag(benchmark::State& state) { intake(state, /*bound=*/false); }
+void HearBoundTag(benchmark::State& state) { intake(state, /*bound=*/true); }
+
+BENCHMARK(HearUnboundTag)->Arg(10)->Arg(1'000)->Arg(10'000)->Arg(100'000);
+BENCHMARK(HearBoundTag)->Arg(10)->Arg(1'000)->Arg(10'000)->Arg(100'000);
+
+}  // namespace
