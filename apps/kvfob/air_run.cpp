@@ -1,0 +1,126 @@
+#include "apps/kvfob/air_run.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <array>
+#include <charconv>
+#include <utility>
+
+namespace kvfob {
+namespace {
+
+using namespace std::chrono_literals;
+using kvsim::TagEventKind;
+
+// How long the adapter may take to be found at the start; later it may be gone for as long as it
+// likes.
+constexpr std::chrono::milliseconds kPatience = 8s;
+constexpr std::size_t kLineMost = 200;
+
+kvsim::AirTagOptions airOptions(const Options& options, const Secret& password) {
+  kvsim::AirTagOptions air;
+  air.adapter = options.adapter;
+  air.tag.address = options.address;
+  air.tag.model = static_cast<std::uint8_t>(options.model);
+  air.tag.battery = static_cast<std::uint8_t>(options.battery);
+  if (!password.text().empty()) air.tag.password = password.text();
+  return air;
+}
+
+}  // namespace
+
+AirRun::AirRun(std::shared_ptr<KVLinuxEventQueue> queue, Loop& loop, Console& console,
+               const Options& options, const Secret& password)
+    : queue_(std::move(queue)),
+      loop_(loop),
+      console_(console),
+      tag_(queue_, airOptions(options, password)),
+      input_(queue_->watch(STDIN_FILENO, POLLIN, [this](short) { readInput(); })) {
+  tag_.setStateCallback(
+      [this](kvsim::AirState state, const std::string& reason) { stateChanged(state, reason); });
+  tag_.setObserver([this](const kvsim::TagEvent& event) { happened(event); });
+}
+
+Outcome AirRun::run() {
+  const auto ended = [this] { return quit_ || loop_.signal() != 0 || !console_.good(); };
+  loop_.runUntil([&] { return ended() || everOnAir_; }, kPatience);
+  if (!ended() && !everOnAir_) {
+    const auto& reason = tag_.reason();
+    return {kNoAdapter, reason.empty() ? "the Bluetooth service does not answer" : reason};
+  }
+  loop_.runUntil(ended);
+  if (loop_.signal() != 0) return {kSignal + loop_.signal(), ""};
+  return console_.good() ? Outcome{} : Outcome{kInternal, "cannot write the output"};
+}
+
+void AirRun::stateChanged(kvsim::AirState state, const std::string& reason) {
+  if (state == kvsim::AirState::OnAir) {
+    everOnAir_ = true;
+    console_.line("ready: " + reason);
+  } else if (everOnAir_) {
+    console_.line("waiting: " + reason);
+  }
+}
+
+void AirRun::happened(const kvsim::TagEvent& event) {
+  switch (event.kind) {
+    case TagEventKind::Connected:
+      return console_.line("connected");
+    case TagEventKind::Disconnected:
+      return console_.line("disconnected");
+    case TagEventKind::PasswordAccepted:
+      return console_.line("bound");
+    case TagEventKind::PasswordRejected:
+      return console_.line("wrong password");
+    case TagEventKind::CommandReceived:
+    case TagEventKind::CommandRefused:
+    case TagEventKind::TokenRejected:
+    case TagEventKind::FrameRejected:
+    case TagEventKind::DistanceWritten:
+      return console_.line(event.text);
+    default:
+      return;
+  }
+}
+
+void AirRun::readInput() {
+  std::array<char, 256> bytes{};
+  const auto count = read(STDIN_FILENO, bytes.data(), bytes.size());
+  if (count <= 0) {
+    // Nobody types any more; the tag stays on the air.
+    input_.reset();
+    return;
+  }
+  typed_.append(bytes.data(), static_cast<std::size_t>(count));
+  for (auto end = typed_.find('\n'); end != std::string::npos; end = typed_.find('\n')) {
+    obey(typed_.substr(0, end));
+    typed_.erase(0, end + 1);
+  }
+  if (typed_.size() > kLineMost) typed_.clear();
+}
+
+void AirRun::obey(const std::string& line) {
+  constexpr std::string_view kBattery = "battery ";
+  if (line.empty()) return;
+  if (line == "quit") {
+    quit_ = true;
+    return;
+  }
+  if (line == "press") {
+    tag_.pressButton();
+    return;
+  }
+  if (line.starts_with(kBattery)) {
+    unsigned value = 0;
+    const auto* end = line.data() + line.size();
+    const auto result = std::from_chars(line.data() + kBattery.size(), end, value);
+    if (result.ec == std::errc() && result.ptr == end && value <= UINT8_MAX) {
+      tag_.setBattery(static_cast<std::uint8_t>(value));
+      return;
+    }
+  }
+  console_.note("\"" + line + "\" is not press, battery N (0 to 255) or quit");
+}
+
+}  // namespace kvfob

@@ -1,0 +1,103 @@
+#include "apps/kvfob/decode/btsnoop.h"
+
+#include <algorithm>
+#include <string_view>
+
+namespace kvfob {
+namespace {
+
+constexpr std::string_view kMagic("btsnoop\0", 8);
+constexpr std::uint32_t kVersion = 1;
+
+// The kinds of link a capture may come from.
+constexpr std::uint32_t kBareHci = 1001;  // direction and kind in the flags
+constexpr std::uint32_t kUart = 1002;     // kind in the packet's first byte
+constexpr std::uint32_t kMonitor = 2001;  // adapter and kind in the flags
+
+/// From midnight of 1 January of the year 0 to the Unix epoch, in microseconds.
+constexpr std::uint64_t kUnixEpoch = 0x00DCDDB30F2F8000;
+
+constexpr std::uint32_t kReceived = 1;  // flag of a bare or UART packet
+
+std::chrono::system_clock::time_point timeOf(std::uint64_t stamp) {
+  constexpr std::uint64_t kMost = std::uint64_t{1} << 52U;  // a nonsensical time must not overflow
+  const std::uint64_t sinceEpoch = stamp >= kUnixEpoch ? stamp - kUnixEpoch : 0;
+  return std::chrono::system_clock::time_point(
+      std::chrono::microseconds(static_cast<std::int64_t>(sinceEpoch % kMost)));
+}
+
+constexpr std::uint32_t kMonitorEvent = 3;
+constexpr std::uint32_t kMonitorAclSent = 4;
+constexpr std::uint32_t kMonitorAclReceived = 5;
+
+HciPacket::Kind monitorKind(std::uint32_t opcode) {
+  if (opcode == kMonitorEvent) return HciPacket::Kind::kEvent;
+  const bool acl = opcode == kMonitorAclSent || opcode == kMonitorAclReceived;
+  return acl ? HciPacket::Kind::kAcl : HciPacket::Kind::kOther;
+}
+
+HciPacket::Kind bareKind(std::uint32_t flags) {
+  constexpr std::uint32_t kCommandOrEvent = 2;
+  if ((flags & kCommandOrEvent) == 0) return HciPacket::Kind::kAcl;
+  return (flags & kReceived) != 0 ? HciPacket::Kind::kEvent : HciPacket::Kind::kOther;
+}
+
+HciPacket::Kind uartKind(std::uint8_t indicator) {
+  if (indicator == 4) return HciPacket::Kind::kEvent;
+  return indicator == 2 ? HciPacket::Kind::kAcl : HciPacket::Kind::kOther;
+}
+
+}  // namespace
+
+bool BtsnoopReader::recognises(KVBytes file) {
+  return file.size() >= kMagic.size() &&
+         std::equal(kMagic.begin(), kMagic.end(), file.begin(),
+                    [](char a, std::uint8_t b) { return static_cast<std::uint8_t>(a) == b; });
+}
+
+BtsnoopReader::BtsnoopReader(KVBytes file) : reader_(file) {
+  reader_.skip(kMagic.size());
+  const auto version = static_cast<std::uint32_t>(reader_.bigEndian(4));
+  link_ = static_cast<std::uint32_t>(reader_.bigEndian(4));
+  if (!reader_.ok()) {
+    error_ = "the capture ends inside its header";
+  } else if (version != kVersion) {
+    error_ = "the capture has version " + std::to_string(version) + ", not 1";
+  } else if (link_ != kBareHci && link_ != kUart && link_ != kMonitor) {
+    error_ = "the capture is of an unknown kind of link, " + std::to_string(link_);
+  }
+}
+
+std::optional<HciPacket> BtsnoopReader::next() {
+  if (!error_.empty() || reader_.atEnd()) return std::nullopt;
+  reader_.skip(4);  // the length before truncation
+  const auto size = static_cast<std::size_t>(reader_.bigEndian(4));
+  const auto flags = static_cast<std::uint32_t>(reader_.bigEndian(4));
+  reader_.skip(4);  // how many were dropped
+  const auto time = reader_.bigEndian(8);
+  KVBytes bytes = reader_.take(size);
+  if (!reader_.ok()) {
+    error_ = "the capture ends inside a packet";
+    return std::nullopt;
+  }
+
+  HciPacket packet;
+  packet.time = timeOf(time);
+  if (link_ == kMonitor) {
+    packet.adapter = flags >> 16U;
+    packet.kind = monitorKind(flags & 0xFFFFU);
+    packet.received = (flags & 0xFFFFU) == kMonitorAclReceived;
+  } else {
+    packet.received = (flags & kReceived) != 0;
+    if (link_ == kBareHci) {
+      packet.kind = bareKind(flags);
+    } else if (!bytes.empty()) {
+      packet.kind = uartKind(bytes.front());
+      bytes = bytes.subspan(1);
+    }
+  }
+  packet.bytes = bytes;
+  return packet;
+}
+
+}  // namespace kvfob

@@ -1,0 +1,43 @@
+/// The program's own loop around the library's event queue.
+#ifndef APPS_KVFOB_LOOP_H
+#define APPS_KVFOB_LOOP_H
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+
+#include "KVFobLink/KVEventQueue.h"
+#include "apps/kvfob/signals.h"
+
+namespace kvfob {
+
+/// Dispatches an event queue, and looks out for signals meanwhile.
+class Loop {
+ public:
+  Loop(std::shared_ptr<KVEventQueue> queue, const SignalFd& signals)
+      : queue_(std::move(queue)), signals_(signals) {}
+
+  KVEventQueue& queue() const { return *queue_; }
+
+  /// The first signal that came; 0 for none. A second one ends the process at once: whoever asks
+  /// twice does not want to wait.
+  int signal() const { return signal_; }
+
+  /// Runs until `condition` holds, which is looked at after each turn, or `most` has passed.
+  ///
+  /// @return whether it holds.
+  bool runUntil(const std::function<bool()>& condition,
+                std::optional<std::chrono::milliseconds> most = std::nullopt);
+
+ private:
+  void wait(std::optional<KVEventQueue::Duration> most);
+
+  const std::shared_ptr<KVEventQueue> queue_;
+  const SignalFd& signals_;
+  int signal_ = 0;
+};
+
+}  // namespace kvfob
+
+#endif  // APPS_KVFOB_LOOP_H

@@ -1,0 +1,22 @@
+#include <csignal>
+#include <variant>
+
+#include "apps/kvfob/console.h"
+#include "apps/kvfob/options.h"
+#include "apps/kvfob/run.h"
+#include "apps/kvfob/signals.h"
+
+int main(int argc, char** argv) {
+  using namespace kvfob;
+  const auto parsed = parseOptions(argc, argv);
+  const auto* options = std::get_if<Options>(&parsed);
+  auto console = Console::standard(options != nullptr ? options->color : ColorMode::automatic);
+  // A reader that goes away must not end the program before its links are dropped.
+  std::signal(SIGPIPE, SIG_IGN);
+  // Before any thread is made, so that all of them leave these to the loop.
+  const SignalFd signals({SIGINT, SIGTERM, SIGHUP});
+  const auto outcome =
+      options != nullptr ? runCommand(*options, signals, console) : std::get<Outcome>(parsed);
+  if (!outcome.message.empty()) console.note(outcome.message);
+  return outcome.code;
+}

@@ -1,0 +1,49 @@
+/// The command line.
+#ifndef APPS_KVFOB_OPTIONS_H
+#define APPS_KVFOB_OPTIONS_H
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <variant>
+
+#include "apps/kvfob/exit_code.h"
+
+namespace kvfob {
+
+enum class Command { demo, scan, bind, ring, silence, alert, delay, distance, unbind, watch, tag };
+enum class RadioKind { sim, bluez };
+enum class ColorMode { automatic, always, never };
+
+struct Options {
+  Command command = Command::demo;
+  RadioKind radio = RadioKind::sim;
+  ColorMode color = ColorMode::automatic;
+  std::string adapter = {};  ///< As KVBlueZOptions takes it.
+  std::chrono::milliseconds timeout{30'000};
+  bool log = false;
+  std::uint64_t seed = 1;  ///< Of the simulated radio.
+
+  std::string tag = {};                                    ///< Address text.
+  std::optional<std::chrono::milliseconds> duration = {};  ///< Absent: until a signal.
+  bool json = false;
+  bool instant = false;     ///< Of `demo`: with a virtual clock.
+  bool on = false;          ///< Of `alert`.
+  std::int64_t delay = 0;   ///< Of `delay`.
+  std::uint64_t level = 0;  ///< Of `distance`, a KVDistance.
+  std::string passwordFile = {};
+
+  // Of `tag`.
+  std::string address = {};  ///< Empty: the adapter's own.
+  int model = 1;
+  int battery = 100;
+};
+
+/// The options, or how the program ends without having done anything: help and the version are
+/// printed on standard output and end it with success.
+std::variant<Options, Outcome> parseOptions(int argc, const char* const* argv);
+
+}  // namespace kvfob
+
+#endif  // APPS_KVFOB_OPTIONS_H

@@ -1,0 +1,16 @@
+#ifndef APPS_KVFOB_RUN_H
+#define APPS_KVFOB_RUN_H
+
+#include "apps/kvfob/console.h"
+#include "apps/kvfob/exit_code.h"
+#include "apps/kvfob/options.h"
+#include "apps/kvfob/signals.h"
+
+namespace kvfob {
+
+/// Carries out a command.
+Outcome runCommand(const Options& options, const SignalFd& signals, Console& console);
+
+}  // namespace kvfob
+
+#endif  // APPS_KVFOB_RUN_H

@@ -1,0 +1,70 @@
+/// One run of the program against a radio.
+#ifndef APPS_KVFOB_SESSION_H
+#define APPS_KVFOB_SESSION_H
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "KVFobLink/KVFobLink.h"
+#include "apps/kvfob/console.h"
+#include "apps/kvfob/exit_code.h"
+#include "apps/kvfob/loop.h"
+
+namespace kvfob {
+
+/// Runs the event queue until a command has ended, and leaves the radio as it found it: the scan
+/// ended, the links dropped.
+class Session {
+ public:
+  using Duration = std::chrono::milliseconds;
+
+  /// Makes a manager on the platform in force, whose event queue `loop` runs.
+  Session(Loop& loop, Console& console);
+  ~Session();
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  KVTrackerManager& manager() { return *manager_; }
+  Console& console() { return console_; }
+
+  /// Calls `ready` once the adapter is on. Without one that is, the run ends with `kNoAdapter`.
+  void whenOn(std::function<void()> ready);
+
+  /// From now on the run goes on when the adapter is switched off; the user is told.
+  void surviveAdapter() { adapterMayFail_ = true; }
+
+  /// Calls `task` after `delay`, unless the run has ended by then.
+  void after(Duration delay, std::function<void()> task);
+
+  /// Sees to it that this tag's link is dropped in the end.
+  void dropInTheEnd(std::shared_ptr<KVTracker> tracker);
+
+  /// Ends the run; only the first call counts.
+  void finish(Outcome outcome);
+
+  bool finished() const { return outcome_.has_value(); }
+
+  /// Runs until `finish`, or a signal, and returns how the run ended.
+  Outcome run();
+
+ private:
+  void adapterChanged();
+  void dropLinks();
+  bool linksDown() const;
+
+  Loop& loop_;
+  Console& console_;
+  std::shared_ptr<KVTrackerManager> manager_;
+  std::function<void()> ready_;
+  bool adapterMayFail_ = false;
+  std::vector<std::shared_ptr<KVTracker>> trackers_;
+  std::optional<Outcome> outcome_;
+  const std::shared_ptr<const bool> alive_ = std::make_shared<const bool>(true);
+};
+
+}  // namespace kvfob
+
+#endif  // APPS_KVFOB_SESSION_H

@@ -1,0 +1,192 @@
+#include "apps/kvfob/tag_run.h"
+
+#include <algorithm>
+
+#include "apps/kvfob/text.h"
+
+namespace kvfob {
+namespace {
+
+// The library's code for a bind request that the tag did not answer.
+constexpr std::int64_t kBindTimedOut = 400;
+
+std::string seconds(std::chrono::milliseconds time) {
+  auto text = std::to_string(static_cast<double>(time.count()) / 1000);
+  text.erase(text.find_last_not_of('0') + 1);
+  if (text.back() == '.') text.pop_back();
+  return text + " s";
+}
+
+/// What the command has achieved, once the tag has said yes.
+std::string success(const Options& options) {
+  switch (options.command) {
+    case Command::bind:
+      return "bound";
+    case Command::ring:
+      return "ringing";
+    case Command::silence:
+      return "silent";
+    case Command::alert:
+      return std::string("loss alert ") + (options.on ? "on" : "off");
+    case Command::delay:
+      return "loss delay " + std::to_string(options.delay);
+    case Command::distance:
+      return "loss distance " + std::string(levelName(options.level));
+    case Command::unbind:
+      return "unbound";
+    default:
+      return "done";
+  }
+}
+
+}  // namespace
+
+TagRun::TagRun(Session& session, const Options& options, const Secret& password)
+    : session_(session), options_(options) {
+  session_.manager().setPassword(password.text());
+}
+
+Outcome TagRun::run() {
+  session_.whenOn([this] { search(); });
+  return session_.run();
+}
+
+void TagRun::search() {
+  session_.after(options_.timeout, [this] { timedOut(); });
+  if (options_.command != Command::bind) {
+    tracker_ = session_.manager().addTracker(options_.tag);
+    session_.dropInTheEnd(tracker_);
+    tracker_->didConnectionChange([this](std::uint64_t value) { connectionChanged(value); });
+  }
+  // A bound tag is connected as soon as it is heard.
+  session_.manager().startScan([this](const KVTrackers& trackers) { scanned(trackers); });
+}
+
+void TagRun::scanned(const KVTrackers& trackers) {
+  if (options_.command != Command::bind || tracker_) return;
+  const auto found = std::find_if(trackers.begin(), trackers.end(),
+                                  [this](const auto& t) { return t->mac() == options_.tag; });
+  if (found != trackers.end()) bind(*found);
+}
+
+void TagRun::bind(const std::shared_ptr<KVTracker>& tracker) {
+  tracker_ = tracker;
+  stage_ = Stage::connecting;
+  session_.dropInTheEnd(tracker_);
+  session_.manager().stopScan();
+  session_.manager().bindingVerify(
+      tracker_, [this](bool success, const auto& error) { answered(success, error); });
+}
+
+void TagRun::connectionChanged(std::uint64_t connection) {
+  if (session_.finished()) return;
+  if (stage_ == Stage::watching) {
+    if (connection == KVConnectionConnected) return report("connected");
+    if (connection == KVConnectionDisconnect) return report("connection lost");
+    if (connection == KVConnectionConnecting) return report("connecting");
+  }
+  switch (connection) {
+    case KVConnectionConnecting:
+      // The radio can do either better alone, and a frame that was heard before the link came up
+      // must not ask for another.
+      session_.manager().stopScan();
+      [[fallthrough]];
+    case KVConnectionDisconnect:
+      stage_ = Stage::connecting;
+      break;
+    case KVConnectionConnected:
+      connected();
+      break;
+    default:
+      session_.finish({kRefused, "tag " + options_.tag + " refused the password; give the one it " +
+                                     "was bound with"});
+  }
+}
+
+void TagRun::connected() {
+  if (stage_ != Stage::connecting) return;  // it is reported twice on some occasions
+  if (options_.command == Command::watch) return watch();
+  stage_ = Stage::asking;
+  act();
+}
+
+void TagRun::act() {
+  const auto answer = [this](bool success, const auto& error) { answered(success, error); };
+  switch (options_.command) {
+    case Command::ring:
+    case Command::silence:
+      return tracker_->switchBellStatus(options_.command == Command::ring, answer);
+    case Command::alert:
+      return tracker_->writeLossAlert(options_.on, answer);
+    case Command::delay:
+      return tracker_->writeLossDelay(options_.delay, answer);
+    case Command::distance:
+      return tracker_->writeLossDistance(options_.level, answer);
+    case Command::unbind:
+      return session_.manager().unbindTracker(options_.tag, answer);
+    default:
+      session_.finish({kInternal, "not a command on a tag"});
+  }
+}
+
+void TagRun::answered(bool success, const std::optional<KVError>& error) {
+  if (session_.finished()) return;
+  if (success) {
+    session_.console().line(options_.tag + ": " + kvfob::success(options_));
+    return session_.finish({});
+  }
+  const auto why = error.value_or(KVError{.domain = "no reason given", .userInfo = {}});
+  const bool binding = options_.command == Command::bind;
+  if (binding && why.code == kBindTimedOut) {
+    return session_.finish({kTimedOut, "tag " + options_.tag +
+                                           " did not answer the bind request; bring it near and " +
+                                           "try again"});
+  }
+  const auto hint =
+      binding ? "; a tag that is bound takes only the password it was bound with" : "";
+  session_.finish({kRefused, "tag " + options_.tag + " refused: " + why.domain + " (code " +
+                                 std::to_string(why.code) + ")" + hint});
+}
+
+void TagRun::timedOut() {
+  const auto tag = "tag " + options_.tag;
+  const auto within = " within " + seconds(options_.timeout);
+  switch (stage_) {
+    case Stage::searching:
+      return session_.finish(
+          {kNotFound, tag + " was not heard" + within +
+                          "; bring it near, or check its address with \"scan\""});
+    case Stage::connecting:
+      return session_.finish(
+          {kTimedOut, tag + " was heard, but did not get ready" + within +
+                          "; bring it near, and see that no other device is connected to it"});
+    case Stage::asking:
+      return session_.finish({kTimedOut, tag + " did not answer" + within + "; try again"});
+    case Stage::watching:
+      return;
+  }
+}
+
+void TagRun::watch() {
+  stage_ = Stage::watching;
+  session_.surviveAdapter();
+  report("connected");
+  if (options_.duration) session_.after(*options_.duration, [this] { session_.finish({}); });
+  tracker_->didReceive([this](std::int64_t event) {
+    report(event == 1 ? "button pressed" : "event " + std::to_string(event));
+  });
+  tracker_->didValueUpdate([this] {
+    if (tracker_->connection() != KVConnectionConnected) return;
+    report("rssi " + std::to_string(tracker_->rssi()) + " dBm, " +
+           std::string(levelName(tracker_->distance())));
+  });
+}
+
+void TagRun::report(const std::string& what) {
+  const auto now = KVPlatform::current().clock->now();
+  auto& console = session_.console();
+  console.line(console.styled(Style::dim, clockTime(now)) + "  " + what);
+  if (!console.good()) session_.finish({kInternal, "cannot write the output"});
+}
+
+}  // namespace kvfob

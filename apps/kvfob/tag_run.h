@@ -1,0 +1,45 @@
+/// The commands on one tag: find it, connect or bind it, and do what was asked.
+#ifndef APPS_KVFOB_TAG_RUN_H
+#define APPS_KVFOB_TAG_RUN_H
+
+#include <memory>
+#include <string>
+
+#include "KVFobLink/KVFobLink.h"
+#include "apps/kvfob/options.h"
+#include "apps/kvfob/password.h"
+#include "apps/kvfob/session.h"
+
+namespace kvfob {
+
+class TagRun {
+ public:
+  TagRun(Session& session, const Options& options, const Secret& password);
+
+  /// Runs the command to its end.
+  Outcome run();
+
+ private:
+  enum class Stage { searching, connecting, asking, watching };
+
+  void search();
+  void scanned(const KVTrackers& trackers);
+  void bind(const std::shared_ptr<KVTracker>& tracker);
+  void connectionChanged(std::uint64_t connection);
+  void connected();
+  void act();
+  void answered(bool success, const std::optional<KVError>& error);
+  void timedOut();
+
+  void watch();
+  void report(const std::string& what);
+
+  Session& session_;
+  const Options& options_;
+  std::shared_ptr<KVTracker> tracker_;
+  Stage stage_ = Stage::searching;
+};
+
+}  // namespace kvfob
+
+#endif  // APPS_KVFOB_TAG_RUN_H
