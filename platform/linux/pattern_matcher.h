@@ -1,0 +1,49 @@
+#ifndef PLATFORM_LINUX_PATTERN_MATCHER_H
+#define PLATFORM_LINUX_PATTERN_MATCHER_H
+
+#include <cstddef>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+
+#include "KVFobLink/KVPlatform.h"
+
+namespace kv {
+
+/// ICU's regular expressions. Compiled patterns are kept, which is most of the cost of a call; what
+/// a match needs besides lives for one call only.
+class PatternMatcher : public KVPatternMatcher {
+ public:
+  static constexpr std::size_t kCacheSize = 64;
+  /// Longer patterns are compiled each time.
+  static constexpr std::size_t kLongestCached = 1024;
+
+  PatternMatcher();
+  ~PatternMatcher() override;
+
+  bool fullMatch(std::string_view text, std::string_view pattern) override;
+  std::optional<std::string> firstMatch(std::string_view text, std::string_view pattern) override;
+
+  /// How many patterns are kept.
+  std::size_t cached() const;
+
+ private:
+  struct Compiled;
+  using CompiledPtr = std::shared_ptr<const Compiled>;
+  struct Slot {
+    std::string key;
+    CompiledPtr compiled;
+  };
+
+  CompiledPtr compiled(std::string_view pattern, bool ignoreCase);
+
+  mutable std::mutex mutex_;
+  std::list<Slot> recent_;  // the latest used first
+  std::unordered_map<std::string, std::list<Slot>::iterator> byKey_;
+};
+
+}  // namespace kv
+
+#endif  // PLATFORM_LINUX_PATTERN_MATCHER_H
