@@ -1,0 +1,375 @@
+#include "platform/linux/bluez/central_core.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace kv {
+
+CentralCore::CentralCore(KVCentral& central, KVCentralDelegate& delegate,
+                         std::shared_ptr<KVLinuxEventQueue> queue, const KVBlueZOptions& options,
+                         const BlueZTiming& timing, std::shared_ptr<KVLog> log)
+    : central_(&central),
+      delegate_(&delegate),
+      context_{std::move(queue), std::move(log), options, timing},
+      daemon_(context_, *this, [this] { updateAdapter(); }),
+      scan_(context_),
+      rssi_(context_),
+      noAdapter_(context_) {
+  context_.daemon = &daemon_;
+}
+
+void CentralCore::start() {
+  if (*context_.open) {
+    daemon_.start(weak_from_this());
+  }
+}
+
+void CentralCore::close() {
+  *context_.open = false;
+  central_ = nullptr;
+  // No answer is waited for; the daemon carries these out after we have left the bus.
+  scan_.close();
+  for (const auto& [address, link] : links_) {
+    link->close();
+  }
+}
+
+void CentralCore::post(std::function<void(CentralCore&)> task) {
+  context_.queue->post([weak = weak_from_this(), task = std::move(task)] {
+    const auto self = weak.lock();
+    if (self && *self->context_.open) {
+      task(*self);
+    }
+  });
+}
+
+// ---- The adapter
+
+const AdapterObject* CentralCore::chooseAdapter() const {
+  const auto& adapters = const_cast<Daemon&>(daemon_).tree().adapters();
+  const std::string& wanted = context_.options.adapter;
+  const AdapterObject* best = nullptr;
+  for (const auto& [path, adapter] : adapters) {
+    if (!wanted.empty()) {
+      // An address still names the adapter when it has come back under another number.
+      if (path == "/org/bluez/" + wanted ||
+          strcasecmp(adapter.address.c_str(), wanted.c_str()) == 0) {
+        return &adapter;
+      }
+    } else if (path == adapterPath_) {
+      return &adapter;
+    } else if (best == nullptr || (adapter.powered && !best->powered)) {
+      best = &adapter;
+    }
+  }
+  return best;
+}
+
+void CentralCore::adaptersChanged() {
+  // While the list is being loaded the adapters are not complete.
+  if (daemon_.state() == Daemon::State::ready) {
+    updateAdapter();
+  }
+}
+
+void CentralCore::updateAdapter() {
+  const AdapterObject* adapter =
+      daemon_.state() == Daemon::State::ready ? chooseAdapter() : nullptr;
+  if (adapter != nullptr) {
+    noAdapter_.cancel();
+    everReady_ = true;
+    adapterPath_ = adapter->path;
+    if (adapterOn_ != adapterPath_ && !adapterOn_.empty()) {
+      announce(KVCentralStateResetting);
+    }
+    announce(adapter->powered ? KVCentralStatePoweredOn : KVCentralStatePoweredOff);
+    setAdapter(adapter->powered ? adapterPath_ : "");
+    scan_.setDiscovering(adapter->discovering);
+    return;
+  }
+  if (daemon_.state() == Daemon::State::ready) {
+    // A daemon that has just started, or an adapter that is reset, has none for a moment.
+    if (everReady_ && announced_ != KVCentralStateUnsupported) {
+      announce(KVCentralStateResetting);
+    }
+    if (!noAdapter_.pending()) {
+      noAdapter_.set(context_.timing.noAdapterGrace, [this] {
+        context_.log("there is no adapter");
+        announce(KVCentralStateUnsupported);
+      });
+    }
+  } else if (daemon_.state() == Daemon::State::denied) {
+    announce(KVCentralStateUnauthorized);
+  } else {
+    noAdapter_.cancel();
+    announce(everReady_ ? KVCentralStateResetting : KVCentralStateUnknown);
+  }
+  setAdapter("");
+}
+
+// Called after the state has been announced, so that the disconnections follow it.
+void CentralCore::setAdapter(const std::string& pathWhenOn) {
+  if (pathWhenOn == adapterOn_) {
+    return;
+  }
+  const bool wasOn = !adapterOn_.empty();
+  adapterOn_ = pathWhenOn;
+  if (wasOn) {
+    userScan_ = false;
+    rssi_.reset();
+    for (const auto& [address, link] : links_) {
+      link->adapterLost();
+    }
+  }
+  updateScan();
+  scan_.setAdapter(adapterOn_);
+  if (!adapterOn_.empty()) {
+    for (const auto& [address, link] : links_) {
+      link->adapterOn();
+    }
+  }
+}
+
+void CentralCore::announce(std::int64_t state) {
+  if (announced_ == state) {
+    return;
+  }
+  announced_ = state;
+  post([state](CentralCore& self) {
+    self.state_ = state;
+    self.delegate_->centralManagerDidUpdateState(*self.central_);
+  });
+}
+
+// ---- The scan
+
+void CentralCore::scan(std::span<const KVUUID> services, bool allowDuplicates) {
+  if (adapterOn_.empty()) {
+    return;
+  }
+  userScan_ = true;
+  scanServices_.assign(services.begin(), services.end());
+  scanDuplicates_ = allowDuplicates;
+  scanReported_.clear();
+  updateScan();
+}
+
+void CentralCore::stopScan() {
+  userScan_ = false;
+  updateScan();
+}
+
+void CentralCore::updateScan() {
+  const bool sightings = std::any_of(links_.begin(), links_.end(), [](const auto& each) {
+    return each.second->waitsForSighting();
+  });
+  scan_.setWanted(userScan_ || sightings);
+}
+
+void CentralCore::sightingsWantedChanged() { updateScan(); }
+
+void CentralCore::deviceSeen(DeviceObject& device) {
+  scan_.heard();
+  if (device.adapter != adapterOn_) {
+    return;
+  }
+  if (!links_.empty()) {
+    if (Link* link = findLink(device.address)) {
+      link->deviceSeen();
+    }
+  }
+  if (userScan_ && state_ == KVCentralStatePoweredOn && wantedByScan(device)) {
+    deliverAdvertisement(device);
+  }
+}
+
+bool CentralCore::wantedByScan(const DeviceObject& device) {
+  const auto offered = [&](const KVUUID& wanted) {
+    return std::any_of(device.serviceData.begin(), device.serviceData.end(),
+                       [&](const auto& entry) { return entry.uuid == wanted; }) ||
+           std::find(device.uuids.begin(), device.uuids.end(), wanted) != device.uuids.end();
+  };
+  return (scanServices_.empty() ||
+          std::any_of(scanServices_.begin(), scanServices_.end(), offered)) &&
+         (scanDuplicates_ || scanReported_.insert(device.address).second);
+}
+
+void CentralCore::deliverAdvertisement(DeviceObject& device) {
+  advertisement_.clear();
+  for (const auto& [uuid, value] : device.serviceData) {
+    advertisement_.push_back({uuid, value});
+  }
+  const auto handle = handleOf(device);
+  // The last thing that is done with the signal: the delegate may drop everything.
+  delegate_->didDiscoverPeripheral(*central_, handle, {advertisement_}, device.rssi);
+}
+
+const std::shared_ptr<BlueZPeripheral>& CentralCore::handleOf(DeviceObject& device) {
+  if (!device.handle) {
+    auto& known = handles_[device.address];
+    device.handle = known.lock();
+    if (!device.handle) {
+      device.handle =
+          std::make_shared<BlueZPeripheral>(device.address, weak_from_this(), context_.queue);
+      known = device.handle;
+    }
+  }
+  return device.handle;
+}
+
+void CentralCore::deviceRemoved(DeviceObject& device) {
+  if (Link* link = device.adapter == adapterOn_ ? findLink(device.address) : nullptr) {
+    link->deviceRemoved();
+  }
+  // Handles that nobody holds any more are dropped from time to time.
+  if (handles_.size() > handlesToSweep_) {
+    std::erase_if(handles_, [](const auto& each) { return each.second.expired(); });
+    handlesToSweep_ = 2 * handles_.size() + 64;
+  }
+}
+
+// ---- The links
+
+Link* CentralCore::findLink(const std::string& address) {
+  const auto found = links_.find(address);
+  return found == links_.end() ? nullptr : found->second.get();
+}
+
+GattSession* CentralCore::session(const std::string& address) {
+  Link* link = findLink(address);
+  return link == nullptr ? nullptr : link->session();
+}
+
+void CentralCore::connect(const std::shared_ptr<KVPeripheral>& peripheral) {
+  const auto handle = std::dynamic_pointer_cast<BlueZPeripheral>(peripheral);
+  if (!handle) {
+    return;
+  }
+  auto& link = links_[handle->identifier()];
+  if (!link) {
+    link = std::make_unique<Link>(context_, host(), handle);
+  }
+  link->request(handle);
+}
+
+void CentralCore::cancel(const std::shared_ptr<KVPeripheral>& peripheral) {
+  if (peripheral) {
+    if (Link* link = findLink(peripheral->identifier())) {
+      link->cancel();
+    }
+  }
+}
+
+void CentralCore::deviceChanged(DeviceObject& device) {
+  if (Link* link = device.adapter == adapterOn_ ? findLink(device.address) : nullptr) {
+    link->deviceChanged(device);
+  }
+}
+
+void CentralCore::characteristicValue(std::string_view path, KVBytes value) {
+  for (const auto& [address, link] : links_) {
+    if (GattSession* session = link->session()) {
+      session->characteristicValue(path, value);
+    }
+  }
+}
+
+void CentralCore::attributeRemoved(std::string_view path) {
+  for (const auto& [address, link] : links_) {
+    if (GattSession* session = link->session()) {
+      session->attributeRemoved(path);
+    }
+  }
+}
+
+void CentralCore::requestTurn(Link& link) {
+  line_.push_back(&link);
+  grantTurn();
+}
+
+void CentralCore::releaseTurn(Link& link) {
+  std::erase(line_, &link);
+  if (turn_ == &link) {
+    turn_ = nullptr;
+    grantTurn();
+  }
+}
+
+// One attempt at a time, and no discovery meanwhile: the kernel suspends it for the attempt anyway,
+// and some controllers refuse to do both.
+void CentralCore::grantTurn() {
+  if (turn_ != nullptr) {
+    return;
+  }
+  if (line_.empty()) {
+    scan_.resume();
+    return;
+  }
+  turn_ = line_.front();
+  line_.pop_front();
+  scan_.pause([this] {
+    if (turn_ != nullptr) {
+      turn_->turnGranted();
+    }
+  });
+}
+
+void CentralCore::reportConnected(Link& link) {
+  post([peripheral = link.peripheral()](CentralCore& self) {
+    const Link* now = self.findLink(peripheral->identifier());
+    if (now != nullptr && now->up()) {
+      peripheral->setState(KVPeripheralStateConnected);
+      self.delegate_->didConnectPeripheral(*self.central_, peripheral);
+    }
+  });
+}
+
+void CentralCore::reportDisconnected(Link& link, std::optional<KVError> error) {
+  post([peripheral = link.peripheral(), error = std::move(error)](CentralCore& self) {
+    peripheral->setState(KVPeripheralStateDisconnected);
+    self.delegate_->didDisconnectPeripheral(*self.central_, peripheral, error);
+    if (*self.context_.open) {
+      self.forgetIdle(peripheral->identifier());
+    }
+  });
+}
+
+void CentralCore::forgetIdle(const std::string& address) {
+  const auto found = links_.find(address);
+  if (found == links_.end()) {
+    return;
+  }
+  const Link& link = *found->second;
+  if (link.idle()) {
+    links_.erase(found);
+  } else if (!link.up()) {
+    // A request that was made before this report still stands.
+    link.peripheral()->setState(KVPeripheralStateConnecting);
+  }
+}
+
+void CentralCore::readRssi(const std::shared_ptr<BlueZPeripheral>& peripheral) {
+  const Link* link = findLink(peripheral->identifier());
+  const DeviceObject* device = daemon_.tree().device(adapterOn_, peripheral->identifier());
+  if (link == nullptr || !link->up() || device == nullptr) {
+    return;
+  }
+  rssi_.read(adapterOn_, device->address, device->randomAddress,
+             [this, peripheral](std::optional<std::int64_t> rssi) {
+               post([peripheral, rssi](CentralCore& self) {
+                 const Link* now = self.findLink(peripheral->identifier());
+                 const auto delegate = peripheral->delegate();
+                 if (now != nullptr && now->up() && delegate) {
+                   delegate->didReadRSSI(
+                       *peripheral, rssi,
+                       rssi ? std::nullopt
+                            : std::optional(KVError{"The signal strength could not be read",
+                                                    kErrorRequestFailed, std::nullopt}));
+                 }
+               });
+             });
+}
+
+}  // namespace kv

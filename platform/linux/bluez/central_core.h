@@ -1,0 +1,107 @@
+/// The BlueZ central: the adapter, the scan, the links, and who is told what.
+#ifndef PLATFORM_LINUX_BLUEZ_CENTRAL_CORE_H
+#define PLATFORM_LINUX_BLUEZ_CENTRAL_CORE_H
+
+#include <deque>
+#include <map>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "KVFobLink/KVBluetooth.h"
+#include "platform/linux/bluez/context.h"
+#include "platform/linux/bluez/daemon.h"
+#include "platform/linux/bluez/link.h"
+#include "platform/linux/bluez/live_rssi.h"
+#include "platform/linux/bluez/object_tree.h"
+#include "platform/linux/bluez/scan_session.h"
+
+namespace kv {
+
+/// All events but advertisements are posted, so they keep their order and never come from inside a
+/// request. Event thread, but for the constructor.
+class CentralCore : public std::enable_shared_from_this<CentralCore>,
+                    private ObjectTreeObserver,
+                    private LinkHost {
+ public:
+  CentralCore(KVCentral& central, KVCentralDelegate& delegate,
+              std::shared_ptr<KVLinuxEventQueue> queue, const KVBlueZOptions& options,
+              const BlueZTiming& timing, std::shared_ptr<KVLog> log);
+
+  void start();
+  /// Ends all events, links and scans. The central may be gone afterwards.
+  void close();
+
+  std::int64_t state() const { return state_; }
+  void scan(std::span<const KVUUID> services, bool allowDuplicates);
+  void stopScan();
+  void connect(const std::shared_ptr<KVPeripheral>& peripheral);
+  void cancel(const std::shared_ptr<KVPeripheral>& peripheral);
+
+  /// The attributes of the link to `address`; null without a link.
+  GattSession* session(const std::string& address);
+  void readRssi(const std::shared_ptr<BlueZPeripheral>& peripheral);
+
+ private:
+  void adaptersChanged() override;
+  void deviceSeen(DeviceObject& device) override;
+  void deviceChanged(DeviceObject& device) override;
+  void deviceRemoved(DeviceObject& device) override;
+  void characteristicValue(std::string_view path, KVBytes value) override;
+  void attributeRemoved(std::string_view path) override;
+
+  const std::string& adapterPath() const override { return adapterOn_; }
+  void requestTurn(Link& link) override;
+  void releaseTurn(Link& link) override;
+  void sightingsWantedChanged() override;
+  void reportConnected(Link& link) override;
+  void reportDisconnected(Link& link, std::optional<KVError> error) override;
+
+  LinkHost& host() { return *this; }
+  const AdapterObject* chooseAdapter() const;
+  void updateAdapter();
+  void setAdapter(const std::string& pathWhenOn);
+  void announce(std::int64_t state);
+  void updateScan();
+  bool wantedByScan(const DeviceObject& device);
+  void deliverAdvertisement(DeviceObject& device);
+  const std::shared_ptr<BlueZPeripheral>& handleOf(DeviceObject& device);
+  Link* findLink(const std::string& address);
+  void grantTurn();
+  void forgetIdle(const std::string& address);
+  void post(std::function<void(CentralCore&)> task);
+
+  KVCentral* central_;
+  KVCentralDelegate* delegate_;
+  Context context_;
+  Daemon daemon_;
+  ScanSession scan_;
+  LiveRssi rssi_;
+  Timer noAdapter_;
+
+  std::int64_t state_ = KVCentralStateUnknown;  ///< As last told to the delegate,
+  std::optional<std::int64_t> announced_;       ///< and as it will have been told.
+  bool everReady_ = false;
+  std::string adapterPath_;  ///< The chosen adapter, on or off.
+  std::string adapterOn_;    ///< The same while it is on, else empty.
+
+  bool userScan_ = false;
+  std::vector<KVUUID> scanServices_;
+  bool scanDuplicates_ = false;
+  std::unordered_set<std::string> scanReported_;
+  std::vector<KVAdvertisement::ServiceData> advertisement_;  ///< Kept for its memory.
+
+  std::unordered_map<std::string, std::weak_ptr<BlueZPeripheral>> handles_;
+  std::size_t handlesToSweep_ = 64;
+  std::map<std::string, std::unique_ptr<Link>, std::less<>> links_;
+  std::deque<Link*> line_;  ///< Waiting for their turn to connect.
+  Link* turn_ = nullptr;
+};
+
+}  // namespace kv
+
+#endif  // PLATFORM_LINUX_BLUEZ_CENTRAL_CORE_H

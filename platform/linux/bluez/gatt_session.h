@@ -1,0 +1,91 @@
+/// The attributes of one link, and the requests to them.
+#ifndef PLATFORM_LINUX_BLUEZ_GATT_SESSION_H
+#define PLATFORM_LINUX_BLUEZ_GATT_SESSION_H
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "KVFobLink/KVBluetooth.h"
+#include "platform/linux/bluez/context.h"
+#include "platform/linux/bluez/peripheral.h"
+#include "platform/linux/bus/connection.h"
+
+namespace kv {
+
+/// One queue of requests, one at a time, so that what is asked first is done first. Events are
+/// posted. Dropping the session drops the requests that have not been answered.
+class GattSession : public std::enable_shared_from_this<GattSession> {
+ public:
+  /// `broken` is called when the link has to be given up: a request was not answered in time, or
+  /// the attributes have changed under it.
+  GattSession(Context& context, std::shared_ptr<BlueZPeripheral> peripheral, std::string devicePath,
+              std::function<void(const std::string& why)> broken);
+  ~GattSession();
+
+  void discoverServices();
+  void discoverCharacteristics(const std::shared_ptr<BlueZService>& service);
+  void setNotify(bool enabled, const std::shared_ptr<BlueZCharacteristic>& characteristic);
+  void read(const std::shared_ptr<BlueZCharacteristic>& characteristic);
+  void write(const std::shared_ptr<BlueZCharacteristic>& characteristic, KVData value);
+
+  /// A `Value` that the daemon has signalled.
+  void characteristicValue(std::string_view path, KVBytes value);
+  void attributeRemoved(std::string_view path);
+
+ private:
+  enum class Kind { subscribe, unsubscribe, read, write };
+  struct Request {
+    Kind kind;
+    std::shared_ptr<BlueZCharacteristic> characteristic;
+    KVData value = {};
+  };
+  /// How the values of one subscribed characteristic reach us.
+  struct Subscription {
+    std::shared_ptr<BlueZCharacteristic> characteristic;
+    int socket = -1;  ///< A socket of its own; -1 when the daemon's signals carry the values.
+    std::unique_ptr<KVLinuxEventQueue::Watch> watch;
+  };
+
+  void enqueue(Request request);
+  void next();
+  void finish();
+  void subscribe();
+  void acquired(const BusMessage& reply, const BusFault& error);
+  void startNotify();
+  void unsubscribe();
+  void sendRead();
+  void readDone(const BusMessage& reply, const BusFault& error);
+  void sendWrite();
+  void writeDone(const BusFault& error);
+  void send(BusMessage message, BusConnection::Answer answered);
+  BusMessage characteristicCall(const char* member) const;
+  bool linkIsGone(const BusFault& error);
+  void drain(const std::string& path);
+  void closeSubscription(Subscription& subscription);
+  void post(std::function<void(BlueZPeripheral&, KVPeripheralDelegate&)> event);
+  void postValue(const std::shared_ptr<BlueZCharacteristic>& characteristic,
+                 std::optional<KVData> value, std::optional<KVError> error);
+
+  Context& context_;
+  std::shared_ptr<BlueZPeripheral> peripheral_;
+  std::string devicePath_;
+  std::function<void(const std::string&)> broken_;
+  std::deque<Request> requests_;
+  bool busy_ = false;
+  std::map<std::string, Subscription, std::less<>> subscriptions_;
+  /// While a read of a characteristic is under way whose values come as signals: those values.
+  std::optional<std::vector<KVData>> valuesDuringRead_;
+  BusSlot call_;
+  Timer limit_;
+};
+
+}  // namespace kv
+
+#endif  // PLATFORM_LINUX_BLUEZ_GATT_SESSION_H

@@ -1,0 +1,430 @@
+#include "platform/linux/bluez/link.h"
+
+#include <algorithm>
+#include <random>
+#include <utility>
+
+#include "platform/linux/bluez/daemon.h"
+
+namespace kv {
+namespace {
+
+constexpr const char* kDevice = "org.bluez.Device1";
+
+}  // namespace
+
+Link::Link(Context& context, LinkHost& host, std::shared_ptr<BlueZPeripheral> peripheral)
+    : context_(context), host_(host), peripheral_(std::move(peripheral)), timer_(context) {}
+
+DeviceObject* Link::device() const {
+  return context_.daemon->tree().device(host_.adapterPath(), address());
+}
+
+BusMessage Link::deviceCall(const char* member) const {
+  return context_.daemon->methodCall(devicePath_, kDevice, member);
+}
+
+void Link::enter(Phase phase) {
+  const bool waited = waitsForSighting();
+  phase_ = phase;
+  if (phase != Phase::pausing) {
+    timer_.cancel();
+  }
+  if (waited != waitsForSighting()) {
+    host_.sightingsWantedChanged();
+  }
+}
+
+void Link::request(std::shared_ptr<BlueZPeripheral> peripheral) {
+  if (phase_ == Phase::up) {
+    // Before its report has been delivered the earlier request is still pending; this one joins it.
+    if (peripheral_->state() == KVPeripheralStateConnected) {
+      host_.reportConnected(*this);
+    }
+    return;
+  }
+  peripheral_ = std::move(peripheral);
+  wanted_ = true;
+  if (phase_ == Phase::idle) {
+    peripheral_->setState(KVPeripheralStateConnecting);
+    begin();
+  }
+}
+
+void Link::begin() {
+  DeviceObject* known = device();
+  if (host_.adapterPath().empty()) {
+    enter(Phase::waitingAdapter);
+  } else if (known == nullptr || (silent_ && !known->connected)) {
+    waitForSighting();
+  } else {
+    enter(Phase::waitingTurn);
+    host_.requestTurn(*this);
+  }
+}
+
+void Link::waitForSighting() {
+  enter(Phase::waitingSighting);
+  timer_.set(context_.timing.blindRetry, [this] {
+    if (device() != nullptr) {
+      silent_ = false;
+      begin();
+    } else {
+      waitForSighting();
+    }
+  });
+}
+
+void Link::deviceSeen() {
+  if (phase_ == Phase::waitingSighting) {
+    silent_ = false;
+    begin();
+  }
+}
+
+void Link::turnGranted() {
+  const DeviceObject* known = device();
+  if (known == nullptr) {
+    host_.releaseTurn(*this);
+    waitForSighting();
+    return;
+  }
+  devicePath_ = known->path;
+  refreshed_ = false;
+  if (known->connected) {
+    // A link that an earlier process has left, or another one holds: it serves as well.
+    resolve(*known);
+  } else {
+    attemptConnect();
+  }
+}
+
+void Link::attemptConnect() {
+  enter(Phase::connecting);
+  timer_.set(context_.options.connectTimeout, [this] {
+    silent_ = true;
+    disconnect(context_.options.disconnectTimeout);
+  });
+  // The daemon goes on connecting when a call has timed out, so this call is given more time than
+  // we give the attempt; the attempt is ended by Disconnect.
+  connectCall_ = context_.daemon->call(
+      deviceCall("Connect"), 2 * context_.options.connectTimeout + context_.timing.daemonCall,
+      [this](const BusMessage&, const BusFault& error) { connectAnswered(error); });
+}
+
+// What counts is the state of the device; the answer only tells when to stop waiting for it.
+void Link::connectAnswered(const BusFault& error) {
+  connectCall_.reset();
+  const Fault fault = classify(error);
+  if (phase_ == Phase::ending) {
+    const DeviceObject* known = device();
+    if (known == nullptr || !known->connected) {
+      ended();
+    }
+    return;
+  }
+  if (phase_ != Phase::connecting) {
+    return;
+  }
+  DeviceObject* known = device();
+  if (error) {
+    explain(fault, *error);
+  }
+  switch (fault) {
+    case Fault::none:
+    case Fault::alreadyConnected:
+      // Success can come without a link; then the link comes soon or not at all.
+      if (known == nullptr || !known->connected) {
+        timer_.set(context_.timing.settle,
+                   [this] { disconnect(context_.options.disconnectTimeout); });
+      }
+      break;
+    case Fault::inProgress:
+      break;  // somebody else's attempt: its outcome is ours, until the limit of this one
+    case Fault::unknownObject:
+      host_.releaseTurn(*this);
+      ++failures_;
+      waitForSighting();
+      break;
+    case Fault::noRoom:
+      attemptFailed(context_.timing.noRoomPause);
+      break;
+    default:
+      if (known != nullptr && known->connected) {
+        disconnect(context_.timing.settle);
+      } else {
+        attemptFailed({});
+      }
+  }
+}
+
+void Link::explain(Fault fault, const BusError& error) {
+  std::string line = "no link to " + address() + " yet: " + error.text;
+  if (fault == Fault::wrongBearer) {
+    line +=
+        "; bluetoothd takes the tag for a classic Bluetooth device: ControllerMode = le in its "
+        "main.conf, or PreferredBearer, makes it use low energy";
+  } else if (fault == Fault::noRoom) {
+    line += "; the adapter holds as many links as it can";
+  }
+  // A tag out of range would repeat the same line for ever.
+  if (line != lastExplained_) {
+    lastExplained_ = line;
+    context_.log(line);
+  }
+}
+
+void Link::deviceChanged(const DeviceObject& device) {
+  switch (phase_) {
+    case Phase::connecting:
+      if (device.connected) {
+        resolve(device);
+      }
+      break;
+    case Phase::resolving:
+      if (device.connected) {
+        resolve(device);
+      } else {
+        attemptFailed({});
+      }
+      break;
+    case Phase::up:
+      if (!device.connected) {
+        dropped({"The link was lost", kErrorLinkLost, std::nullopt});
+      }
+      break;
+    case Phase::ending:
+      if (!device.connected && !connectCall_) {
+        ended();
+      }
+      break;
+    default:
+      break;
+  }
+}
+
+void Link::resolve(const DeviceObject& device) {
+  if (phase_ != Phase::resolving) {
+    enter(Phase::resolving);
+    timer_.set(context_.options.servicesTimeout, [this] {
+      context_.log("the services of " + address() + " were not discovered in time");
+      disconnect(context_.options.disconnectTimeout);
+    });
+  }
+  if (!device.servicesResolved) {
+    return;
+  }
+  if (context_.daemon->tree().hasServices(device.path)) {
+    becomeUp();
+  } else if (!std::exchange(refreshed_, true)) {
+    // The flag can be ahead of the objects.
+    refreshCall_ = context_.daemon->refresh([this] {
+      const DeviceObject* known = this->device();
+      if (phase_ == Phase::resolving && known != nullptr && known->connected) {
+        timer_.set(context_.timing.servicesGrace, [this] { servicesMissing(); });
+        resolve(*known);
+      }
+    });
+  }
+}
+
+// The flag is also set when the discovery has failed, and a discovery can be spared for a cache
+// that is wrong. Forgetting the device mends both.
+void Link::servicesMissing() {
+  const DeviceObject* known = device();
+  if (known != nullptr && context_.daemon->tree().hasServices(known->path)) {
+    becomeUp();
+    return;
+  }
+  context_.log(address() + " was connected without any service");
+  if (!std::exchange(removedOnce_, true)) {
+    BusMessage removal =
+        context_.daemon->methodCall(host_.adapterPath(), "org.bluez.Adapter1", "RemoveDevice");
+    if (removal) {
+      sd_bus_message_append(removal.get(), "o", devicePath_.c_str());
+    }
+    context_.daemon->send(removal);
+  }
+  disconnect(context_.options.disconnectTimeout);
+}
+
+void Link::becomeUp() {
+  enter(Phase::up);
+  connectCall_.reset();
+  refreshCall_.reset();
+  host_.releaseTurn(*this);
+  wanted_ = false;
+  removedOnce_ = false;
+  silent_ = false;
+  lastExplained_.clear();
+  upSince_ = context_.queue->now();
+  session_ = std::make_shared<GattSession>(context_, peripheral_, devicePath_,
+                                           [this](const std::string& why) { giveUpLink(why); });
+  reportDown_ = true;
+  downError_.reset();
+  host_.reportConnected(*this);
+}
+
+void Link::giveUpLink(const std::string& why) {
+  if (phase_ == Phase::up) {
+    context_.log(address() + ": " + why + "; the link is dropped");
+    downError_ = KVError{why, kErrorRequestTimeout, std::nullopt};
+    disconnect(context_.options.disconnectTimeout);
+  }
+}
+
+void Link::dropped(const KVError& error) {
+  if (phase_ == Phase::up) {
+    downError_ = error;
+    // When the adapter is powered off its links end first; the power state is to be told before.
+    leave(Phase::dropping, context_.timing.dropHold);
+  }
+}
+
+void Link::leave(Phase phase, std::chrono::milliseconds limit) {
+  if (phase_ == Phase::up) {
+    const bool brief = context_.queue->now() - upSince_ < context_.timing.flap;
+    failures_ = brief ? failures_ + 1 : 0;
+    session_.reset();
+  } else {
+    ++failures_;
+  }
+  enter(phase);
+  timer_.set(limit, [this] { ended(); });
+}
+
+void Link::disconnect(std::chrono::milliseconds limit) {
+  leave(Phase::ending, limit);
+  disconnectCall_ = context_.daemon->call(
+      deviceCall("Disconnect"), limit, [this](const BusMessage&, const BusFault&) {
+        const DeviceObject* known = device();
+        if (phase_ == Phase::ending && !connectCall_ && (known == nullptr || !known->connected)) {
+          ended();
+        }
+      });
+}
+
+void Link::ended() {
+  connectCall_.reset();
+  disconnectCall_.reset();
+  refreshCall_.reset();
+  host_.releaseTurn(*this);
+  enter(Phase::idle);
+  if (std::exchange(reportDown_, false)) {
+    host_.reportDisconnected(*this, std::exchange(downError_, std::nullopt));
+  }
+  if (wanted_) {
+    retryAfterFailure();
+  }
+}
+
+void Link::attemptFailed(std::chrono::milliseconds pause) {
+  ++failures_;
+  connectCall_.reset();
+  refreshCall_.reset();
+  host_.releaseTurn(*this);
+  enter(Phase::pausing);
+  timer_.set(std::max(pause, backoff()), [this] { begin(); });
+}
+
+void Link::retryAfterFailure() {
+  if (failures_ == 0) {
+    begin();
+    return;
+  }
+  enter(Phase::pausing);
+  timer_.set(backoff(), [this] { begin(); });
+}
+
+std::chrono::milliseconds Link::backoff() const {
+  const int doublings = std::clamp(failures_ - 1, 0, 20);
+  const std::chrono::milliseconds pause =
+      std::min(context_.options.retryFirst * (1 << doublings), context_.options.retryMost);
+  // Pauses differ, so that links that fail together do not stay together.
+  std::uniform_real_distribution<double> jitter(0.8, 1.2);
+  return std::chrono::duration_cast<std::chrono::milliseconds>(pause * jitter(context_.random));
+}
+
+void Link::cancel() {
+  switch (phase_) {
+    case Phase::idle:
+      break;
+    case Phase::up:
+      peripheral_->setState(KVPeripheralStateDisconnecting);
+      disconnect(context_.options.disconnectTimeout);
+      failures_ = 0;
+      break;
+    case Phase::dropping:
+    case Phase::ending:
+      if (reportDown_) {
+        wanted_ = false;  // the end that is about to be reported answers both
+        break;
+      }
+      [[fallthrough]];
+    default:
+      if (std::exchange(wanted_, false)) {
+        host_.reportDisconnected(*this, std::nullopt);
+      }
+      failures_ = 0;
+      silent_ = false;
+      if (phase_ == Phase::connecting || phase_ == Phase::resolving) {
+        disconnect(context_.options.disconnectTimeout);
+      } else if (phase_ != Phase::ending) {
+        host_.releaseTurn(*this);
+        enter(Phase::idle);
+      }
+  }
+}
+
+void Link::adapterOn() {
+  if (phase_ == Phase::waitingAdapter) {
+    silent_ = false;
+    begin();
+  }
+}
+
+void Link::adapterLost() {
+  if (phase_ == Phase::idle || phase_ == Phase::waitingAdapter) {
+    return;
+  }
+  session_.reset();
+  connectCall_.reset();
+  disconnectCall_.reset();
+  refreshCall_.reset();
+  host_.releaseTurn(*this);
+  failures_ = 0;
+  if (std::exchange(reportDown_, false)) {
+    host_.reportDisconnected(
+        *this, downError_ ? std::exchange(downError_, std::nullopt)
+                          : KVError{"The adapter went away", kErrorAdapterLost, std::nullopt});
+  }
+  enter(wanted_ ? Phase::waitingAdapter : Phase::idle);
+}
+
+void Link::deviceRemoved() {
+  switch (phase_) {
+    case Phase::connecting:
+    case Phase::resolving:
+      attemptFailed({});
+      break;
+    case Phase::up:
+      dropped({"The link was lost", kErrorLinkLost, std::nullopt});
+      break;
+    case Phase::ending:
+      if (!connectCall_) {
+        ended();
+      }
+      break;
+    default:
+      break;
+  }
+}
+
+void Link::close() {
+  if (phase_ == Phase::connecting || phase_ == Phase::resolving || phase_ == Phase::up) {
+    session_.reset();
+    context_.daemon->send(deviceCall("Disconnect"));
+  }
+}
+
+}  // namespace kv

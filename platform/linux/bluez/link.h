@@ -1,0 +1,118 @@
+/// One standing request for a link, through all its attempts, and the link itself.
+#ifndef PLATFORM_LINUX_BLUEZ_LINK_H
+#define PLATFORM_LINUX_BLUEZ_LINK_H
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "KVFobLink/KVTypes.h"
+#include "platform/linux/bluez/context.h"
+#include "platform/linux/bluez/errors.h"
+#include "platform/linux/bluez/gatt_session.h"
+#include "platform/linux/bluez/object_tree.h"
+#include "platform/linux/bluez/peripheral.h"
+
+namespace kv {
+
+class Link;
+
+/// What a link needs of its central.
+class LinkHost {
+ public:
+  virtual ~LinkHost() = default;
+  /// The path of the adapter that is on; empty when there is none.
+  virtual const std::string& adapterPath() const = 0;
+  /// Asks for the right to connect, of which there is one; `Link::turnGranted` gives it.
+  virtual void requestTurn(Link& link) = 0;
+  /// Gives the right back, or the place in the line.
+  virtual void releaseTurn(Link& link) = 0;
+  /// The link has begun or ceased to wait for an advertisement.
+  virtual void sightingsWantedChanged() = 0;
+  virtual void reportConnected(Link& link) = 0;
+  virtual void reportDisconnected(Link& link, std::optional<KVError> error) = 0;
+};
+
+/// Event thread. Nothing is reported from inside a call.
+class Link {
+ public:
+  Link(Context& context, LinkHost& host, std::shared_ptr<BlueZPeripheral> peripheral);
+
+  void request(std::shared_ptr<BlueZPeripheral> peripheral);
+  void cancel();
+
+  void turnGranted();
+  void adapterOn();
+  void adapterLost();
+  void deviceSeen();
+  void deviceChanged(const DeviceObject& device);
+  void deviceRemoved();
+
+  const std::shared_ptr<BlueZPeripheral>& peripheral() const { return peripheral_; }
+  const std::string& address() const { return peripheral_->identifier(); }
+  GattSession* session() const { return session_.get(); }
+  bool idle() const { return phase_ == Phase::idle && !wanted_; }
+  bool up() const { return phase_ == Phase::up; }
+  bool waitsForSighting() const { return phase_ == Phase::waitingSighting; }
+  /// Asks the daemon to end whatever there is of this link, without waiting.
+  void close();
+
+ private:
+  enum class Phase {
+    idle,             ///< Nothing is wanted.
+    waitingAdapter,   ///< No adapter is on.
+    waitingSighting,  ///< The tag must be heard before the next attempt.
+    pausing,          ///< A failed attempt is followed by a pause.
+    waitingTurn,      ///< Another attempt is under way.
+    connecting,       ///< Connect was called.
+    resolving,        ///< The link is up and its services are being discovered.
+    up,
+    dropping,  ///< The link has dropped, which is about to be reported.
+    ending,    ///< Disconnect was called.
+  };
+
+  void begin();
+  void enter(Phase phase);
+  void attemptConnect();
+  void connectAnswered(const BusFault& error);
+  void resolve(const DeviceObject& device);
+  void servicesMissing();
+  void becomeUp();
+  void attemptFailed(std::chrono::milliseconds pause);
+  void retryAfterFailure();
+  void waitForSighting();
+  void dropped(const KVError& error);
+  void leave(Phase phase, std::chrono::milliseconds limit);
+  void disconnect(std::chrono::milliseconds limit);
+  void ended();
+  void giveUpLink(const std::string& why);
+  void explain(Fault fault, const BusError& error);
+  std::chrono::milliseconds backoff() const;
+  DeviceObject* device() const;
+  BusMessage deviceCall(const char* member) const;
+
+  Context& context_;
+  LinkHost& host_;
+  std::shared_ptr<BlueZPeripheral> peripheral_;
+  Phase phase_ = Phase::idle;
+  bool wanted_ = false;               ///< A request that has not been answered.
+  bool reportDown_ = false;           ///< The end of this link is still to be reported,
+  std::optional<KVError> downError_;  ///< with this error.
+  bool silent_ = false;               ///< The last attempt found nobody.
+  bool refreshed_ = false;            ///< The objects were read anew for missing services.
+  bool removedOnce_ = false;          ///< The device was removed for missing services.
+  std::string lastExplained_;
+  int failures_ = 0;
+  KVEventQueue::Duration upSince_{};
+  std::string devicePath_;  ///< Of the attempt or link in progress.
+  Timer timer_;
+  BusSlot connectCall_;
+  BusSlot disconnectCall_;
+  BusSlot refreshCall_;
+  std::shared_ptr<GattSession> session_;
+};
+
+}  // namespace kv
+
+#endif  // PLATFORM_LINUX_BLUEZ_LINK_H

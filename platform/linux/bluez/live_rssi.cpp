@@ -1,0 +1,250 @@
+#include "platform/linux/bluez/live_rssi.h"
+
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+namespace kv {
+namespace {
+
+// The kernel's Bluetooth socket interface (include/net/bluetooth/hci_sock.h of Linux 6.1).
+constexpr int kProtocolHci = 1;
+constexpr int kOptionFilter = 2;
+constexpr std::uint16_t kChannelRaw = 0;
+constexpr std::uint16_t kChannelControl = 3;
+constexpr std::uint16_t kNoDevice = 0xffff;
+constexpr std::uint8_t kLeLink = 0x80;
+
+struct HciAddress {
+  std::uint16_t family;
+  std::uint16_t device;
+  std::uint16_t channel;
+};
+
+struct HciFilter {
+  std::uint32_t types;
+  std::array<std::uint32_t, 2> events;
+  std::uint16_t opcode;
+};
+
+struct ConnectionInfo {
+  std::array<std::uint8_t, 6> peer;
+  std::uint8_t type;
+  std::uint8_t padding;
+  std::uint16_t handle;
+  std::array<std::uint8_t, 14> rest;
+};
+static_assert(sizeof(ConnectionInfo) == 24);
+constexpr unsigned long kGetConnectionInfo = _IOR('H', 213, int);
+
+// Read RSSI (Bluetooth Core Specification, Vol 4, Part E, 7.5.4), with the packet types and events
+// of the same document.
+constexpr std::uint8_t kCommandPacket = 0x01;
+constexpr std::uint8_t kEventPacket = 0x04;
+constexpr std::uint8_t kCommandComplete = 0x0e;
+constexpr std::uint8_t kCommandStatus = 0x0f;
+constexpr std::uint16_t kReadRssi = 0x1405;
+constexpr std::int8_t kNoRssi = 127;
+
+// Get Connection Information of the kernel's management interface (doc/mgmt-api.txt of BlueZ).
+constexpr std::uint16_t kManageConnectionInfo = 0x0031;
+constexpr std::uint16_t kManageComplete = 0x0001;
+constexpr std::uint16_t kManageStatus = 0x0002;
+constexpr std::uint8_t kManagePermissionDenied = 0x14;
+
+std::uint16_t wordAt(KVBytes bytes, std::size_t at) {
+  return static_cast<std::uint16_t>(bytes[at] | bytes[at + 1] << 8);
+}
+
+constexpr std::uint8_t low(std::uint16_t word) { return static_cast<std::uint8_t>(word & 0xff); }
+constexpr std::uint8_t high(std::uint16_t word) { return static_cast<std::uint8_t>(word >> 8); }
+
+// "AA:BB:CC:DD:EE:FF" as the kernel keeps it, least significant byte first.
+std::array<std::uint8_t, 6> addressBytes(std::string_view text) {
+  std::array<std::uint8_t, 6> bytes{};
+  for (std::size_t i = 0; i < bytes.size() && 3 * i + 2 <= text.size(); ++i) {
+    std::from_chars(text.data() + 3 * i, text.data() + 3 * i + 2, bytes[5 - i], 16);
+  }
+  return bytes;
+}
+
+std::optional<std::int64_t> known(std::uint8_t byte) {
+  const auto rssi = static_cast<std::int8_t>(byte);
+  return rssi == kNoRssi ? std::nullopt : std::optional<std::int64_t>(rssi);
+}
+
+}  // namespace
+
+LiveRssi::LiveRssi(Context& context) : context_(context), limit_(context) {}
+
+LiveRssi::~LiveRssi() { reset(); }
+
+void LiveRssi::reset() {
+  queries_.clear();
+  busy_ = false;
+  limit_.cancel();
+  watch_.reset();
+  if (socket_ >= 0) {
+    close(std::exchange(socket_, -1));
+  }
+  channel_ = Channel::none;
+}
+
+void LiveRssi::read(const std::string& adapterPath, const std::string& address, bool randomAddress,
+                    Answer answered) {
+  constexpr std::string_view kIndexMark = "/hci";
+  const auto mark = adapterPath.rfind(kIndexMark);
+  std::uint16_t index = 0;
+  if (mark != std::string::npos) {
+    std::from_chars(adapterPath.data() + mark + kIndexMark.size(),
+                    adapterPath.data() + adapterPath.size(), index);
+  }
+  if (index != index_) {
+    reset();
+    index_ = index;
+  }
+  if (unavailable_.empty() && (channel_ != Channel::none || open(index))) {
+    queries_.push_back({address, randomAddress, std::move(answered)});
+    next();
+  }
+}
+
+int LiveRssi::openSocket(std::uint16_t index, std::uint16_t channel) {
+  const int fd = socket(AF_BLUETOOTH, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, kProtocolHci);
+  HciAddress address{AF_BLUETOOTH, index, channel};
+  if (fd >= 0 && bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+    return fd;
+  }
+  const int error = errno;
+  if (fd >= 0) {
+    close(fd);
+  }
+  errno = error;
+  return -1;
+}
+
+bool LiveRssi::open(std::uint16_t index) {
+  socket_ = openSocket(index, kChannelRaw);
+  channel_ = Channel::raw;
+  const HciFilter filter{
+      1U << kEventPacket, {1U << kCommandComplete | 1U << kCommandStatus, 0}, kReadRssi};
+  std::string why;
+  if (socket_ < 0 || setsockopt(socket_, 0, kOptionFilter, &filter, sizeof filter) != 0) {
+    why = std::strerror(errno);
+    if (socket_ >= 0) {
+      close(std::exchange(socket_, -1));
+    }
+    socket_ = openSocket(kNoDevice, kChannelControl);
+    channel_ = Channel::management;
+  }
+  if (socket_ < 0) {
+    channel_ = Channel::none;
+    unavailable_ = why;
+    context_.log("rssi unavailable, because a raw Bluetooth socket cannot be opened: " + why);
+    return false;
+  }
+  watch_ = context_.queue->watch(socket_, POLLIN, [this](short) { receive(); });
+  return true;
+}
+
+void LiveRssi::next() {
+  if (busy_ || queries_.empty()) {
+    return;
+  }
+  busy_ = true;
+  limit_.set(context_.timing.rssi, [this] { answer(std::nullopt); });
+  const bool sent =
+      channel_ == Channel::raw ? sendRaw(queries_.front()) : sendManagement(queries_.front());
+  if (!sent) {
+    limit_.set(std::chrono::nanoseconds(0), [this] { answer(std::nullopt); });
+  }
+}
+
+bool LiveRssi::sendRaw(Query& query) {
+  // The handle is asked for each time: it changes with each link.
+  ConnectionInfo info{};
+  info.peer = addressBytes(query.address);
+  info.type = kLeLink;
+  if (ioctl(socket_, kGetConnectionInfo, &info) != 0) {
+    return false;
+  }
+  query.handle = info.handle;
+  const std::array<std::uint8_t, 6> command{kCommandPacket,   low(kReadRssi),   high(kReadRssi), 2,
+                                            low(info.handle), high(info.handle)};
+  return write(socket_, command.data(), command.size()) == static_cast<ssize_t>(command.size());
+}
+
+bool LiveRssi::sendManagement(const Query& query) {
+  constexpr std::uint8_t kLePublic = 1;
+  constexpr std::uint8_t kLeRandom = 2;
+  std::array<std::uint8_t, 13> command{
+      low(kManageConnectionInfo), high(kManageConnectionInfo), low(index_), high(index_), 7, 0};
+  const auto peer = addressBytes(query.address);
+  std::copy(peer.begin(), peer.end(), command.begin() + 6);
+  command[12] = query.randomAddress ? kLeRandom : kLePublic;
+  return write(socket_, command.data(), command.size()) == static_cast<ssize_t>(command.size());
+}
+
+void LiveRssi::receive() {
+  std::array<std::uint8_t, 512> buffer{};
+  for (;;) {
+    const ssize_t size = recv(socket_, buffer.data(), buffer.size(), MSG_DONTWAIT);
+    if (size > 0) {
+      bool ours = false;
+      const auto rssi = parse(KVBytes(buffer.data(), static_cast<std::size_t>(size)), ours);
+      if (ours && busy_) {
+        answer(rssi);
+        return;  // the watch calls again for what is left
+      }
+    } else if (size < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)) {
+      return;
+    } else {
+      reset();  // the adapter has gone; a later reading opens the socket anew
+      return;
+    }
+  }
+}
+
+std::optional<std::int64_t> LiveRssi::parse(KVBytes packet, bool& ours) const {
+  if (queries_.empty()) {
+    return std::nullopt;
+  }
+  if (channel_ == Channel::raw) {
+    if (packet.size() >= 7 && packet[0] == kEventPacket && packet[1] == kCommandStatus) {
+      ours = wordAt(packet, 5) == kReadRssi && packet[3] != 0;
+    } else if (packet.size() >= 10 && packet[0] == kEventPacket && packet[1] == kCommandComplete) {
+      ours = wordAt(packet, 4) == kReadRssi && wordAt(packet, 7) == queries_.front().handle;
+      return ours && packet[6] == 0 ? known(packet[9]) : std::nullopt;
+    }
+    return std::nullopt;
+  }
+  constexpr std::size_t kHeader = 9;
+  const std::uint16_t event = packet.size() >= kHeader ? wordAt(packet, 0) : 0;
+  ours = (event == kManageComplete || event == kManageStatus) &&
+         wordAt(packet, 6) == kManageConnectionInfo;
+  if (!ours || packet[8] != 0 || packet.size() < kHeader + 8) {
+    return std::nullopt;
+  }
+  return known(packet[16]);
+}
+
+void LiveRssi::answer(std::optional<std::int64_t> rssi) {
+  limit_.cancel();
+  busy_ = false;
+  if (!queries_.empty()) {
+    const auto answered = std::move(queries_.front().answered);
+    queries_.pop_front();
+    answered(rssi);
+  }
+  next();
+}
+
+}  // namespace kv

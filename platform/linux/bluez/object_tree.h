@@ -1,0 +1,137 @@
+/// Our copy of the daemon's objects, kept by its signals.
+#ifndef PLATFORM_LINUX_BLUEZ_OBJECT_TREE_H
+#define PLATFORM_LINUX_BLUEZ_OBJECT_TREE_H
+
+#include <systemd/sd-bus.h>
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "KVFobLink/KVTypes.h"
+#include "KVFobLink/KVUUID.h"
+
+namespace kv {
+
+class BlueZPeripheral;
+
+struct AdapterObject {
+  std::string path;
+  std::string address;
+  bool powered = false;
+  bool discovering = false;
+};
+
+struct DeviceObject {
+  struct ServiceData {
+    KVUUID uuid;
+    KVData value;
+  };
+  std::string path;
+  std::string adapter;  ///< The adapter's path.
+  std::string address;
+  bool randomAddress = false;
+  bool connected = false;
+  bool servicesResolved = false;
+  /// Of the latest advertisement, absent when it is not known any more.
+  std::optional<std::int64_t> rssi;
+  std::vector<KVUUID> uuids;
+  /// In the daemon's order. It keeps what it heard in earlier runs, so this alone is not a
+  /// sighting.
+  std::vector<ServiceData> serviceData;
+  /// The handle that stands for this device, once it was needed.
+  std::shared_ptr<BlueZPeripheral> handle;
+};
+
+struct ServiceObject {
+  KVUUID uuid;
+};
+
+struct CharacteristicObject {
+  std::string service;  ///< The service's path.
+  KVUUID uuid;
+};
+
+/// Told of what changes. The tree is whole when it calls, and is not changed during the call.
+class ObjectTreeObserver {
+ public:
+  virtual ~ObjectTreeObserver() = default;
+  virtual void adaptersChanged() = 0;
+  /// An advertisement of the device was heard.
+  virtual void deviceSeen(DeviceObject& device) = 0;
+  /// Its connected or resolved state has changed.
+  virtual void deviceChanged(DeviceObject& device) = 0;
+  virtual void deviceRemoved(DeviceObject& device) = 0;
+  virtual void characteristicValue(std::string_view path, KVBytes value) = 0;
+  /// A service or characteristic is gone.
+  virtual void attributeRemoved(std::string_view path) = 0;
+};
+
+class ObjectTree {
+ public:
+  explicit ObjectTree(ObjectTreeObserver& observer) : observer_(observer) {}
+
+  /// Takes the reply of GetManagedObjects: what it does not list is removed.
+  void load(sd_bus_message* objects);
+  /// Takes an InterfacesAdded, InterfacesRemoved or PropertiesChanged signal.
+  void interfacesAdded(sd_bus_message* signal);
+  void interfacesRemoved(sd_bus_message* signal);
+  void propertiesChanged(sd_bus_message* signal);
+  /// Forgets everything, without telling.
+  void clear();
+
+  const std::map<std::string, AdapterObject, std::less<>>& adapters() const { return adapters_; }
+  DeviceObject* device(std::string_view adapter, std::string_view address);
+
+  /// Calls `visit(path, object)` for each service below `path` in the order of the paths, which is
+  /// the order of the attribute handles.
+  void forEachService(
+      std::string_view path,
+      const std::function<void(const std::string&, const ServiceObject&)>& visit) const;
+  void forEachCharacteristic(
+      std::string_view service,
+      const std::function<void(const std::string&, const CharacteristicObject&)>& visit) const;
+  bool hasServices(std::string_view device) const;
+
+ private:
+  struct PathHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view path) const {
+      return std::hash<std::string_view>()(path);
+    }
+  };
+
+  /// What one signal said about a device.
+  struct DeviceNews {
+    bool sighted = false;
+    bool state = false;
+  };
+
+  void readInterfaces(sd_bus_message* message, const std::string& path, bool isSignal);
+  bool readAdapter(sd_bus_message* message, AdapterObject& adapter);
+  DeviceNews readDevice(sd_bus_message* message, DeviceObject& device);
+  void readServiceData(sd_bus_message* message, DeviceObject& device);
+  void readService(sd_bus_message* message, const std::string& path);
+  void readCharacteristic(sd_bus_message* message, const std::string& path);
+  void tellDevice(DeviceObject& device, DeviceNews news);
+  void readDeviceInvalidated(sd_bus_message* message, DeviceObject& device);
+  void remove(const std::string& path, std::string_view interface);
+
+  ObjectTreeObserver& observer_;
+  std::map<std::string, AdapterObject, std::less<>> adapters_;
+  std::unordered_map<std::string, DeviceObject, PathHash, std::equal_to<>> devices_;
+  std::map<std::string, ServiceObject, std::less<>> services_;
+  std::map<std::string, CharacteristicObject, std::less<>> characteristics_;
+  std::set<std::string> listed_;  ///< While a list is being loaded: "path interface".
+};
+
+}  // namespace kv
+
+#endif  // PLATFORM_LINUX_BLUEZ_OBJECT_TREE_H

@@ -1,0 +1,180 @@
+#include "platform/linux/bluez/scan_session.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/linux/bluez/daemon.h"
+#include "platform/linux/bluez/errors.h"
+
+namespace kv {
+namespace {
+
+constexpr const char* kAdapter = "org.bluez.Adapter1";
+// After so many failures in a row the log says that the adapter is busy.
+constexpr int kFailuresToTell = 3;
+
+// Every report of every low-energy device. A filter on UUIDs would not see service data, and
+// without any filter BlueZ withholds devices and repeats; the empty pattern undoes one that another
+// client has set.
+bool appendFilter(sd_bus_message* message) {
+  return sd_bus_message_append(message, "a{sv}", 3, "Transport", "s", "le", "DuplicateData", "b", 1,
+                               "Pattern", "s", "") >= 0;
+}
+
+}  // namespace
+
+ScanSession::ScanSession(Context& context)
+    : context_(context), retry_(context), watchdog_(context), gap_(context), haltLimit_(context) {}
+
+void ScanSession::setAdapter(const std::string& path) {
+  if (path == adapter_) {
+    return;
+  }
+  adapter_ = path;
+  phase_ = Phase::off;
+  failures_ = 0;
+  discovering_ = false;
+  filterCall_.reset();
+  call_.reset();
+  retry_.cancel();
+  watchdog_.cancel();
+  gap_.cancel();
+  tellHalted();
+  reconcile();
+}
+
+void ScanSession::setWanted(bool wanted) {
+  wanted_ = wanted;
+  reconcile();
+}
+
+void ScanSession::pause(std::function<void()> halted) {
+  paused_ = true;
+  halted_ = std::move(halted);
+  if (phase_ == Phase::off) {
+    haltLimit_.set(std::chrono::nanoseconds(0), [this] { tellHalted(); });
+  } else {
+    haltLimit_.set(context_.timing.scanStop, [this] { tellHalted(); });
+  }
+  reconcile();
+}
+
+void ScanSession::resume() {
+  paused_ = false;
+  halted_ = nullptr;
+  haltLimit_.cancel();
+  reconcile();
+}
+
+void ScanSession::tellHalted() {
+  haltLimit_.cancel();
+  if (const auto halted = std::exchange(halted_, nullptr)) {
+    halted();
+  }
+}
+
+void ScanSession::reconcile() {
+  const bool run = wanted_ && !paused_ && !adapter_.empty();
+  if (phase_ == Phase::off && run && !retry_.pending()) {
+    start();
+  } else if (phase_ == Phase::on && !run) {
+    stop();
+  } else if (!run) {
+    retry_.cancel();
+  }
+}
+
+void ScanSession::start() {
+  phase_ = Phase::starting;
+  BusMessage filter = context_.daemon->methodCall(adapter_, kAdapter, "SetDiscoveryFilter");
+  if (filter) {
+    appendFilter(filter.get());
+  }
+  filterCall_ = context_.daemon->call(
+      std::move(filter), context_.timing.daemonCall,
+      [this](const BusMessage&, const BusFault& error) {
+        if (error) {
+          context_.log("SetDiscoveryFilter: " + error->name + ": " + error->text);
+        }
+      });
+  call_ = context_.daemon->call(
+      context_.daemon->methodCall(adapter_, kAdapter, "StartDiscovery"), context_.timing.daemonCall,
+      [this](const BusMessage&, const BusFault& error) { started(error); });
+}
+
+void ScanSession::started(const BusFault& error) {
+  if (!error) {
+    phase_ = Phase::on;
+    failures_ = 0;
+    heardSinceCheck_ = false;
+    watch();
+    reconcile();
+    return;
+  }
+  ++failures_;
+  if (failures_ == kFailuresToTell) {
+    context_.log("the scan does not start (" + error->name + ": " + error->text +
+                 "); the adapter is busy or failing, and powering it off and on may help");
+  }
+  // InProgress stands for any failure of the kernel, and for a session of ours that an earlier stop
+  // has left behind: that one is ended first.
+  context_.daemon->send(context_.daemon->methodCall(adapter_, kAdapter, "StopDiscovery"));
+  phase_ = Phase::off;
+  tellHalted();
+  const auto pause = std::min(context_.timing.scanRetryFirst * (1 << std::min(failures_ - 1, 10)),
+                              context_.timing.scanRetryMost);
+  retry_.set(pause, [this] { reconcile(); });
+}
+
+void ScanSession::stop() {
+  phase_ = Phase::stopping;
+  watchdog_.cancel();
+  gap_.cancel();
+  // Whatever the answer is, there is no session of ours afterwards.
+  call_ = context_.daemon->call(context_.daemon->methodCall(adapter_, kAdapter, "StopDiscovery"),
+                                context_.timing.daemonCall,
+                                [this](const BusMessage&, const BusFault&) { stopped(); });
+}
+
+void ScanSession::stopped() {
+  phase_ = Phase::off;
+  tellHalted();
+  reconcile();
+}
+
+void ScanSession::watch() {
+  watchdog_.set(context_.options.scanWatchdog, [this] {
+    if (!std::exchange(heardSinceCheck_, false)) {
+      restart("nothing was heard");
+    } else {
+      watch();
+    }
+  });
+}
+
+void ScanSession::setDiscovering(bool discovering) {
+  if (discovering == discovering_) {
+    return;
+  }
+  discovering_ = discovering;
+  if (discovering || phase_ != Phase::on) {
+    gap_.cancel();
+  } else {
+    gap_.set(context_.timing.scanGap, [this] { restart("discovery was interrupted"); });
+  }
+}
+
+void ScanSession::restart(const std::string& why) {
+  if (phase_ == Phase::on) {
+    context_.log("the scan is started anew: " + why);
+    stop();
+  }
+}
+
+void ScanSession::close() {
+  if (phase_ == Phase::starting || phase_ == Phase::on) {
+    context_.daemon->send(context_.daemon->methodCall(adapter_, kAdapter, "StopDiscovery"));
+  }
+}
+
+}  // namespace kv
