@@ -12,7 +12,7 @@ namespace kv {
 /// leave it out.
 template <typename Buffer>
 void wipe(Buffer& buffer) {
-  explicit_bzero(buffer.data(), buffer.size());
+  if (!buffer.empty()) explicit_bzero(buffer.data(), buffer.size());
   buffer.clear();
 }
 
