@@ -280,6 +280,7 @@ class Unbind : public Bind {
     answer("01021300");
     took();
   }
+  ~Unbind() override { tracker->setPasswordRemoveBlock(nullptr); }  // it holds the tracker
 };
 
 TEST_F(Unbind, EarlyReturnsNeverCallTheCompletion) {
