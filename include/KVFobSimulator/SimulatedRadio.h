@@ -42,7 +42,7 @@ struct SimulatedRadioOptions {
   std::chrono::nanoseconds advertisingInterval = std::chrono::seconds(1);
   /// Each advertisement is late by a random time up to this, as the radio standard has it.
   std::chrono::nanoseconds advertisingDelay = std::chrono::milliseconds(10);
-  Air air;
+  Air air{};
   /// What is weaker than this, in dBm, is out of range.
   std::int64_t sensitivity = -100;
 
@@ -64,7 +64,7 @@ struct SimulatedRadioOptions {
   std::chrono::nanoseconds retryMost = std::chrono::seconds(5);
 
   /// Takes the library's log; absent means standard error.
-  std::shared_ptr<KVLog> log;
+  std::shared_ptr<KVLog> log{};
 };
 
 /// The loss of signal on the way, in dB, as a function of the time since the radio was made.

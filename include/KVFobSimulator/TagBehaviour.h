@@ -81,7 +81,7 @@ struct CommandBehaviour {
   bool mute = false;
   /// The status to answer with in place of the true one. With any status but 0 the command is
   /// refused: not carried out.
-  std::optional<std::uint8_t> status;
+  std::optional<std::uint8_t> status{};
   AnswerFault fault = AnswerFault::None;
 };
 
@@ -90,9 +90,9 @@ struct CommandBehaviour {
 ///     tag->behaviour().steps[RoadStep::ServiceDiscovery] = {.fault = StepFault::Drop, .times = 2};
 ///     tag->behaviour().commands[kBellCommand] = {.status = 1};
 struct TagBehaviour {
-  std::map<RoadStep, StepBehaviour> steps;
+  std::map<RoadStep, StepBehaviour> steps{};
   /// By command code.
-  std::map<std::uint8_t, CommandBehaviour> commands;
+  std::map<std::uint8_t, CommandBehaviour> commands{};
 
   /// How long the tag thinks before it answers a command.
   std::chrono::nanoseconds answerDelay{0};

@@ -40,7 +40,7 @@ struct TagSpec {
   std::int8_t transmitPower = -12;
   /// The password that the tag is bound with, 1 to 13 bytes. Absent means not bound: the first bind
   /// request sets it.
-  std::optional<std::string> password;
+  std::optional<std::string> password{};
 };
 
 /// What a tag has been through. The settings last as long as the tag; those that a link carries are
@@ -83,12 +83,12 @@ enum class TagEventKind {
 struct TagEvent {
   TagEventKind kind = TagEventKind::Connected;
   /// What it means, in plain English: "ring the bell". Never a password or a key.
-  std::string text;
+  std::string text{};
   /// The bytes as they went over the air; empty when none did.
-  KVData wire;
+  KVData wire{};
   /// The same before encryption, or after decryption. Holds a password in `PasswordAccepted` and
   /// `PasswordRejected` and half a session key in the tokens.
-  KVData plain;
+  KVData plain{};
 };
 
 /// Names one characteristic of a tag. Handles tell apart two of the same UUID.
@@ -113,7 +113,7 @@ struct GattService {
 struct GattAnswer {
   /// An error of the Attribute Protocol; 0 is success.
   std::uint8_t attError = 0;
-  KVData value;
+  KVData value{};
   /// How much later than usual the answer is to be given.
   std::chrono::nanoseconds delay{0};
 };

@@ -105,7 +105,11 @@ void AirTag::Air::open() {
       bus_, options_.adapter,
       AdapterWatch::Events{
           .changed = [this] { after(0s, [](Air& air) { air.changed(); }); },
-          .serviceGone = [this] { forgetRegistration(); },
+          .serviceGone =
+              [this] {
+                forgetRegistration();
+                after(0s, [](Air& air) { air.changed(); });
+              },
           .device = [this](const auto& device, bool on) { deviceChanged(device, on); }});
 }
 

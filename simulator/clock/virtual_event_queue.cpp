@@ -1,0 +1,208 @@
+#include "KVFobSimulator/VirtualEventQueue.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <limits>
+#include <utility>
+
+#include "simulator/clock/core.h"
+
+namespace kvsim {
+namespace {
+
+/// Without its descriptor a queue cannot exist, and there is no one to report that to.
+int required(int fd) {
+  if (fd >= 0) return fd;
+  std::perror("KVFobSimulator: event queue");
+  std::abort();
+}
+
+/// A task that throws has nowhere to throw to.
+void call(const KVEventQueue::Task& task) noexcept { task(); }
+
+}  // namespace
+
+VirtualEventQueue::Core::Core() : fd_(required(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))) {}
+
+VirtualEventQueue::Core::~Core() {
+  clear();
+  close(fd_);
+}
+
+KVEventQueue::Duration VirtualEventQueue::Core::now() const {
+  const std::lock_guard lock(mutex_);
+  return now_;
+}
+
+std::optional<KVEventQueue::Duration> VirtualEventQueue::Core::after(Duration duration) const {
+  const Duration start = now();
+  if (duration > Duration::max() - start) return std::nullopt;
+  return start + std::max(duration, Duration::zero());
+}
+
+KVEventQueue::TaskId VirtualEventQueue::Core::add(Duration delay, Task task, bool background) {
+  if (!task) task = [] {};
+  const std::lock_guard lock(mutex_);
+  if (background) {
+    task = [this, id = tasks_.lastId() + 1, inner = std::move(task)] {
+      forgetBackground(id);
+      call(inner);
+    };
+  }
+  const TaskId id = tasks_.add(now_, delay, std::move(task));
+  ++pending_;
+  if (background) background_.insert(id);
+  updateFd();
+  changed_.notify_all();
+  return id;
+}
+
+void VirtualEventQueue::Core::forgetBackground(TaskId id) {
+  const std::lock_guard lock(mutex_);
+  background_.erase(id);
+}
+
+void VirtualEventQueue::Core::cancel(TaskId id) {
+  Task dropped;  // destroyed after the lock has been released
+  const std::lock_guard lock(mutex_);
+  dropped = tasks_.cancel(id);
+  if (dropped) --pending_;
+  background_.erase(id);
+  updateFd();
+}
+
+void VirtualEventQueue::Core::stop() {
+  const std::lock_guard lock(mutex_);
+  stop_ = true;
+  changed_.notify_all();
+}
+
+void VirtualEventQueue::Core::clear() {
+  for (;;) {
+    std::vector<Task> dropped;
+    const std::lock_guard lock(mutex_);
+    dropped = tasks_.takeAll();
+    pending_ = 0;
+    background_.clear();
+    if (dropped.empty()) return;
+  }
+}
+
+bool VirtualEventQueue::Core::enter() {
+  const std::lock_guard lock(mutex_);
+  if (busy_) return false;
+  busy_ = true;
+  return true;
+}
+
+void VirtualEventQueue::Core::leave() {
+  const std::lock_guard lock(mutex_);
+  busy_ = false;
+  updateFd();
+}
+
+std::size_t VirtualEventQueue::Core::dispatch() {
+  if (!enter()) return 0;
+  TaskId limit = 0;
+  std::size_t count = 0;
+  for (;; ++count) {
+    std::optional<Task> task;
+    {
+      const std::lock_guard lock(mutex_);
+      if (count == 0) limit = tasks_.lastId();
+      task = tasks_.takeDue(now_, limit);
+      if (task) --pending_;
+    }
+    if (!task) break;
+    call(*task);
+  }
+  leave();
+  return count;
+}
+
+bool VirtualEventQueue::Core::loop(const Until& until) {
+  if (!enter()) return false;
+  for (;;) {
+    std::optional<Task> task;
+    const bool met = until.condition != nullptr && (*until.condition)();
+    const Next step = met ? Next::Met : next(until, task);
+    if (step == Next::Run) {
+      call(*task);
+      continue;
+    }
+    leave();
+    return step == Next::Met;
+  }
+}
+
+/// Takes the next task, moving the clock to when it is due.
+VirtualEventQueue::Core::Next VirtualEventQueue::Core::next(const Until& until,
+                                                            std::optional<Task>& task) {
+  std::unique_lock lock(mutex_);
+  for (;;) {
+    if (std::exchange(stop_, false)) return Next::Over;
+    if (until.idle && pending_ == background_.size()) return Next::Met;
+    const std::optional<Duration> due = tasks_.nextDue();
+    if (due && (!until.deadline || *due <= *until.deadline)) {
+      now_ = std::max(now_, *due);
+      task = tasks_.takeDue(now_, std::numeric_limits<TaskId>::max());
+      --pending_;
+      return Next::Run;
+    }
+    if (until.deadline) {
+      now_ = std::max(now_, *until.deadline);
+      return Next::Over;
+    }
+    changed_.wait(lock, [this] { return stop_ || pending_ > 0; });
+  }
+}
+
+/// Makes the descriptor readable exactly if there is something for `dispatch`. Inside a loop nobody
+/// waits for it, so that is left to the end.
+void VirtualEventQueue::Core::updateFd() {
+  if (busy_) return;
+  const std::optional<Duration> due = tasks_.nextDue();
+  const bool work = due && *due <= now_;
+  if (work == signalled_) return;
+  signalled_ = work;
+  eventfd_t ignored = 0;
+  if (work) {
+    eventfd_write(fd_, 1);
+  } else {
+    eventfd_read(fd_, &ignored);
+  }
+}
+
+VirtualEventQueue::VirtualEventQueue() : core_(std::make_shared<Core>()) {}
+VirtualEventQueue::~VirtualEventQueue() { core_->clear(); }
+
+int VirtualEventQueue::fd() const { return core_->fd(); }
+std::size_t VirtualEventQueue::dispatch() { return core_->dispatch(); }
+void VirtualEventQueue::run() { core_->loop({}); }
+void VirtualEventQueue::runFor(Duration duration) {
+  core_->loop({.deadline = core_->after(duration)});
+}
+void VirtualEventQueue::stop() { core_->stop(); }
+KVEventQueue::Duration VirtualEventQueue::now() const { return core_->now(); }
+void VirtualEventQueue::cancel(TaskId task) { core_->cancel(task); }
+
+KVEventQueue::TaskId VirtualEventQueue::postAfter(Duration delay, Task task) {
+  return core_->add(delay, std::move(task), /*background=*/false);
+}
+
+KVEventQueue::TaskId VirtualEventQueue::postBackground(Duration delay, Task task) {
+  return core_->add(delay, std::move(task), /*background=*/true);
+}
+
+bool VirtualEventQueue::runUntilIdle(Duration most) {
+  return core_->loop({.deadline = core_->after(most), .idle = true});
+}
+
+bool VirtualEventQueue::runUntil(const std::function<bool()>& condition, Duration most) {
+  return core_->loop({.deadline = core_->after(most), .condition = &condition}) || condition();
+}
+
+}  // namespace kvsim
