@@ -1,4 +1,7 @@
 # How all of the project's own code is compiled.
+include(CheckPIESupported)
+check_pie_supported()
+
 add_library(kv_options INTERFACE)
 target_include_directories(kv_options INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
 target_compile_options(kv_options INTERFACE
@@ -9,7 +12,8 @@ if(KVFOB_SANITIZE)
     -fsanitize=${KVFOB_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(kv_options INTERFACE -fsanitize=${KVFOB_SANITIZE})
 elseif(CMAKE_BUILD_TYPE MATCHES "Rel")
-  target_compile_definitions(kv_options INTERFACE _FORTIFY_SOURCE=2)
+  # Some distributions define it already, with another value.
+  target_compile_options(kv_options INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
 endif()
 if(KVFOB_COVERAGE)
   target_compile_options(kv_options INTERFACE --coverage -O0)
