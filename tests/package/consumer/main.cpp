@@ -1,0 +1,3 @@
+#include <KVFobLink/KVFobLink.h>
+
+int main() { return KVCommonTool::md5Encrypt("abc").size() == 32 ? 0 : 1; }
