@@ -54,18 +54,19 @@ class Crowd {
   std::shared_ptr<KVTrackerManager> manager_;
 };
 
-/// Ten tags are on the air, whatever the number that is known: what is measured is the look-up, not
-/// the cache misses of walking through more memory.
-void intake(benchmark::State& state, bool bound) {
+/// @param onAir  How many of the known tags are heard, in turn. With few, what is measured is the
+/// look-up; with all of
+///               them, also the cache misses of going through more memory than fits.
+void intake(benchmark::State& state, bool bound, std::size_t onAir) {
   const std::size_t before = kvbench::allocatedBytes();
   Crowd crowd(static_cast<std::uint32_t>(state.range(0)), bound);
   const std::size_t after = kvbench::allocatedBytes();
-  const std::size_t step = crowd.size() / 10;
+  const std::size_t stride = crowd.size() / onAir;
   const std::size_t allocations = kvbench::allocations();
   std::size_t next = 0;
   for (auto _ : state) {
-    crowd.hear(next * step);
-    next = (next + 1) % 10;
+    crowd.hear(next * stride);
+    next = (next + 1) % onAir;
   }
   state.counters["allocations"] =
       benchmark::Counter(static_cast<double>(kvbench::allocations() - allocations),
@@ -74,10 +75,18 @@ void intake(benchmark::State& state, bool bound) {
       static_cast<double>(after - before) / static_cast<double>(crowd.size());
 }
 
-void HearUnboundTag(benchmark::State& state) { intake(state, /*bound=*/false); }
-void HearBoundTag(benchmark::State& state) { intake(state, /*bound=*/true); }
+std::size_t known(const benchmark::State& state) {
+  return static_cast<std::size_t>(state.range(0));
+}
+
+void HearUnboundTag(benchmark::State& state) { intake(state, /*bound=*/false, /*onAir=*/10); }
+void HearBoundTag(benchmark::State& state) { intake(state, /*bound=*/true, /*onAir=*/10); }
+void HearEveryUnboundTag(benchmark::State& state) { intake(state, /*bound=*/false, known(state)); }
+void HearEveryBoundTag(benchmark::State& state) { intake(state, /*bound=*/true, known(state)); }
 
 BENCHMARK(HearUnboundTag)->Arg(10)->Arg(1'000)->Arg(10'000)->Arg(100'000);
 BENCHMARK(HearBoundTag)->Arg(10)->Arg(1'000)->Arg(10'000)->Arg(100'000);
+BENCHMARK(HearEveryUnboundTag)->Arg(10)->Arg(1'000)->Arg(10'000)->Arg(100'000);
+BENCHMARK(HearEveryBoundTag)->Arg(10)->Arg(1'000)->Arg(10'000)->Arg(100'000);
 
 }  // namespace

@@ -35,8 +35,8 @@ bool fits(std::int64_t key, const KVTrackerValue& value) {
 }  // namespace
 
 KVTracker::KVTracker()
-    : platform_(KVPlatform::shared()),
-      poller_(std::make_shared<kv::RssiPoller>()),
+    : poller_(std::make_shared<kv::RssiPoller>()),
+      platform_(KVPlatform::shared()),
       staticKey_(KVData(kStaticKey.begin(), kStaticKey.end())) {}
 
 KVTracker::~KVTracker() {

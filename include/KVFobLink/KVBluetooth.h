@@ -151,7 +151,9 @@ class KVFOB_EXPORT KVPeripheral {
   virtual std::int64_t state() const = 0;
 
   /// Whether both are the same radio device.
-  bool isEqual(const KVPeripheral& other) const { return identifier() == other.identifier(); }
+  bool isEqual(const KVPeripheral& other) const {
+    return this == &other || identifier() == other.identifier();
+  }
 
   /// Sends this peripheral's events to `delegate`, in place of an earlier one. An expired delegate
   /// gets nothing; a live one is kept alive while it handles an event.

@@ -305,23 +305,25 @@ class KVFOB_EXPORT KVTracker final : public KVPeripheralDelegate,
   void handleAnswer(std::int64_t code, const std::optional<KVData>& payload);
   void handleBindAnswer(bool accepted);
 
-  std::shared_ptr<const KVPlatform> platform_;
-  std::shared_ptr<kv::RssiPoller> poller_;        // holds the peripheral too, which its ticks read
-  std::vector<kv::IndexMembership> memberships_;  // the collections that look this tracker up
-
-  bool binding_ = false;
-  bool bound_ = false;
-  std::optional<std::string> name_;
-  std::optional<std::string> mac_;
+  // What each advertisement touches stands together, so that hearing one of many tags costs few
+  // cache misses.
   std::int64_t rssi_ = 0;
   std::int64_t battery_ = 0;
   std::int64_t radioTx_ = 0;
   std::uint64_t distance_ = KVDistanceFar;
-  std::optional<Date> advUpdate_;
-  std::uint64_t connection_ = KVConnectionDisconnect;
   std::int64_t model_ = 0;
-  std::vector<ConnectionCallback> conBlockArray_;
+  std::optional<Date> advUpdate_;
+  std::optional<std::string> mac_;
   std::int64_t state_ = KVTrackerStateDisconnected;
+  std::shared_ptr<kv::RssiPoller> poller_;  // holds the peripheral too, which its ticks read
+
+  std::shared_ptr<const KVPlatform> platform_;
+  std::vector<kv::IndexMembership> memberships_;  // the collections that look this tracker up
+  bool binding_ = false;
+  bool bound_ = false;
+  std::optional<std::string> name_;
+  std::uint64_t connection_ = KVConnectionDisconnect;
+  std::vector<ConnectionCallback> conBlockArray_;
   std::uint64_t auth_ = KVAuthNone;
   std::shared_ptr<KVCharacteristic> korvaChar_;
   std::shared_ptr<KVCharacteristic> txChar_;
