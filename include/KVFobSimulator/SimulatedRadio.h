@@ -121,11 +121,11 @@ class SimulatedRadio {
   // ---- Tags ----
 
   /// Makes a tag, 50 dB away, and puts it on the air.
-  std::shared_ptr<VirtualTag> addTag(TagSpec spec, TagBehaviour behaviour = {});
+  std::shared_ptr<VirtualTag> addTag(TagSpec spec = {}, TagBehaviour behaviour = {});
 
   /// Puts a tag on the air. One that was on the air before comes back as another radio device, as a
   /// tag does that has changed its radio address.
-  void addTag(const std::shared_ptr<VirtualTag>& tag);
+  void placeTag(const std::shared_ptr<VirtualTag>& tag);
 
   /// Takes a tag off the air: its link drops at once. Attempts to connect to it go on in vain.
   void removeTag(const std::shared_ptr<VirtualTag>& tag);

@@ -16,7 +16,8 @@ namespace kvsim {
 /// an hour passes in an instant and a 30-second time-out is met to the nanosecond.
 ///
 /// `dispatch` runs what is due and leaves the clock alone; `runFor` and the other `run` operations
-/// move it. While one of them jumps ahead, a task that another thread posts is due at the virtual
+/// move it. Tasks take no time, but after a thousand rounds of tasks that post each other without a
+/// delay some microseconds pass, so that such a chain does not stop the clock. While one of them jumps ahead, a task that another thread posts is due at the virtual
 /// time at which it arrives, so what is to be exact is posted from the event thread.
 class VirtualEventQueue final : public KVEventQueue {
  public:

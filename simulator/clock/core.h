@@ -46,6 +46,8 @@ class VirtualEventQueue::Core {
   bool enter();
   void leave();
   Next next(const Until& until, std::optional<Task>& task);
+  bool take(std::optional<Task>& task, std::optional<Duration> deadline);
+  bool letTimePass(Duration last);
   void forgetBackground(TaskId id);
   void updateFd();
 
@@ -58,7 +60,9 @@ class VirtualEventQueue::Core {
   std::size_t pending_ = 0;  // how many tasks there are
   std::unordered_set<TaskId> background_;
   Duration now_{0};
-  bool busy_ = false;  // inside a dispatch or a loop
+  TaskId roundEnd_ = 0;  // the last task of the round in progress
+  unsigned rounds_ = 0;  // how many there have been at this instant
+  bool busy_ = false;    // inside a dispatch or a loop
   bool stop_ = false;
   bool signalled_ = false;
 };

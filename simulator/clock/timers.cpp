@@ -11,7 +11,9 @@ class VirtualEventQueue::Timer final : public Worker::Job,
                                        public std::enable_shared_from_this<Timer> {
  public:
   Timer(std::weak_ptr<Core> core, Duration interval, std::function<void()> tick)
-      : core_(std::move(core)), interval_(interval), tick_(std::move(tick)) {}
+      : core_(std::move(core)),
+        interval_(interval),
+        tick_(std::make_shared<const std::function<void()>>(std::move(tick))) {}
 
   void arm() {
     const std::shared_ptr<Core> core = core_.lock();
@@ -23,8 +25,10 @@ class VirtualEventQueue::Timer final : public Worker::Job,
   }
 
   void cancel() {
+    std::shared_ptr<const std::function<void()>> dropped;  // destroyed outside the lock
     std::unique_lock lock(mutex_);
     cancelled_ = true;
+    dropped.swap(tick_);
     const TaskId task = task_;
     if (ticking_ != std::thread::id() && ticking_ != std::this_thread::get_id()) {
       ended_.wait(lock, [this] { return ticking_ == std::thread::id(); });
@@ -34,12 +38,15 @@ class VirtualEventQueue::Timer final : public Worker::Job,
   }
 
   void work() override {
+    std::shared_ptr<const std::function<void()>> tick;
     {
       const std::lock_guard lock(mutex_);
       if (cancelled_) return;
+      tick = tick_;
       ticking_ = std::this_thread::get_id();
     }
-    callTick();
+    call(*tick);
+    tick.reset();  // what it owns is gone before a cancel that waits returns
     const std::lock_guard lock(mutex_);
     ticking_ = std::thread::id();
     ended_.notify_all();
@@ -51,13 +58,13 @@ class VirtualEventQueue::Timer final : public Worker::Job,
     arm();
   }
 
-  void callTick() noexcept { tick_(); }
+  static void call(const std::function<void()>& tick) noexcept { tick(); }
 
   const std::weak_ptr<Core> core_;
   const Duration interval_;
-  const std::function<void()> tick_;
 
   std::mutex mutex_;
+  std::shared_ptr<const std::function<void()>> tick_;
   std::condition_variable ended_;
   bool cancelled_ = false;
   std::thread::id ticking_;  // the thread of the tick in progress

@@ -20,6 +20,14 @@ int required(int fd) {
   std::abort();
 }
 
+/// What is due then is never due.
+constexpr KVEventQueue::Duration kNever = KVEventQueue::Duration::max();
+
+/// Tasks take no time, so two that post each other for ever would stop the clock. After so many
+/// rounds at one instant a little time does pass.
+constexpr unsigned kMostRounds = 1000;
+constexpr KVEventQueue::Duration kRoundsTake = std::chrono::microseconds(10);
+
 /// A task that throws has nowhere to throw to.
 void call(const KVEventQueue::Task& task) noexcept { task(); }
 
@@ -39,7 +47,7 @@ KVEventQueue::Duration VirtualEventQueue::Core::now() const {
 
 std::optional<KVEventQueue::Duration> VirtualEventQueue::Core::after(Duration duration) const {
   const Duration start = now();
-  if (duration > Duration::max() - start) return std::nullopt;
+  if (duration >= kNever - start) return std::nullopt;
   return start + std::max(duration, Duration::zero());
 }
 
@@ -138,26 +146,46 @@ bool VirtualEventQueue::Core::loop(const Until& until) {
   }
 }
 
-/// Takes the next task, moving the clock to when it is due.
 VirtualEventQueue::Core::Next VirtualEventQueue::Core::next(const Until& until,
                                                             std::optional<Task>& task) {
   std::unique_lock lock(mutex_);
   for (;;) {
     if (std::exchange(stop_, false)) return Next::Over;
     if (until.idle && pending_ == background_.size()) return Next::Met;
-    const std::optional<Duration> due = tasks_.nextDue();
-    if (due && (!until.deadline || *due <= *until.deadline)) {
-      now_ = std::max(now_, *due);
-      task = tasks_.takeDue(now_, std::numeric_limits<TaskId>::max());
-      --pending_;
-      return Next::Run;
-    }
-    if (until.deadline) {
-      now_ = std::max(now_, *until.deadline);
-      return Next::Over;
-    }
-    changed_.wait(lock, [this] { return stop_ || pending_ > 0; });
+    if (take(task, until.deadline)) return Next::Run;
+    if (until.deadline && now_ >= *until.deadline) return Next::Over;
+    if (!until.deadline) changed_.wait(lock);
   }
+}
+
+/// Takes the next task, moving the clock to when it is due; without one, to the deadline.
+bool VirtualEventQueue::Core::take(std::optional<Task>& task, std::optional<Duration> deadline) {
+  const Duration last = deadline.value_or(kNever - Duration(1));
+  const Duration due = tasks_.nextDue().value_or(kNever);
+  if (due > last) {
+    if (deadline) now_ = std::max(now_, last);
+    return false;
+  }
+  if (due > now_) {
+    now_ = due;
+    rounds_ = 0;
+  }
+  task = tasks_.takeDue(now_, roundEnd_);
+  if (!task) {
+    if (++rounds_ > kMostRounds && !letTimePass(last)) return false;
+    roundEnd_ = tasks_.lastId();
+    task = tasks_.takeDue(now_, roundEnd_);
+  }
+  --pending_;
+  return true;
+}
+
+bool VirtualEventQueue::Core::letTimePass(Duration last) {
+  rounds_ = 0;
+  if (now_ >= last) return false;
+  const Duration next = std::min(tasks_.nextDelayed().value_or(last), last);
+  now_ = std::max(now_, std::min(now_ + kRoundsTake, next));
+  return true;
 }
 
 /// Makes the descriptor readable exactly if there is something for `dispatch`. Inside a loop nobody

@@ -10,6 +10,7 @@ void CentralCore::open(KVCentral& face) {
   postFor(*medium_->queue(), shared_from_this(), Medium::Duration(0), [](CentralCore& self) {
     if (self.face_ == nullptr) return;
     self.medium_->addCentral(self.weak_from_this());
+    self.medium_->scansChanged();  // it may have been asked for a scan already
     self.delegate_.centralManagerDidUpdateState(*self.face_);
   });
 }

@@ -107,11 +107,11 @@ std::shared_ptr<VirtualTag> SimulatedRadio::addTag(TagSpec spec, TagBehaviour be
   auto tag =
       std::make_shared<VirtualTag>(std::move(spec), std::move(behaviour),
                                    [rng](std::span<std::uint8_t> bytes) { rng->fill(bytes); });
-  addTag(tag);
+  placeTag(tag);
   return tag;
 }
 
-void SimulatedRadio::addTag(const std::shared_ptr<VirtualTag>& tag) {
+void SimulatedRadio::placeTag(const std::shared_ptr<VirtualTag>& tag) {
   if (tag) world_->medium().addStation(tag);
 }
 

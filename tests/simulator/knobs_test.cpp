@@ -1,0 +1,151 @@
+// The library against tags with one knob turned each, end to end in virtual time.
+#include <gtest/gtest.h>
+
+#include "KVFobLink/KVFobLink.h"
+#include "KVFobSimulator/KVFobSimulator.h"
+
+namespace kvsim {
+namespace {
+
+using namespace std::chrono_literals;
+
+class NoLog final : public KVLog {
+ public:
+  void write(std::string_view) override {}
+};
+
+struct Knob {
+  const char* name;
+  void (*turn)(TagBehaviour&);
+  const char* outcome;
+};
+
+StepBehaviour once(StepFault fault, std::chrono::nanoseconds after = 0s) {
+  return {.fault = fault, .times = 1, .after = after};
+}
+
+constexpr const char* kGood = "bound, rang";
+constexpr const char* kTimedOut = "Error! Binding Timeout. 400";
+constexpr const char* kUnanswered = "bound, no answer";
+
+const Knob kKnobs[] = {
+    {"Good", [](TagBehaviour&) {}, kGood},
+    {"BellRefused", [](TagBehaviour& b) { b.commands[kBellCommand].status = 2; },
+     "bound, ring device failed. 200"},
+    {"BellMute", [](TagBehaviour& b) { b.commands[kBellCommand].mute = true; }, kUnanswered},
+    {"BellSecondType",
+     [](TagBehaviour& b) { b.commands[kBellCommand].fault = AnswerFault::SecondType; },
+     kUnanswered},
+    {"BellUnknownType",
+     [](TagBehaviour& b) { b.commands[kBellCommand].fault = AnswerFault::UnknownType; },
+     kUnanswered},
+    {"BellWrongLength",
+     [](TagBehaviour& b) { b.commands[kBellCommand].fault = AnswerFault::WrongLength; },
+     kUnanswered},
+    {"BellZeroLength",
+     [](TagBehaviour& b) { b.commands[kBellCommand].fault = AnswerFault::ZeroLength; },
+     kUnanswered},
+    {"BellNoPayload",
+     [](TagBehaviour& b) { b.commands[kBellCommand].fault = AnswerFault::NoPayload; }, kGood},
+    {"BellOtherCode",
+     [](TagBehaviour& b) { b.commands[kBellCommand].fault = AnswerFault::OtherCode; }, kUnanswered},
+    {"BellWrongKey",
+     [](TagBehaviour& b) { b.commands[kBellCommand].fault = AnswerFault::WrongKey; }, kUnanswered},
+    {"BindAnswerReplayed",
+     [](TagBehaviour& b) { b.commands[kBellCommand].fault = AnswerFault::Replay; }, kUnanswered},
+    {"PasswordRefused", [](TagBehaviour& b) { b.commands[kBindCommand].status = 1; },
+     "error password. 100"},
+    {"BindAnswerCorrupt",
+     [](TagBehaviour& b) { b.commands[kBindCommand].fault = AnswerFault::Corrupt; }, kTimedOut},
+    {"AnswersLate", [](TagBehaviour& b) { b.answerDelay = 20s; }, kGood},
+    {"AnswersTooLate", [](TagBehaviour& b) { b.answerDelay = 31s; }, kTimedOut},
+    {"NotifiesTwice", [](TagBehaviour& b) { b.duplicateNotifications = true; }, kGood},
+    {"OpeningTooShort", [](TagBehaviour& b) { b.openingLength = 15; }, kTimedOut},
+    {"OpeningEmpty", [](TagBehaviour& b) { b.openingLength = 0; }, kTimedOut},
+    {"OpeningTooLong", [](TagBehaviour& b) { b.openingLength = 17; }, kTimedOut},
+    {"NoCommandService", [](TagBehaviour& b) { b.commandService = false; }, kTimedOut},
+    {"NoCommandCharacteristic", [](TagBehaviour& b) { b.commandCharacteristics = 0; }, kTimedOut},
+    {"TwoCommandCharacteristics", [](TagBehaviour& b) { b.commandCharacteristics = 2; }, kGood},
+    {"NoSecondService", [](TagBehaviour& b) { b.secondService = false; }, kGood},
+    {"ConnectFailsThrice",
+     [](TagBehaviour& b) {
+       b.steps[RoadStep::Connecting] = {StepFault::Fail, 3};
+     },
+     kGood},
+    {"ConnectHangsOnce",
+     [](TagBehaviour& b) { b.steps[RoadStep::Connecting] = once(StepFault::Mute); }, kGood},
+    {"ConnectNever", [](TagBehaviour& b) { b.steps[RoadStep::Connecting] = {StepFault::Fail}; },
+     kTimedOut},
+    {"DropInServiceDiscovery",
+     [](TagBehaviour& b) { b.steps[RoadStep::ServiceDiscovery] = once(StepFault::Drop); },
+     kTimedOut},
+    {"NoServicesAtAll",
+     [](TagBehaviour& b) { b.steps[RoadStep::ServiceDiscovery] = once(StepFault::Fail); },
+     kTimedOut},
+    {"DropInCharacteristicDiscovery",
+     [](TagBehaviour& b) { b.steps[RoadStep::CharacteristicDiscovery] = once(StepFault::Drop); },
+     kTimedOut},
+    {"DropInSubscribe",
+     [](TagBehaviour& b) { b.steps[RoadStep::Subscribe] = once(StepFault::Drop); }, kTimedOut},
+    {"InformationUnreadable",
+     [](TagBehaviour& b) { b.steps[RoadStep::InformationRead] = {StepFault::Fail}; }, kGood},
+    {"OpeningReadFails",
+     [](TagBehaviour& b) { b.steps[RoadStep::OpeningRead] = once(StepFault::Fail); }, kTimedOut},
+    {"OpeningReadMute",
+     [](TagBehaviour& b) { b.steps[RoadStep::OpeningRead] = once(StepFault::Mute); }, kTimedOut},
+    {"DropInTokenWrite",
+     [](TagBehaviour& b) { b.steps[RoadStep::TokenWrite] = once(StepFault::Drop); }, kTimedOut},
+    {"TokenConfirmedLate",
+     [](TagBehaviour& b) { b.steps[RoadStep::TokenWrite] = once(StepFault::Delay, 5s); }, kGood},
+    {"TokenWriteFails",
+     [](TagBehaviour& b) { b.steps[RoadStep::TokenWrite] = once(StepFault::Fail); }, kTimedOut},
+    {"BindAnswerBeforeConfirmation",
+     [](TagBehaviour& b) { b.steps[RoadStep::BindWrite] = once(StepFault::Delay, 1s); }, kGood},
+    {"DropInBindAnswer",
+     [](TagBehaviour& b) { b.steps[RoadStep::BindAnswer] = once(StepFault::Drop); }, kTimedOut},
+    {"DropInCommandWrite",
+     [](TagBehaviour& b) { b.steps[RoadStep::CommandWrite] = once(StepFault::Drop); }, kUnanswered},
+    {"DropInCommandAnswer",
+     [](TagBehaviour& b) { b.steps[RoadStep::CommandAnswer] = once(StepFault::Drop); },
+     kUnanswered},
+};
+
+class Knobs : public ::testing::TestWithParam<Knob> {};
+
+std::string describe(const std::optional<KVError>& error) {
+  return error ? error->domain + " " + std::to_string(error->code) : "";
+}
+
+TEST_P(Knobs, BindAndRing) {
+  SimulatedRadio radio({.log = std::make_shared<NoLog>()});
+  KVPlatform::setCurrent(radio.platform());
+  TagBehaviour behaviour;
+  GetParam().turn(behaviour);
+  const auto tag = radio.addTag({}, behaviour);
+  std::string outcome;
+  {
+    const auto manager = std::make_shared<KVTrackerManager>();
+    manager->setPassword("secret");
+    manager->startScan([&](const KVTrackers& trackers) {
+      manager->stopScan();
+      const std::shared_ptr<KVTracker> tracker = trackers[0];
+      manager->bindingVerify(tracker, [&outcome, tracker](bool bound, const auto& error) {
+        outcome = bound ? "bound, no answer" : describe(error);
+        if (!bound) return;
+        tracker->switchBellStatus(/*status=*/true, [&outcome](bool rings, const auto& refusal) {
+          outcome = rings ? "bound, rang" : "bound, " + describe(refusal);
+        });
+      });
+    });
+    radio.clock().runFor(90s);
+    manager->removeAllTrackers();
+  }
+  KVPlatform::setCurrent(nullptr);
+  EXPECT_EQ(outcome, GetParam().outcome);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Knobs, ::testing::ValuesIn(kKnobs),
+                         [](const auto& knob) { return std::string(knob.param.name); });
+
+}  // namespace
+}  // namespace kvsim
