@@ -344,7 +344,7 @@ void CentralCore::forgetIdle(const std::string& address) {
   const Link& link = *found->second;
   if (link.idle()) {
     links_.erase(found);
-  } else if (!link.up()) {
+  } else if (link.wanted()) {
     // A request that was made before this report still stands.
     link.peripheral()->setState(KVPeripheralStateConnecting);
   }

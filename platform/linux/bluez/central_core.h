@@ -57,6 +57,7 @@ class CentralCore : public std::enable_shared_from_this<CentralCore>,
   const std::string& adapterPath() const override { return adapterOn_; }
   void requestTurn(Link& link) override;
   void releaseTurn(Link& link) override;
+  bool radioContended() const override { return userScan_ || !line_.empty(); }
   void sightingsWantedChanged() override;
   void reportConnected(Link& link) override;
   void reportDisconnected(Link& link, std::optional<KVError> error) override;

@@ -28,7 +28,8 @@ GattSession::GattSession(Context& context, std::shared_ptr<BlueZPeripheral> peri
       peripheral_(std::move(peripheral)),
       devicePath_(std::move(devicePath)),
       broken_(std::move(broken)),
-      limit_(context) {}
+      limit_(context),
+      changed_(context) {}
 
 GattSession::~GattSession() {
   for (auto& [path, subscription] : subscriptions_) {
@@ -306,8 +307,9 @@ void GattSession::attributeRemoved(std::string_view path) {
   if (path.starts_with(devicePath_) && path.size() > devicePath_.size() &&
       path[devicePath_.size()] == '/') {
     // The tag's attributes were found anew, at other paths: a call to an old one may never be
-    // answered, and the handles that were given out are void.
-    broken_("the tag's services have changed");
+    // answered, and the handles that were given out are void. When the device or its adapter is
+    // removed the same happens first; then this session is dropped before it is due.
+    changed_.set(context_.timing.dropHold, [this] { broken_("the tag's services have changed"); });
   }
 }
 

@@ -84,6 +84,7 @@ class GattSession : public std::enable_shared_from_this<GattSession> {
   std::optional<std::vector<KVData>> valuesDuringRead_;
   BusSlot call_;
   Timer limit_;
+  Timer changed_;  ///< The attributes have changed, and the link is still there.
 };
 
 }  // namespace kv

@@ -78,6 +78,7 @@ void Link::waitForSighting() {
 void Link::deviceSeen() {
   if (phase_ == Phase::waitingSighting) {
     silent_ = false;
+    heard_ = true;
     begin();
   }
 }
@@ -101,7 +102,11 @@ void Link::turnGranted() {
 
 void Link::attemptConnect() {
   enter(Phase::connecting);
-  timer_.set(context_.options.connectTimeout, [this] {
+  const bool cut = !std::exchange(heard_, false) && host_.radioContended();
+  const auto limit =
+      cut ? std::min(context_.options.connectTimeout, context_.timing.contendedConnect)
+          : context_.options.connectTimeout;
+  timer_.set(limit, [this] {
     silent_ = true;
     disconnect(context_.options.disconnectTimeout);
   });
@@ -394,10 +399,10 @@ void Link::adapterLost() {
   host_.releaseTurn(*this);
   failures_ = 0;
   if (std::exchange(reportDown_, false)) {
-    host_.reportDisconnected(
-        *this, downError_ ? std::exchange(downError_, std::nullopt)
-                          : KVError{"The adapter went away", kErrorAdapterLost, std::nullopt});
+    const KVError lost{"The adapter went away", kErrorAdapterLost, std::nullopt};
+    host_.reportDisconnected(*this, phase_ == Phase::ending ? downError_ : lost);
   }
+  downError_.reset();
   enter(wanted_ ? Phase::waitingAdapter : Phase::idle);
 }
 

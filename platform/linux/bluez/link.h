@@ -28,6 +28,8 @@ class LinkHost {
   virtual void requestTurn(Link& link) = 0;
   /// Gives the right back, or the place in the line.
   virtual void releaseTurn(Link& link) = 0;
+  /// Whether a scan or another attempt waits for the radio.
+  virtual bool radioContended() const = 0;
   /// The link has begun or ceased to wait for an advertisement.
   virtual void sightingsWantedChanged() = 0;
   virtual void reportConnected(Link& link) = 0;
@@ -53,6 +55,7 @@ class Link {
   const std::string& address() const { return peripheral_->identifier(); }
   GattSession* session() const { return session_.get(); }
   bool idle() const { return phase_ == Phase::idle && !wanted_; }
+  bool wanted() const { return wanted_; }
   bool up() const { return phase_ == Phase::up; }
   bool waitsForSighting() const { return phase_ == Phase::waitingSighting; }
   /// Asks the daemon to end whatever there is of this link, without waiting.
@@ -100,6 +103,7 @@ class Link {
   bool reportDown_ = false;           ///< The end of this link is still to be reported,
   std::optional<KVError> downError_;  ///< with this error.
   bool silent_ = false;               ///< The last attempt found nobody.
+  bool heard_ = false;                ///< This attempt follows an advertisement.
   bool refreshed_ = false;            ///< The objects were read anew for missing services.
   bool removedOnce_ = false;          ///< The device was removed for missing services.
   std::string lastExplained_;

@@ -21,13 +21,16 @@ struct BlueZTiming {
   std::chrono::milliseconds noAdapterGrace{2'000};
   /// When the adapter is powered off the links end first; so long a drop waits for the power state
   /// that explains it.
-  std::chrono::milliseconds dropHold{150};
+  std::chrono::milliseconds dropHold{500};
   /// A link that ends sooner than this counts as a failed attempt.
   std::chrono::milliseconds flap{5'000};
   /// The services of a link may be exported after it is called resolved.
   std::chrono::milliseconds servicesGrace{2'000};
   /// A Connect that succeeded without a link, or failed with one, settles within this time.
   std::chrono::milliseconds settle{3'000};
+  /// An attempt at a tag that has not been heard is cut to this while others wait for the radio: a
+  /// scan, or another attempt. The tag is then tried again when it is heard.
+  std::chrono::milliseconds contendedConnect{5'000};
   /// A pause when the adapter has no room for another link.
   std::chrono::milliseconds noRoomPause{4'000};
   /// A tag that is waited for is tried blindly this often, should its advertisements not reach us.

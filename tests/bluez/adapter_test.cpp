@@ -1,0 +1,148 @@
+#include <gmock/gmock.h>
+
+#include "tests/bluez/bluez_fixture.h"
+
+namespace kvtest {
+namespace {
+
+using ::testing::ElementsAre;
+
+class AdapterTest : public BlueZTest {};
+
+TEST_F(AdapterTest, StateFollowsDaemonAdapterAndPower) {
+  startCentral();
+  EXPECT_TRUE(waitForEvent("state 0"));  // no daemon
+  startDaemon();
+  EXPECT_TRUE(waitForEvent("state 2"));  // no adapter
+  bluez->addAdapter(kHci0, "00:00:00:00:00:01", /*powered=*/false);
+  EXPECT_TRUE(waitForEvent("state 4"));
+  bluez->set(kHci0, kAdapter, "Powered", true);
+  EXPECT_TRUE(waitForEvent("state 5"));
+  EXPECT_THAT(takeEvents(), ElementsAre("state 0", "state 2", "state 4", "state 5"));
+  bluez->remove(kHci0);
+  EXPECT_TRUE(waitForEvent("state 2"));
+  EXPECT_THAT(takeEvents(), ElementsAre("state 1", "state 2"));
+}
+
+TEST_F(AdapterTest, BusThatForbidsTheDaemonIsUnauthorized) {
+  startDaemon();
+  bluez->on("GetManagedObjects", [](const kv::BusCall& call) {
+    call.fail("org.freedesktop.DBus.Error.AccessDenied", "Rejected send message");
+  });
+  startCentral();
+  EXPECT_TRUE(waitForEvent("state"));
+  EXPECT_THAT(takeEvents(), ElementsAre("state 3"));
+}
+
+TEST_F(AdapterTest, DaemonKilledWhileConnected) {
+  startAll();
+  const auto tag = link();
+  recorder->onEvent = [&](const std::string& event) {
+    if (event.starts_with("disconnected")) {
+      central->connectPeripheral(tag);  // as the library does, at once
+    }
+  };
+  bluez.reset();
+  EXPECT_TRUE(waitForEvent("disconnected"));
+  EXPECT_THAT(takeEvents(), ElementsAre("state 1", "disconnected AA:00:00:00:00:01 !1002"));
+
+  startDaemon();
+  bluez->addAdapter();
+  EXPECT_TRUE(waitForEvent("state 5"));
+  EXPECT_EQ(bluez->calls("Connect"), 0);  // this daemon does not know the tag yet
+  EXPECT_TRUE(waitForCall("StartDiscovery"));
+  bluez->advertise(kTag, kFrame);
+  EXPECT_TRUE(waitForEvent("connected"));
+}
+
+TEST_F(AdapterTest, AdapterComesBackUnderAnotherNumber) {
+  options.adapter = "00:00:00:00:00:0a";
+  startDaemon();
+  bluez->addAdapter("/org/bluez/hci7", "00:00:00:00:00:07");
+  bluez->addAdapter(kHci0, "00:00:00:00:00:0A");
+  startCentral();
+  EXPECT_TRUE(waitForEvent("state 5"));
+  link();
+  bluez->remove(kHci0);
+  EXPECT_TRUE(waitForEvent("disconnected"));
+  EXPECT_THAT(takeEvents(), ElementsAre("state 1", "disconnected AA:00:00:00:00:01 !1002"));
+  bluez->addAdapter("/org/bluez/hci2", "00:00:00:00:00:0A");
+  EXPECT_TRUE(waitForEvent("state 5"));
+}
+
+TEST_F(AdapterTest, BusIsRestarted) {
+  timing.busRetryFirst = 20ms;
+  timing.busRetryMost = 50ms;
+  startAll();
+  link();
+  bus.stop();
+  EXPECT_TRUE(waitForEvent("disconnected"));
+  EXPECT_THAT(takeEvents(), ElementsAre("state 1", "disconnected AA:00:00:00:00:01 !1002"));
+  bus.start();
+  startDaemon();
+  bluez->addAdapter();
+  EXPECT_TRUE(waitForEvent("state 5"));
+}
+
+TEST_F(AdapterTest, PowerOffIsToldBeforeTheLinksThatItEnds) {
+  startAll();
+  const auto tag = link();
+  bluez->powerOff();
+  EXPECT_TRUE(waitForEvent("disconnected"));
+  EXPECT_THAT(takeEvents(), ElementsAre("state 4", "disconnected AA:00:00:00:00:01 !1002"));
+
+  central->connectPeripheral(tag);
+  bluez->set(kHci0, kAdapter, "Powered", true);
+  EXPECT_TRUE(waitForEvent("connected"));
+  EXPECT_THAT(takeEvents(), ElementsAre("state 5", "connected AA:00:00:00:00:01"));
+}
+
+TEST_F(AdapterTest, CentralDroppedInsideAnEvent) {
+  startAll();
+  const auto tag = link();
+  central->scanForPeripherals({}, /*allowDuplicates=*/true);
+  EXPECT_TRUE(waitForCall("StartDiscovery", 2));
+  recorder->onEvent = [&](const std::string& event) {
+    if (event.starts_with("found")) {
+      central.reset();
+    }
+  };
+  bluez->takeCalls();
+  bluez->advertise(kOtherTag, kFrame);
+  // The radio is left as it was found, with nobody waiting for it.
+  EXPECT_TRUE(waitForCall("Disconnect"));
+  EXPECT_THAT(takeCalls({"StopDiscovery", "Disconnect"}),
+              ElementsAre("StopDiscovery", "Disconnect"));
+  takeEvents();
+  bluez->advertise(kOtherTag, kFrame);
+  tag->discoverServices();
+  queue->runFor(20ms);
+  EXPECT_THAT(takeEvents(), ElementsAre());
+}
+
+TEST_F(AdapterTest, QueueThatCannotWatchIsUnsupported) {
+  class Plain : public KVEventQueue {
+   public:
+    int fd() const override { return -1; }
+    std::size_t dispatch() override { return 0; }
+    void run() override {}
+    void runFor(Duration /*duration*/) override {}
+    void stop() override {}
+    TaskId postAfter(Duration /*delay*/, Task task) override {
+      posted = std::move(task);
+      return 1;
+    }
+    void cancel(TaskId /*task*/) override {}
+    Duration now() const override { return {}; }
+    Task posted;
+  };
+  const auto plain = std::make_shared<Plain>();
+  central = kv::makeBlueZRadio(options, log)->makeCentral(*recorder, plain);
+  ASSERT_TRUE(plain->posted);
+  plain->posted();
+  EXPECT_THAT(takeEvents(), ElementsAre("state 2"));
+  EXPECT_NE(log->text.find("cannot watch"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace kvtest

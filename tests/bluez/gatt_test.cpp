@@ -1,0 +1,138 @@
+#include <gmock/gmock.h>
+
+#include "tests/bluez/bluez_fixture.h"
+
+namespace kvtest {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr auto kConfirmed = KVWriteType::withResponse;
+
+/// With notifications through a socket, and through the daemon's signals.
+class GattTest : public BlueZTest, public ::testing::WithParamInterface<bool> {
+ protected:
+  void startLinked() {
+    startAll();
+    bluez->offersSockets = GetParam();
+    tag = link();
+    command = discover(tag);
+  }
+
+  std::shared_ptr<KVPeripheral> tag;
+  std::shared_ptr<KVCharacteristic> command;
+};
+
+INSTANTIATE_TEST_SUITE_P(Way, GattTest, ::testing::Bool(), [](const auto& each) {
+  return std::string(each.param ? "Socket" : "Signals");
+});
+
+TEST_P(GattTest, ServicesAndCharacteristicsComeInHandleOrder) {
+  startAll();
+  tag = link();
+  tag->discoverServices();
+  EXPECT_TRUE(waitForEvent("services"));
+  ASSERT_EQ(tag->services().size(), 2U);
+  tag->discoverCharacteristics(tag->services()[0]);
+  tag->discoverCharacteristics(tag->services()[1]);
+  tag->discoverCharacteristics(nullptr);
+  EXPECT_TRUE(waitFor([&] { return recorder->events.size() == 3; }));
+  EXPECT_THAT(takeEvents(),
+              ElementsAre("services 7F280001 180A", "characteristics 7F280002", "characteristics"));
+}
+
+TEST_P(GattTest, ReadsAndNotificationsComeOnceAndInOrder) {
+  startLinked();
+  bluez->takeCalls();
+  bluez->on("ReadValue", [&](const kv::BusCall& call) {
+    bluez->notify(kTag, {0x01});  // while the read is under way
+    bluez->answer(call);
+  });
+  tag->setNotifyValue(true, command);
+  tag->readValue(command);
+  EXPECT_TRUE(waitForEvent("value 0a0b"));
+  bluez->notify(kTag, {0x02});
+  bluez->notify(kTag, {0x02});
+  tag->writeValue(KVData{0x77}, command, kConfirmed);
+  EXPECT_TRUE(waitForEvent("written"));
+  bluez->notify(kTag, {0x03});
+  EXPECT_TRUE(waitForEvent("value 03"));
+  EXPECT_THAT(takeEvents(),
+              ElementsAre("value 01", "value 0a0b", "value 02", "value 02", "written", "value 03"));
+  EXPECT_EQ(bluez->lastWriteType, "request");
+  EXPECT_THAT(bluez->written, ElementsAre(KVData{0x77}));
+  EXPECT_THAT(takeCalls({"AcquireNotify", "StartNotify", "ReadValue", "WriteValue"}),
+              GetParam() ? std::vector<std::string>({"AcquireNotify", "ReadValue", "WriteValue"})
+                         : std::vector<std::string>(
+                               {"AcquireNotify", "StartNotify", "ReadValue", "WriteValue"}));
+
+  tag->setNotifyValue(false, command);
+  tag->writeValue(KVData{0x78}, command, kConfirmed);
+  EXPECT_TRUE(waitForEvent("written"));
+  bluez->notify(kTag, {0x04});
+  tag->writeValue(KVData{0x79}, command, kConfirmed);
+  EXPECT_TRUE(waitFor([&] { return recorder->events.size() == 2; }));
+  EXPECT_THAT(takeEvents(), ElementsAre("written", "written"));
+}
+
+TEST_P(GattTest, RefusalsAreReportedAndTheNextRequestGoesOn) {
+  startLinked();
+  bluez->on("ReadValue", [](const kv::BusCall& call) {
+    call.fail("org.bluez.Error.NotPermitted", "Read not permitted");
+  });
+  bluez->on("WriteValue", [&](const kv::BusCall& call) {
+    bluez->restore("WriteValue");
+    call.fail(kFailed, "Operation failed with ATT error: 0x0e");
+  });
+  tag->readValue(command);
+  tag->writeValue(KVData{1}, command, kConfirmed);
+  tag->writeValue(std::nullopt, command, kConfirmed);  // nothing to write, nothing to report
+  tag->writeValue(KVData{2}, command, kConfirmed);
+  EXPECT_TRUE(waitFor([&] { return recorder->events.size() == 3; }));
+  EXPECT_THAT(takeEvents(), ElementsAre("value absent !1004", "written !1114", "written"));
+}
+
+TEST_P(GattTest, UnansweredRequestEndsTheLink) {
+  options.requestTimeout = 40ms;
+  startLinked();
+  bluez->on("WriteValue", [](const kv::BusCall&) {});
+  tag->writeValue(KVData{1}, command, kConfirmed);
+  tag->readValue(command);
+  EXPECT_TRUE(waitForEvent("disconnected"));
+  EXPECT_THAT(takeEvents(), ElementsAre("disconnected AA:00:00:00:00:01 !1003"));
+  EXPECT_EQ(bluez->calls("ReadValue"), 0);
+}
+
+TEST_P(GattTest, DropTakesUnansweredRequestsWithIt) {
+  startLinked();
+  tag->setNotifyValue(true, command);
+  bluez->on("WriteValue", [&](const kv::BusCall& call) {
+    bluez->notify(kTag, {0x05});  // received before the drop, so delivered before it
+    bluez->setConnected(kTag, false);
+    call.fail(kFailed, "Not connected");
+  });
+  tag->writeValue(KVData{1}, command, kConfirmed);
+  EXPECT_TRUE(waitForEvent("disconnected"));
+  EXPECT_THAT(takeEvents(), ElementsAre("value 05", "disconnected AA:00:00:00:00:01 !1001"));
+
+  tag->writeValue(KVData{1}, command, kConfirmed);  // without a link nothing happens
+  tag->discoverServices();
+  central->connectPeripheral(tag);
+  EXPECT_TRUE(waitForEvent("connected"));
+  EXPECT_THAT(takeEvents(), ElementsAre("connected AA:00:00:00:00:01"));
+}
+
+TEST_P(GattTest, ServicesThatChangeUnderALinkEndIt) {
+  startLinked();
+  bluez->on("WriteValue", [](const kv::BusCall&) {});  // the old object never answers
+  tag->writeValue(KVData{1}, command, kConfirmed);
+  EXPECT_TRUE(waitForCall("WriteValue"));
+  bluez->remove(FakeBlueZ::devicePath(kTag) + "/service0010");
+  EXPECT_TRUE(waitForEvent("disconnected"));
+  central->connectPeripheral(tag);
+  EXPECT_TRUE(waitForEvent("connected"));
+}
+
+}  // namespace
+}  // namespace kvtest

@@ -1,0 +1,120 @@
+#include <gmock/gmock.h>
+
+#include "tests/bluez/bluez_fixture.h"
+
+namespace kvtest {
+namespace {
+
+using ::testing::ElementsAre;
+
+class ScanTest : public BlueZTest {
+ protected:
+  void startScan(bool allowDuplicates = true) {
+    const KVUUID service(0xFFE1);
+    central->scanForPeripherals(std::span(&service, 1), allowDuplicates);
+  }
+};
+
+TEST_F(ScanTest, EachSignalOfAWantedDeviceIsOneReport) {
+  startDaemon();
+  bluez->addAdapter();
+  bluez->advertise(kTag, {0x01});  // remembered by the daemon from earlier: not a sighting
+  startCentral();
+  ASSERT_TRUE(waitForEvent("state 5"));
+  startScan();
+  ASSERT_TRUE(waitForCall("StartDiscovery"));
+  takeEvents();
+  const std::string path = FakeBlueZ::devicePath(kTag);
+  bluez->set(path, kDevice, "RSSI", std::int16_t{-70});          // a mere heartbeat
+  bluez->advertise(kTag, kFrame, -60);                           // data and strength at once
+  bluez->set(path, kDevice, FakeBlueZ::Properties{}, {"RSSI"});  // not an advertisement
+  bluez->set(path, kDevice, "ServiceData",
+             FakeBlueZ::ServiceData{{"0000ffe1-0000-1000-8000-00805f9b34fb", {0x03}}});
+  bluez->add(FakeBlueZ::devicePath(kOtherTag), kDevice,
+             {{"Address", std::string(kOtherTag)}, {"RSSI", std::int16_t{-50}}});  // offers nothing
+  bluez->set(FakeBlueZ::devicePath(kOtherTag), kDevice,
+             {{"UUIDs", std::vector<std::string>{"0000ffe1-0000-1000-8000-00805f9b34fb"}},
+              {"RSSI", std::int16_t{-51}}});
+  EXPECT_TRUE(waitForEvent(std::string("found ") + kOtherTag));
+  EXPECT_THAT(
+      takeEvents(),
+      ElementsAre("found AA:00:00:00:00:01 FFE1=01 -70", "found AA:00:00:00:00:01 FFE1=a10b01 -60",
+                  "found AA:00:00:00:00:01 FFE1=03 ?", "found AA:00:00:00:00:02 -51"));
+}
+
+TEST_F(ScanTest, WithoutDuplicatesEachDeviceIsReportedOncePerScan) {
+  startAll();
+  for (int i = 0; i < 2; ++i) {
+    startScan(/*allowDuplicates=*/false);
+    takeEvents();
+    bluez->advertise(kTag, kFrame, -60);
+    bluez->advertise(kTag, kFrame, -61);
+    bluez->advertise(kOtherTag, kFrame);
+    EXPECT_TRUE(waitForEvent(std::string("found ") + kOtherTag));
+    EXPECT_THAT(takeEvents(), ElementsAre("found AA:00:00:00:00:01 FFE1=a10b01 -60",
+                                          "found AA:00:00:00:00:02 FFE1=a10b01 -60"));
+  }
+}
+
+TEST_F(ScanTest, BusyAdapterIsTriedAgain) {
+  timing.scanRetryFirst = 5ms;
+  startAll();
+  int refusals = 3;
+  bluez->on("StartDiscovery", [&](const kv::BusCall& call) {
+    if (refusals-- > 0) {
+      call.fail("org.bluez.Error.InProgress", "Operation already in progress");
+    } else {
+      bluez->answer(call);
+    }
+  });
+  startScan();
+  EXPECT_TRUE(waitForCall("StartDiscovery", 4));
+  bluez->advertise(kTag, kFrame);
+  EXPECT_TRUE(waitForEvent("found"));
+  EXPECT_NE(log->text.find("busy or failing"), std::string::npos);
+}
+
+TEST_F(ScanTest, PowerOffEndsTheScanForGood) {
+  startAll();
+  startScan();
+  EXPECT_TRUE(waitForCall("StartDiscovery"));
+  bluez->powerOff();
+  EXPECT_TRUE(waitForEvent("state 4"));
+  startScan();  // dropped: the adapter is not on
+  takeEvents();
+  bluez->set(kHci0, kAdapter, "Powered", true);
+  EXPECT_TRUE(waitForEvent("state 5"));
+  bluez->set(kHci0, kAdapter, "Powered", false);
+  EXPECT_TRUE(waitForEvent("state 4"));  // whatever was to happen in between has happened
+  EXPECT_EQ(bluez->calls("StartDiscovery"), 1);
+  bluez->set(kHci0, kAdapter, "Powered", true);
+  takeEvents();
+  EXPECT_TRUE(waitForEvent("state 5"));
+  startScan();
+  EXPECT_TRUE(waitForCall("StartDiscovery", 2));
+}
+
+TEST_F(ScanTest, StalledScanIsStartedAnew) {
+  options.scanWatchdog = 40ms;
+  startAll();
+  startScan();
+  EXPECT_TRUE(waitForCall("StartDiscovery", 2));
+  EXPECT_THAT(takeCalls({"SetDiscoveryFilter", "StartDiscovery", "StopDiscovery"}),
+              ElementsAre("SetDiscoveryFilter", "StartDiscovery", "StopDiscovery",
+                          "SetDiscoveryFilter", "StartDiscovery"));
+}
+
+TEST_F(ScanTest, ScanInterruptedByAnotherClientIsMended) {
+  timing.scanGap = 40ms;
+  startAll();
+  bluez->on("StartDiscovery", [&](const kv::BusCall& call) {
+    bluez->restore("StartDiscovery");
+    bluez->answer(call);
+    bluez->set(kHci0, kAdapter, "Discovering", false);
+  });
+  startScan();
+  EXPECT_TRUE(waitForCall("StartDiscovery", 2));
+}
+
+}  // namespace
+}  // namespace kvtest
