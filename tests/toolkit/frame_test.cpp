@@ -73,6 +73,7 @@ TEST_F(Frames, ParseTellsAnswersApart) {
     EXPECT_EQ(parse(bytes(c.frame)), *c.report ? Lines{c.report} : Lines{}) << c.frame;
   }
   EXPECT_EQ(parse(std::nullopt), Lines{"0 0 absent"});
+  KVCommandInter::interCommandData(bytes(cases[0].frame), nullptr);
 }
 
 // The values over 256 bytes and the seeded ones come from a bitwise division of the polynomials.

@@ -50,6 +50,42 @@ TEST(HexText, PairsAreReadAsStrtolReadsThem) {
   }
 }
 
+TEST(HexText, MalformedTextCountsByWhatItCutsShort) {
+  // How many units a text has shows in how many pairs it makes.
+  const std::pair<std::string_view, const char*> cases[] = {
+      {"\xc2\x80", ""},
+      {"\xc1\xbf", "00"},
+      {"\xdf\xbf", ""},
+      {"\xe0\xa0\x80", ""},
+      {"\xe0\x9f\xbf", "00"},
+      {"\xe1\x80\x80", ""},
+      {"\xed\x9f\xbf", ""},
+      {"\xed\xa0\x80", "00"},
+      {"\xee\x80\x80", ""},
+      {"\xef\xbf\xbf", ""},
+      {"\xf0\x90\x80\x80", "00"},
+      {"\xf0\x8f\xbf\xbf", "0000"},
+      {"\xf1\x80\x80\x80", "00"},
+      {"\xf3\xbf\xbf\xbf", "00"},
+      {"\xf4\x8f\xbf\xbf", "00"},
+      {"\xf4\x90\x80\x80", "0000"},
+      {"\xf5\x80\x80\x80", "0000"},
+      {"\x80", ""},
+      {"\x80\x80", "00"},
+      {"\xe2\x82", ""},
+      {"\xe2\x82"
+       "ab",
+       "00"},
+      {"\xf0\x9f\x98", ""},
+      {"1\xf0\x9f\x98", "01"},
+      {"\xe2\x82\xc3\xa9", "00"},
+  };
+  for (const auto& [text, data] : cases) {
+    EXPECT_EQ(hex(KVCommonTool::dataFromHexString(text)), data)
+        << hex({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
+  }
+}
+
 class Patterns : public CoreTest {};
 
 TEST_F(Patterns, ValidateIsAnchoredAndCaseSensitive) {
