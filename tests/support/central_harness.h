@@ -68,8 +68,8 @@ class CentralHarness {
   virtual KVUUID advertisedService() const = 0;
   virtual KVUUID service() const = 0;
   virtual KVUUID characteristic() const = 0;
-  /// Something to write; whether the tag accepts it does not matter.
-  virtual KVData valueToWrite() const = 0;
+  /// A value that tags accept when it is written.
+  virtual KVData acceptedValue() const = 0;
 };
 
 /// Writes down all events as short texts, and fails on one inside a request or another event.
