@@ -62,6 +62,29 @@ TEST_F(Link, DisconnectOnlyCancels) {
   EXPECT_EQ(took(), Lines{kNoPeripheral});
 }
 
+TEST_F(Link, AbsentHandles) {
+  manager->connect(nullptr);
+  manager->forceConnect(nullptr, p);
+  manager->disconnect(nullptr);
+  EXPECT_EQ(took(), (Lines{kNoPeripheral, kNoPeripheral, kNoPeripheral}));
+  manager->bindingVerify(nullptr, result("bound"));
+  EXPECT_EQ(took(), Lines{"log: the given tracker doesn't have a peripheral."});
+  manager->didConnectPeripheral(*central, nullptr);
+  EXPECT_EQ(took(), Lines{});
+
+  const auto tracker = bound(kMac, p);
+  manager->setCentral(nullptr);
+  EXPECT_EQ(manager->bleState(), 0u);
+  manager->startScan(nullptr);
+  manager->stopScan();
+  manager->connect(tracker);
+  EXPECT_EQ(tracker->state(), KVTrackerStateConnecting);
+  manager->forceConnect(tracker, q);
+  manager->removeAllTrackers();
+  EXPECT_EQ(took(), Lines{});
+  EXPECT_EQ(tracker->peripheral(), q);
+}
+
 TEST_F(Link, EventsOfAnUnknownPeripheralAreLogged) {
   const auto scan = scanned();
   watch(*scan, "tag");
@@ -254,6 +277,17 @@ TEST_F(Bind, ResultDoesNotKeepTheTrackerButOutlivesIt) {
   EXPECT_TRUE(watched.expired());
   kept(true, std::nullopt);
   EXPECT_EQ(took(), Lines{"bound true"});
+  EXPECT_TRUE(manager->bindTrackers()->empty());
+}
+
+TEST_F(Bind, AbsentCompletions) {
+  manager->bindingVerify(tracker, nullptr);
+  took();
+  queue->runFor(std::chrono::seconds(30));
+  EXPECT_EQ(took(), Lines{"log: bind Failed!"});
+  bound("one", q);
+  manager->unbindTracker("one", nullptr);
+  EXPECT_EQ(took(), Lines{"cancel Q"});
   EXPECT_TRUE(manager->bindTrackers()->empty());
 }
 

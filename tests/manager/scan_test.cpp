@@ -1,4 +1,6 @@
 // Advertisements: their decoding, and what scanning makes of them.
+#include <set>
+
 #include "tests/support/core_manager_test.h"
 
 namespace kvtest {
@@ -36,6 +38,7 @@ TEST(AdvertisementFrame, DecodedOrRejected) {
   };
   for (const auto& [frame, report] : cases) EXPECT_EQ(decode(bytes(frame), -42), Lines{report});
   EXPECT_EQ(decode(bytes(cases[0].first), {}), Lines{"1 100 665544332211 -12 absent -1"});
+  KVUtils::validateAdv(bytes(cases[0].first), {}, nullptr);
 }
 
 class Scan : public ManagerTest {
@@ -100,6 +103,27 @@ TEST_F(Scan, RepeatRefreshesTheSameTracker) {
   EXPECT_EQ(std::vector(heard[1].begin(), heard[1].end()), std::vector{tracker});
   EXPECT_NE(heard[2][0], heard[2][1]);
   EXPECT_TRUE(manager->scannedTrackers().empty());
+}
+
+TEST_F(Scan, SnapshotsOfAGrowingSet) {
+  std::vector<KVTrackers> heard;
+  manager->startScan([&](const KVTrackers& trackers) { heard.push_back(trackers); });
+  took();
+  std::set<std::shared_ptr<KVTracker>> all;
+  for (int i = 0; i < 40; ++i) {
+    hear(p, {"a10b64 f6e5d4c3b2" + hex({{static_cast<std::uint8_t>(i)}}) + " f4"});
+    ASSERT_EQ(heard.back().size(), static_cast<std::size_t>(i + 1));
+    all.insert(heard.back().begin(), heard.back().end());
+    EXPECT_EQ(all.size(), static_cast<std::size_t>(i + 1));
+  }
+  const auto& last = heard.back();
+  for (const auto& earlier : heard) {  // what was handed out has not changed
+    EXPECT_TRUE(std::equal(earlier.begin(), earlier.end(), last.begin()));
+  }
+  manager->scannedDict()->erase(*last[3]->mac());
+  hear(p, {kFrame});
+  EXPECT_EQ(std::set(heard.back().begin(), heard.back().end()).count(last[3]), 0u);
+  EXPECT_EQ(heard.back().size(), 40u);
 }
 
 TEST_F(Scan, BoundTagIsRefreshedAndConnected) {

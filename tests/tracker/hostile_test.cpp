@@ -187,5 +187,28 @@ TEST_F(Midway, DroppedInsideTheFirstReportOfADisconnection) {
   EXPECT_EQ(took(), (Lines{"timer stop", "updated"}));
 }
 
+TEST_F(Midway, ReplacedCompletionHeldTheLastReference) {
+  const std::function<void(KVTracker&, KVResultCallback)> commands[] = {
+      [](KVTracker& t, KVResultCallback c) { t.switchBellStatus(/*status=*/true, c); },
+      [](KVTracker& t, KVResultCallback c) { t.writeLossAlert(/*on=*/true, c); },
+      [](KVTracker& t, KVResultCallback c) { t.writeLossDelay(1, c); },
+      [](KVTracker& t, KVResultCallback c) { t.removeBindPassword(c); },
+      [](KVTracker& t, KVResultCallback c) { t.writeLossDistance(KVDistanceFar, c); },
+  };
+  for (const auto& command : commands) {
+    auto held = std::make_shared<KVTracker>();
+    held->setPeripheral(p);
+    held->setTxChar(tracker->txChar());
+    const std::weak_ptr<KVTracker> watched = held;
+    KVTracker& raw = *held;
+    command(raw, [held = std::move(held)](bool, const std::optional<KVError>&) {});
+    took();
+    EXPECT_FALSE(watched.expired());
+    command(raw, nullptr);
+    EXPECT_EQ(took().size(), 1u);  // it has done its work, and only then gone
+    EXPECT_TRUE(watched.expired());
+  }
+}
+
 }  // namespace
 }  // namespace kvtest
