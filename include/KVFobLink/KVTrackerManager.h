@@ -206,12 +206,13 @@ class KVFOB_EXPORT KVTrackerManager final : public KVCentralDelegate,
   void requestLink(const std::shared_ptr<KVTracker>& tracker);
   void finishBinding(const std::shared_ptr<KVTracker>& tracker, bool success);
   void finishUnbinding(const std::shared_ptr<KVTracker>& tracker, bool success);
-  void takeInBound(const std::shared_ptr<KVTracker>& tracker, const kv::AdvertisedFields& fields,
-                   const std::shared_ptr<KVPeripheral>& peripheral,
-                   std::optional<std::int64_t> rssi);
-  void takeInScanned(const kv::AdvertisedFields& fields,
-                     const std::shared_ptr<KVPeripheral>& peripheral,
-                     std::optional<std::int64_t> rssi);
+  KVFOB_LOCAL void takeInBound(const std::shared_ptr<KVTracker>& tracker,
+                               const kv::AdvertisedFields& fields,
+                               const std::shared_ptr<KVPeripheral>& peripheral,
+                               std::optional<std::int64_t> rssi);
+  KVFOB_LOCAL void takeInScanned(const kv::AdvertisedFields& fields,
+                                 const std::shared_ptr<KVPeripheral>& peripheral,
+                                 std::optional<std::int64_t> rssi);
 
   std::shared_ptr<const KVPlatform> platform_;
   bool scanning_ = false;
