@@ -146,7 +146,7 @@ void FakeBlueZ::powerOff() {
       set(path, kDevice, {{"Connected", false}, {"ServicesResolved", false}});
     }
   }
-  set(kHci0, kAdapter, {{"Powered", false}, {"Discovering", false}});
+  set(kHci, kAdapter, {{"Powered", false}, {"Discovering", false}});
 }
 
 // ---- The tag
@@ -225,6 +225,7 @@ void FakeBlueZ::handle(sd_bus_message* message) {
   const std::string member = sd_bus_message_get_member(message);
   calls_.push_back(member);
   ++counts_[member];
+  ++deviceCounts_[member + sd_bus_message_get_path(message)];
   const kv::BusCall call(bus_, message);
   const auto script = scripts_.find(member);
   // Answers are posted, as they come from another process in truth.
@@ -240,6 +241,17 @@ void FakeBlueZ::handle(sd_bus_message* message) {
 int FakeBlueZ::calls(const std::string& member) const {
   const auto count = counts_.find(member);
   return count == counts_.end() ? 0 : count->second;
+}
+
+int FakeBlueZ::calls(const std::string& member, const std::string& address) const {
+  const auto count = deviceCounts_.find(member + devicePath(address));
+  return count == deviceCounts_.end() ? 0 : count->second;
+}
+
+bool FakeBlueZ::subscribed(const std::string& address) const {
+  const auto notifying = notifying_.find(characteristicPath(address));
+  return sockets_.contains(characteristicPath(address)) ||
+         (notifying != notifying_.end() && notifying->second);
 }
 
 std::vector<std::string> FakeBlueZ::takeCalls() { return std::exchange(calls_, {}); }

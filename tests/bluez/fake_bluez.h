@@ -21,7 +21,8 @@ inline constexpr const char* kAdapter = "org.bluez.Adapter1";
 inline constexpr const char* kDevice = "org.bluez.Device1";
 inline constexpr const char* kService = "org.bluez.GattService1";
 inline constexpr const char* kCharacteristic = "org.bluez.GattCharacteristic1";
-inline constexpr const char* kHci0 = "/org/bluez/hci0";
+/// An adapter that no machine has, so that nothing reaches a real one.
+inline constexpr const char* kHci = "/org/bluez/hci90";
 inline constexpr const char* kFailed = "org.bluez.Error.Failed";
 
 class FakeBlueZ {
@@ -46,14 +47,14 @@ class FakeBlueZ {
   /// Signals several properties at once, and what is not known any more.
   void set(const std::string& path, const std::string& interface, const Properties& properties,
            const std::vector<std::string>& invalidated = {});
-  void addAdapter(const std::string& path = kHci0, const std::string& address = "00:00:00:00:00:01",
+  void addAdapter(const std::string& path = kHci, const std::string& address = "00:00:00:00:00:01",
                   bool powered = true);
   /// Powers an adapter off as BlueZ does: the links end first.
   void powerOff();
 
   // ---- The tag
 
-  static std::string devicePath(const std::string& address, const std::string& adapter = kHci0);
+  static std::string devicePath(const std::string& address, const std::string& adapter = kHci);
   /// The tag is heard.
   void advertise(const std::string& address, const KVData& frame, std::int16_t rssi = -60);
   void setConnected(const std::string& address, bool connected);
@@ -61,6 +62,7 @@ class FakeBlueZ {
   /// Exports a command service with one characteristic, and another service.
   void addServices(const std::string& address);
   static std::string characteristicPath(const std::string& address);
+  bool subscribed(const std::string& address) const;
   /// The tag sends a notification, by whichever way it is subscribed.
   void notify(const std::string& address, const KVData& value);
 
@@ -75,8 +77,9 @@ class FakeBlueZ {
   void restore(const std::string& member) { scripts_.erase(member); }
   /// What the default does.
   void answer(const kv::BusCall& call);
-  /// How often a method was called.
+  /// How often a method was called, on any object or on one device.
   int calls(const std::string& member) const;
+  int calls(const std::string& member, const std::string& address) const;
   /// Calls since the last time this was asked, in order.
   std::vector<std::string> takeCalls();
   static std::string addressOf(const kv::BusCall& call);
@@ -101,8 +104,9 @@ class FakeBlueZ {
   std::map<std::string, std::map<std::string, Properties>> objects_;
   std::map<std::string, std::shared_ptr<Script>> scripts_;
   std::vector<std::string> calls_;
-  std::map<std::string, int> counts_;
-  std::map<std::string, int> sockets_;  ///< Our end, by characteristic.
+  std::map<std::string, int> counts_;        ///< By method,
+  std::map<std::string, int> deviceCounts_;  ///< and by method and path.
+  std::map<std::string, int> sockets_;       ///< Our end, by characteristic.
   std::map<std::string, bool> notifying_;
 };
 

@@ -64,17 +64,6 @@ TEST_F(LinkTest, RefusedAttemptsAreRepeatedUntilOneHolds) {
   EXPECT_NE(log->text.find("ControllerMode"), std::string::npos);
 }
 
-TEST_F(LinkTest, InstantRefusalsAreSpaced) {
-  options.retryFirst = 40ms;
-  options.retryMost = 80ms;
-  startAll();
-  failConnect(1000, kFailed, "le-connection-abort-by-local");
-  connectTo();
-  queue->runFor(500ms);
-  EXPECT_GE(bluez->calls("Connect"), 2);
-  EXPECT_LE(bluez->calls("Connect"), 9);  // at 32, 96, 160... ms at the earliest
-}
-
 TEST_F(LinkTest, SuccessWithoutALinkIsAFailure) {
   timing.settle = 30ms;
   startAll();

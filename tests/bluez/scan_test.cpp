@@ -42,20 +42,6 @@ TEST_F(ScanTest, EachSignalOfAWantedDeviceIsOneReport) {
                   "found AA:00:00:00:00:01 FFE1=03 ?", "found AA:00:00:00:00:02 -51"));
 }
 
-TEST_F(ScanTest, WithoutDuplicatesEachDeviceIsReportedOncePerScan) {
-  startAll();
-  for (int i = 0; i < 2; ++i) {
-    startScan(/*allowDuplicates=*/false);
-    takeEvents();
-    bluez->advertise(kTag, kFrame, -60);
-    bluez->advertise(kTag, kFrame, -61);
-    bluez->advertise(kOtherTag, kFrame);
-    EXPECT_TRUE(waitForEvent(std::string("found ") + kOtherTag));
-    EXPECT_THAT(takeEvents(), ElementsAre("found AA:00:00:00:00:01 FFE1=a10b01 -60",
-                                          "found AA:00:00:00:00:02 FFE1=a10b01 -60"));
-  }
-}
-
 TEST_F(ScanTest, BusyAdapterIsTriedAgain) {
   timing.scanRetryFirst = 5ms;
   startAll();
@@ -82,12 +68,12 @@ TEST_F(ScanTest, PowerOffEndsTheScanForGood) {
   EXPECT_TRUE(waitForEvent("state 4"));
   startScan();  // dropped: the adapter is not on
   takeEvents();
-  bluez->set(kHci0, kAdapter, "Powered", true);
+  bluez->set(kHci, kAdapter, "Powered", true);
   EXPECT_TRUE(waitForEvent("state 5"));
-  bluez->set(kHci0, kAdapter, "Powered", false);
+  bluez->set(kHci, kAdapter, "Powered", false);
   EXPECT_TRUE(waitForEvent("state 4"));  // whatever was to happen in between has happened
   EXPECT_EQ(bluez->calls("StartDiscovery"), 1);
-  bluez->set(kHci0, kAdapter, "Powered", true);
+  bluez->set(kHci, kAdapter, "Powered", true);
   takeEvents();
   EXPECT_TRUE(waitForEvent("state 5"));
   startScan();
@@ -110,7 +96,7 @@ TEST_F(ScanTest, ScanInterruptedByAnotherClientIsMended) {
   bluez->on("StartDiscovery", [&](const kv::BusCall& call) {
     bluez->restore("StartDiscovery");
     bluez->answer(call);
-    bluez->set(kHci0, kAdapter, "Discovering", false);
+    bluez->set(kHci, kAdapter, "Discovering", false);
   });
   startScan();
   EXPECT_TRUE(waitForCall("StartDiscovery", 2));

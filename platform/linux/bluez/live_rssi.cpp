@@ -58,6 +58,7 @@ constexpr std::int8_t kNoRssi = 127;
 constexpr std::uint16_t kManageConnectionInfo = 0x0031;
 constexpr std::uint16_t kManageComplete = 0x0001;
 constexpr std::uint16_t kManageStatus = 0x0002;
+constexpr std::size_t kManageStatusAt = 8;
 constexpr std::uint8_t kManagePermissionDenied = 0x14;
 
 std::uint16_t wordAt(KVBytes bytes, std::size_t at) {
@@ -96,6 +97,7 @@ void LiveRssi::reset() {
     close(std::exchange(socket_, -1));
   }
   channel_ = Channel::none;
+  unavailable_ = false;
 }
 
 void LiveRssi::read(const std::string& adapterPath, const std::string& address, bool randomAddress,
@@ -111,7 +113,7 @@ void LiveRssi::read(const std::string& adapterPath, const std::string& address, 
     reset();
     index_ = index;
   }
-  if (unavailable_.empty() && (channel_ != Channel::none || open(index))) {
+  if (!unavailable_ && (channel_ != Channel::none || open(index))) {
     queries_.push_back({address, randomAddress, std::move(answered)});
     next();
   }
@@ -138,21 +140,27 @@ bool LiveRssi::open(std::uint16_t index) {
       1U << kEventPacket, {1U << kCommandComplete | 1U << kCommandStatus, 0}, kReadRssi};
   std::string why;
   if (socket_ < 0 || setsockopt(socket_, 0, kOptionFilter, &filter, sizeof filter) != 0) {
-    why = std::strerror(errno);
+    const int error = errno;
+    why = std::strerror(error);
     if (socket_ >= 0) {
       close(std::exchange(socket_, -1));
     }
-    socket_ = openSocket(kNoDevice, kChannelControl);
+    // An adapter that the kernel does not show us is not in the management interface either.
+    socket_ = error == ENODEV ? -1 : openSocket(kNoDevice, kChannelControl);
     channel_ = Channel::management;
   }
   if (socket_ < 0) {
-    channel_ = Channel::none;
-    unavailable_ = why;
-    context_.log("rssi unavailable, because a raw Bluetooth socket cannot be opened: " + why);
+    giveUp("a Bluetooth socket cannot be opened: " + why);
     return false;
   }
   watch_ = context_.queue->watch(socket_, POLLIN, [this](short) { receive(); });
   return true;
+}
+
+void LiveRssi::giveUp(const std::string& why) {
+  reset();
+  unavailable_ = true;
+  context_.log("rssi unavailable, because " + why);
 }
 
 void LiveRssi::next() {
@@ -200,6 +208,11 @@ void LiveRssi::receive() {
     if (size > 0) {
       bool ours = false;
       const auto rssi = parse(KVBytes(buffer.data(), static_cast<std::size_t>(size)), ours);
+      if (ours && busy_ && channel_ == Channel::management &&
+          buffer[kManageStatusAt] == kManagePermissionDenied) {
+        giveUp("this process may neither use a raw Bluetooth socket nor manage the adapter");
+        return;
+      }
       if (ours && busy_) {
         answer(rssi);
         return;  // the watch calls again for what is left
@@ -230,7 +243,7 @@ std::optional<std::int64_t> LiveRssi::parse(KVBytes packet, bool& ours) const {
   const std::uint16_t event = packet.size() >= kHeader ? wordAt(packet, 0) : 0;
   ours = (event == kManageComplete || event == kManageStatus) &&
          wordAt(packet, 6) == kManageConnectionInfo;
-  if (!ours || packet[8] != 0 || packet.size() < kHeader + 8) {
+  if (!ours || packet[kManageStatusAt] != 0 || packet.size() < kHeader + 8) {
     return std::nullopt;
   }
   return known(packet[16]);

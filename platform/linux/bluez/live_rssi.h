@@ -51,6 +51,7 @@ class LiveRssi {
   void receive();
   std::optional<std::int64_t> parse(KVBytes packet, bool& ours) const;
   void answer(std::optional<std::int64_t> rssi);
+  void giveUp(const std::string& why);
 
   Context& context_;
   Channel channel_ = Channel::none;
@@ -59,7 +60,7 @@ class LiveRssi {
   std::unique_ptr<KVLinuxEventQueue::Watch> watch_;
   std::deque<Query> queries_;
   bool busy_ = false;
-  std::string unavailable_;  ///< Why there is no way; empty while there may be one.
+  bool unavailable_ = false;
   Timer limit_;
 };
 

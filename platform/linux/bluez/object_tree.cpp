@@ -12,22 +12,11 @@ constexpr std::string_view kDevice = "org.bluez.Device1";
 constexpr std::string_view kService = "org.bluez.GattService1";
 constexpr std::string_view kCharacteristic = "org.bluez.GattCharacteristic1";
 
-bool readBool(sd_bus_message* message, bool& value) {
-  int read = 0;
-  if (sd_bus_message_read_basic(message, 'b', &read) < 0) {
-    return false;
-  }
-  value = read != 0;
-  return true;
-}
-
-bool readText(sd_bus_message* message, char type, std::string& value) {
-  const char* text = nullptr;
-  if (sd_bus_message_read_basic(message, type, static_cast<void*>(&text)) < 0) {
-    return false;
-  }
-  value = text;
-  return true;
+std::optional<std::string> readPath(sd_bus_message* message) {
+  const char* path = nullptr;
+  return sd_bus_message_read_basic(message, 'o', static_cast<void*>(&path)) < 0
+             ? std::nullopt
+             : std::optional<std::string>(path);
 }
 
 std::string parentOf(std::string_view path) { return std::string(path.substr(0, path.rfind('/'))); }
@@ -57,11 +46,11 @@ void ObjectTree::load(sd_bus_message* objects) {
     return;
   }
   while (sd_bus_message_enter_container(objects, 'e', "oa{sa{sv}}") > 0) {
-    std::string path;
-    if (!readText(objects, 'o', path)) {
+    const auto path = readPath(objects);
+    if (!path) {
       return;
     }
-    readInterfaces(objects, path, /*isSignal=*/false);
+    readInterfaces(objects, *path, /*isSignal=*/false);
     sd_bus_message_exit_container(objects);
   }
   std::vector<std::pair<std::string, std::string_view>> gone;
@@ -83,9 +72,8 @@ void ObjectTree::load(sd_bus_message* objects) {
 }
 
 void ObjectTree::interfacesAdded(sd_bus_message* signal) {
-  std::string path;
-  if (readText(signal, 'o', path)) {
-    readInterfaces(signal, path, /*isSignal=*/true);
+  if (const auto path = readPath(signal)) {
+    readInterfaces(signal, *path, /*isSignal=*/true);
   }
 }
 
@@ -160,14 +148,6 @@ void ObjectTree::propertiesChanged(sd_bus_message* signal) {
   }
 }
 
-void ObjectTree::readDeviceInvalidated(sd_bus_message* message, DeviceObject& device) {
-  for (const std::string& name : readStrings(message)) {
-    if (name == "RSSI") {
-      device.rssi.reset();
-    }
-  }
-}
-
 void ObjectTree::tellDevice(DeviceObject& device, DeviceNews news) {
   if (news.state) {
     observer_.deviceChanged(device);
@@ -177,121 +157,10 @@ void ObjectTree::tellDevice(DeviceObject& device, DeviceNews news) {
   }
 }
 
-bool ObjectTree::readAdapter(sd_bus_message* message, AdapterObject& adapter) {
-  bool changed = false;
-  forEachProperty(message, [&](std::string_view key, std::string_view type) {
-    if (key == "Address" && type == "s") {
-      changed = true;
-      return readText(message, 's', adapter.address);
-    }
-    if (key == "Powered" && type == "b") {
-      changed = true;
-      return readBool(message, adapter.powered);
-    }
-    if (key == "Discovering" && type == "b") {
-      changed = true;
-      return readBool(message, adapter.discovering);
-    }
-    return false;
-  });
-  return changed;
-}
-
-ObjectTree::DeviceNews ObjectTree::readDevice(sd_bus_message* message, DeviceObject& device) {
-  DeviceNews news;
-  forEachProperty(message, [&](std::string_view key, std::string_view type) {
-    if (key == "RSSI" && type == "n") {
-      std::int16_t rssi = 0;
-      if (sd_bus_message_read_basic(message, 'n', &rssi) < 0) {
-        return false;
-      }
-      device.rssi = rssi;
-      news.sighted = true;
-    } else if (key == "ServiceData" && type == "a{sv}") {
-      readServiceData(message, device);
-      news.sighted = true;
-    } else if (key == "Connected" && type == "b") {
-      news.state = true;
-      return readBool(message, device.connected);
-    } else if (key == "ServicesResolved" && type == "b") {
-      news.state = true;
-      return readBool(message, device.servicesResolved);
-    } else if (key == "Address" && type == "s") {
-      return readText(message, 's', device.address);
-    } else if (key == "AddressType" && type == "s") {
-      std::string kind;
-      const bool read = readText(message, 's', kind);
-      device.randomAddress = kind == "random";
-      return read;
-    } else if (key == "UUIDs" && type == "as") {
-      device.uuids.clear();
-      for (const std::string& text : readStrings(message)) {
-        if (const auto uuid = KVUUID::fromString(text)) {
-          device.uuids.push_back(*uuid);
-        }
-      }
-    } else {
-      return false;
-    }
-    return true;
-  });
-  return news;
-}
-
-void ObjectTree::readServiceData(sd_bus_message* message, DeviceObject& device) {
-  // Entries are overwritten in place: a tag that keeps advertising costs no allocation.
-  std::size_t count = 0;
-  forEachBytes(message, [&](std::string_view key, KVBytes value) {
-    const auto uuid = KVUUID::fromString(key);
-    if (!uuid) {
-      return;
-    }
-    if (count == device.serviceData.size()) {
-      device.serviceData.push_back({*uuid, {}});
-    }
-    DeviceObject::ServiceData& entry = device.serviceData[count++];
-    entry.uuid = *uuid;
-    entry.value.assign(value.begin(), value.end());
-  });
-  device.serviceData.erase(device.serviceData.begin() + static_cast<std::ptrdiff_t>(count),
-                           device.serviceData.end());
-}
-
-void ObjectTree::readService(sd_bus_message* message, const std::string& path) {
-  std::optional<KVUUID> uuid;
-  forEachProperty(message, [&](std::string_view key, std::string_view type) {
-    std::string text;
-    if (key != "UUID" || type != "s" || !readText(message, 's', text)) {
-      return false;
-    }
-    uuid = KVUUID::fromString(text);
-    return true;
-  });
-  if (uuid) {
-    services_.insert_or_assign(path, ServiceObject{*uuid});
-  }
-}
-
-void ObjectTree::readCharacteristic(sd_bus_message* message, const std::string& path) {
-  std::optional<KVUUID> uuid;
-  forEachProperty(message, [&](std::string_view key, std::string_view type) {
-    std::string text;
-    if (key != "UUID" || type != "s" || !readText(message, 's', text)) {
-      return false;
-    }
-    uuid = KVUUID::fromString(text);
-    return true;
-  });
-  if (uuid) {
-    characteristics_.insert_or_assign(path, CharacteristicObject{parentOf(path), *uuid});
-  }
-}
-
 void ObjectTree::interfacesRemoved(sd_bus_message* signal) {
-  std::string path;
-  if (readText(signal, 'o', path)) {
+  if (const auto path = readPath(signal)) {
     for (const std::string& interface : readStrings(signal)) {
-      remove(path, interface);
+      remove(*path, interface);
     }
   }
 }

@@ -48,10 +48,10 @@ void ScanSession::setWanted(bool wanted) {
   reconcile();
 }
 
-void ScanSession::pause(std::function<void()> halted) {
-  paused_ = true;
+void ScanSession::pause(bool halt, std::function<void()> halted) {
+  paused_ = halt;
   halted_ = std::move(halted);
-  if (phase_ == Phase::off) {
+  if (phase_ == Phase::off || !halt) {
     haltLimit_.set(std::chrono::nanoseconds(0), [this] { tellHalted(); });
   } else {
     haltLimit_.set(context_.timing.scanStop, [this] { tellHalted(); });

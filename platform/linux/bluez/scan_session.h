@@ -22,9 +22,9 @@ class ScanSession {
   /// Whether discovery is wanted.
   void setWanted(bool wanted);
 
-  /// Halts discovery; `halted` is called once it has stopped or can be disregarded, never inside
-  /// this call. `resume` ends that.
-  void pause(std::function<void()> halted);
+  /// Halts discovery if `halt`; `halted` is called once it has stopped or can be disregarded, never
+  /// inside this call. `resume` ends that.
+  void pause(bool halt, std::function<void()> halted);
   void resume();
 
   /// An advertisement of any device was heard.

@@ -1,0 +1,161 @@
+// The central's links, and their turns.
+#include <algorithm>
+#include <utility>
+
+#include "platform/linux/bluez/central_core.h"
+
+namespace kv {
+namespace {
+
+// Whether it changes from time to time: the two highest bits of a random address tell (Bluetooth
+// Core Specification, Vol 6, Part B, 1.3.2). The daemon drops such a device soon after discovery
+// ends.
+bool hasPrivateAddress(const DeviceObject& device) {
+  return device.randomAddress && !device.address.empty() && device.address[0] >= '0' &&
+         device.address[0] <= '7';
+}
+
+}  // namespace
+
+Link* CentralCore::findLink(const std::string& address) {
+  const auto found = links_.find(address);
+  return found == links_.end() ? nullptr : found->second.get();
+}
+
+GattSession* CentralCore::session(const std::string& address) {
+  Link* link = findLink(address);
+  return link == nullptr ? nullptr : link->session();
+}
+
+void CentralCore::connect(const std::shared_ptr<KVPeripheral>& peripheral) {
+  const auto handle = std::dynamic_pointer_cast<BlueZPeripheral>(peripheral);
+  if (!handle) {
+    return;
+  }
+  auto& link = links_[handle->identifier()];
+  if (!link) {
+    link = std::make_unique<Link>(context_, host(), handle);
+  }
+  link->request(handle);
+}
+
+void CentralCore::cancel(const std::shared_ptr<KVPeripheral>& peripheral) {
+  if (peripheral) {
+    if (Link* link = findLink(peripheral->identifier())) {
+      link->cancel();
+    }
+  }
+}
+
+void CentralCore::deviceChanged(DeviceObject& device) {
+  if (Link* link = device.adapter == adapterOn_ ? findLink(device.address) : nullptr) {
+    link->deviceChanged(device);
+  }
+}
+
+void CentralCore::characteristicValue(std::string_view path, KVBytes value) {
+  for (const auto& [address, link] : links_) {
+    if (GattSession* session = link->session()) {
+      session->characteristicValue(path, value);
+    }
+  }
+}
+
+void CentralCore::attributeRemoved(std::string_view path) {
+  for (const auto& [address, link] : links_) {
+    if (GattSession* session = link->session()) {
+      session->attributeRemoved(path);
+    }
+  }
+}
+
+void CentralCore::requestTurn(Link& link) {
+  line_.push_back(&link);
+  grantTurn();
+}
+
+void CentralCore::releaseTurn(Link& link) {
+  std::erase(line_, &link);
+  if (turn_ == &link) {
+    turn_ = nullptr;
+    grantTurn();
+  }
+}
+
+// One attempt at a time, and no discovery meanwhile: the kernel suspends it for the attempt anyway,
+// and some controllers refuse to do both.
+void CentralCore::grantTurn() {
+  if (turn_ != nullptr) {
+    return;
+  }
+  if (line_.empty()) {
+    scan_.resume();
+    return;
+  }
+  turn_ = line_.front();
+  line_.pop_front();
+  const DeviceObject* device = daemon_.tree().device(adapterOn_, turn_->address());
+  scan_.pause(device == nullptr || !hasPrivateAddress(*device), [this] {
+    if (turn_ != nullptr) {
+      turn_->turnGranted();
+    }
+  });
+}
+
+void CentralCore::reportConnected(Link& link) {
+  post([peripheral = link.peripheral()](CentralCore& self) {
+    const Link* now = self.findLink(peripheral->identifier());
+    if (now != nullptr && now->up()) {
+      peripheral->setState(KVPeripheralStateConnected);
+      self.delegate_->didConnectPeripheral(*self.central_, peripheral);
+    }
+  });
+}
+
+void CentralCore::reportDisconnected(Link& link, std::optional<KVError> error) {
+  post([peripheral = link.peripheral(), error = std::move(error)](CentralCore& self) {
+    peripheral->setState(KVPeripheralStateDisconnected);
+    self.delegate_->didDisconnectPeripheral(*self.central_, peripheral, error);
+    if (*self.context_.open) {
+      self.forgetIdle(peripheral->identifier());
+    }
+  });
+}
+
+void CentralCore::forgetIdle(const std::string& address) {
+  const auto found = links_.find(address);
+  if (found == links_.end()) {
+    return;
+  }
+  const Link& link = *found->second;
+  if (link.idle()) {
+    links_.erase(found);
+  } else if (link.wanted()) {
+    // A request that was made before this report still stands.
+    link.peripheral()->setState(KVPeripheralStateConnecting);
+  }
+}
+
+void CentralCore::readRssi(const std::shared_ptr<BlueZPeripheral>& peripheral) {
+  const Link* link = findLink(peripheral->identifier());
+  const DeviceObject* device = daemon_.tree().device(adapterOn_, peripheral->identifier());
+  if (link == nullptr || !link->up() || device == nullptr) {
+    return;
+  }
+  rssi_.read(adapterOn_, device->address, device->randomAddress,
+             [this, peripheral](std::optional<std::int64_t> rssi) {
+               post([peripheral, rssi](CentralCore& self) {
+                 const Link* now = self.findLink(peripheral->identifier());
+                 const auto delegate = peripheral->delegate();
+                 if (now != nullptr && now->up() && delegate) {
+                   delegate->didReadRSSI(
+                       *peripheral, rssi,
+                       rssi ? std::nullopt
+                            : std::optional(KVError{"The signal strength could not be read",
+                                                    kErrorRequestFailed, std::nullopt}));
+                 }
+               });
+             });
+}
+
+}  // namespace kv

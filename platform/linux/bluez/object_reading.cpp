@@ -1,0 +1,145 @@
+// Reading what the daemon says of one object.
+#include <optional>
+#include <utility>
+
+#include "platform/linux/bluez/object_tree.h"
+#include "platform/linux/bus/message.h"
+
+namespace kv {
+namespace {
+
+bool readBool(sd_bus_message* message, bool& value) {
+  int read = 0;
+  if (sd_bus_message_read_basic(message, 'b', &read) < 0) {
+    return false;
+  }
+  value = read != 0;
+  return true;
+}
+
+bool readText(sd_bus_message* message, std::string& value) {
+  const char* text = nullptr;
+  if (sd_bus_message_read_basic(message, 's', static_cast<void*>(&text)) < 0) {
+    return false;
+  }
+  value = text;
+  return true;
+}
+
+std::optional<KVUUID> readUuid(sd_bus_message* properties) {
+  std::optional<KVUUID> uuid;
+  forEachProperty(properties, [&](std::string_view key, std::string_view type) {
+    std::string text;
+    if (key != "UUID" || type != "s" || !readText(properties, text)) {
+      return false;
+    }
+    uuid = KVUUID::fromString(text);
+    return true;
+  });
+  return uuid;
+}
+
+}  // namespace
+
+void ObjectTree::readDeviceInvalidated(sd_bus_message* message, DeviceObject& device) {
+  for (const std::string& name : readStrings(message)) {
+    if (name == "RSSI") {
+      device.rssi.reset();
+    }
+  }
+}
+
+bool ObjectTree::readAdapter(sd_bus_message* message, AdapterObject& adapter) {
+  bool changed = false;
+  forEachProperty(message, [&](std::string_view key, std::string_view type) {
+    if (key == "Address" && type == "s") {
+      changed = true;
+      return readText(message, adapter.address);
+    }
+    if (key == "Powered" && type == "b") {
+      changed = true;
+      return readBool(message, adapter.powered);
+    }
+    if (key == "Discovering" && type == "b") {
+      changed = true;
+      return readBool(message, adapter.discovering);
+    }
+    return false;
+  });
+  return changed;
+}
+
+ObjectTree::DeviceNews ObjectTree::readDevice(sd_bus_message* message, DeviceObject& device) {
+  DeviceNews news;
+  forEachProperty(message, [&](std::string_view key, std::string_view type) {
+    if (key == "RSSI" && type == "n") {
+      std::int16_t rssi = 0;
+      if (sd_bus_message_read_basic(message, 'n', &rssi) < 0) {
+        return false;
+      }
+      device.rssi = rssi;
+      news.sighted = true;
+    } else if (key == "ServiceData" && type == "a{sv}") {
+      readServiceData(message, device);
+      news.sighted = true;
+    } else if (key == "Connected" && type == "b") {
+      news.state = true;
+      return readBool(message, device.connected);
+    } else if (key == "ServicesResolved" && type == "b") {
+      news.state = true;
+      return readBool(message, device.servicesResolved);
+    } else if (key == "Address" && type == "s") {
+      return readText(message, device.address);
+    } else if (key == "AddressType" && type == "s") {
+      std::string kind;
+      const bool read = readText(message, kind);
+      device.randomAddress = kind == "random";
+      return read;
+    } else if (key == "UUIDs" && type == "as") {
+      device.uuids.clear();
+      for (const std::string& text : readStrings(message)) {
+        if (const auto uuid = KVUUID::fromString(text)) {
+          device.uuids.push_back(*uuid);
+        }
+      }
+    } else {
+      return false;
+    }
+    return true;
+  });
+  return news;
+}
+
+void ObjectTree::readServiceData(sd_bus_message* message, DeviceObject& device) {
+  // Entries are overwritten in place: a tag that keeps advertising costs no allocation.
+  std::size_t count = 0;
+  forEachBytes(message, [&](std::string_view key, KVBytes value) {
+    const auto uuid = KVUUID::fromString(key);
+    if (!uuid) {
+      return;
+    }
+    if (count == device.serviceData.size()) {
+      device.serviceData.push_back({*uuid, {}});
+    }
+    DeviceObject::ServiceData& entry = device.serviceData[count++];
+    entry.uuid = *uuid;
+    entry.value.assign(value.begin(), value.end());
+  });
+  device.serviceData.erase(device.serviceData.begin() + static_cast<std::ptrdiff_t>(count),
+                           device.serviceData.end());
+}
+
+void ObjectTree::readService(sd_bus_message* message, const std::string& path) {
+  if (const auto uuid = readUuid(message)) {
+    services_.insert_or_assign(path, ServiceObject{*uuid});
+  }
+}
+
+void ObjectTree::readCharacteristic(sd_bus_message* message, const std::string& path) {
+  if (const auto uuid = readUuid(message)) {
+    const std::string service = path.substr(0, path.rfind('/'));
+    characteristics_.insert_or_assign(path, CharacteristicObject{service, *uuid});
+  }
+}
+
+}  // namespace kv
