@@ -1,7 +1,8 @@
 #include "KVFobLink/KVLinuxPlatform.h"
 
-#include <stdlib.h>
 #include <unistd.h>
+
+#include <cstdlib>
 
 #include "platform/default_platform.h"
 #include "platform/linux/bluez/radio.h"
