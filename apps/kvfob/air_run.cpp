@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <utility>
@@ -13,9 +14,10 @@ namespace {
 using namespace std::chrono_literals;
 using kvsim::TagEventKind;
 
-// How long the adapter may take to be found at the start; later it may be gone for as long as it
-// likes.
-constexpr std::chrono::milliseconds kPatience = 8s;
+// How long the adapter may take to be found at the start, and then bluetoothd to take the tag.
+// Later either may be gone for as long as it likes.
+constexpr std::chrono::milliseconds kPatience = 3s;
+constexpr std::chrono::milliseconds kRegistering = 20s;
 constexpr std::size_t kLineMost = 200;
 
 kvsim::AirTagOptions airOptions(const Options& options, const Secret& password) {
@@ -35,6 +37,7 @@ AirRun::AirRun(std::shared_ptr<KVLinuxEventQueue> queue, Loop& loop, Console& co
     : queue_(std::move(queue)),
       loop_(loop),
       console_(console),
+      patience_(options.timeout),
       tag_(queue_, airOptions(options, password)),
       input_(queue_->watch(STDIN_FILENO, POLLIN, [this](short) { readInput(); })) {
   tag_.setStateCallback(
@@ -44,7 +47,10 @@ AirRun::AirRun(std::shared_ptr<KVLinuxEventQueue> queue, Loop& loop, Console& co
 
 Outcome AirRun::run() {
   const auto ended = [this] { return quit_ || loop_.signal() != 0 || !console_.good(); };
-  loop_.runUntil([&] { return ended() || everOnAir_; }, kPatience);
+  const auto decided = [&] { return ended() || everOnAir_; };
+  if (!loop_.runUntil(decided, std::min(patience_, kPatience)) && tag_.reason().empty()) {
+    loop_.runUntil([&] { return decided() || !tag_.reason().empty(); }, kRegistering);
+  }
   if (!ended() && !everOnAir_) {
     const auto& reason = tag_.reason();
     return {kNoAdapter, reason.empty() ? "the Bluetooth service does not answer" : reason};

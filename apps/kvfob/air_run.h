@@ -32,6 +32,7 @@ class AirRun {
   const std::shared_ptr<KVLinuxEventQueue> queue_;
   Loop& loop_;
   Console& console_;
+  const std::chrono::milliseconds patience_;
   kvsim::AirTag tag_;
   std::unique_ptr<KVLinuxEventQueue::Watch> input_;
   std::string typed_;

@@ -14,7 +14,7 @@ namespace {
 using kvsim::TagEventKind;
 
 // So that a reader can keep up.
-constexpr std::chrono::milliseconds kPause{350};
+constexpr std::chrono::milliseconds kPause{600};
 constexpr std::string_view kIndent = "       ";
 
 bool fromTag(TagEventKind kind) {

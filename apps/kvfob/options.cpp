@@ -1,8 +1,8 @@
 #include "apps/kvfob/options.h"
 
 #include <CLI/CLI.hpp>
+#include <functional>
 #include <iostream>
-#include <map>
 
 #include "KVFobLink/KVVersion.h"
 #include "apps/kvfob/help.h"
@@ -13,6 +13,24 @@ namespace {
 
 /// The longest delay that a tag takes.
 constexpr std::int64_t kDelayMost = 7000;
+
+std::optional<RadioKind> parseRadio(std::string_view text) {
+  if (text == "sim") return RadioKind::sim;
+  if (text == "bluez") return RadioKind::bluez;
+  return std::nullopt;
+}
+
+std::optional<ColorMode> parseColor(std::string_view text) {
+  if (text == "auto") return ColorMode::automatic;
+  if (text == "always") return ColorMode::always;
+  if (text == "never") return ColorMode::never;
+  return std::nullopt;
+}
+
+std::optional<bool> parseSwitch(std::string_view text) {
+  if (text != "on" && text != "off") return std::nullopt;
+  return text == "on";
+}
 
 template <typename Parsed>
 CLI::Option* addParsed(CLI::App& app, const std::string& name, const std::string& help,
@@ -30,12 +48,8 @@ CLI::Option* addParsed(CLI::App& app, const std::string& name, const std::string
 
 /// What every command takes.
 void addCommon(CLI::App& app, Options& options) {
-  static const std::map<std::string, RadioKind> kRadios{{"sim", RadioKind::sim},
-                                                        {"bluez", RadioKind::bluez}};
-  static const std::map<std::string, ColorMode> kColors{
-      {"auto", ColorMode::automatic}, {"always", ColorMode::always}, {"never", ColorMode::never}};
-  app.add_option("--radio", options.radio, "Which radio: sim (the default) or bluez")
-      ->transform(CLI::CheckedTransformer(kRadios).description(""))
+  addParsed<RadioKind>(app, "--radio", "Which radio: sim (the default) or bluez", parseRadio,
+                       "sim or bluez", [&](auto radio) { options.radio = radio; })
       ->type_name("RADIO")
       ->group("Radio");
   app.add_option("--adapter", options.adapter, "Which adapter of bluez: hci0, or its address")
@@ -44,17 +58,18 @@ void addCommon(CLI::App& app, Options& options) {
   app.add_option("--seed", options.seed, "What the simulated radio's chances start from")
       ->type_name("N")
       ->group("Radio");
-  app.add_option("--color", options.color, "auto (the default), always or never; NO_COLOR counts")
-      ->transform(CLI::CheckedTransformer(kColors).description(""))
+  addParsed<ColorMode>(app, "--color", "auto (the default), always or never; NO_COLOR counts",
+                       parseColor, "auto, always or never",
+                       [&](auto color) { options.color = color; })
       ->type_name("WHEN")
       ->group("Output");
   app.add_flag("--log", options.log, "Show the library's diagnostic lines on standard error")
       ->group("Output");
 }
 
-void addTimeout(CLI::App& app, Options& options) {
-  addParsed<std::chrono::milliseconds>(app, "--timeout", "How long the whole of it may take (30)",
-                                       parseDuration, "a time such as 30, 1.5m or 500ms",
+void addTimeout(CLI::App& app, Options& options, const std::string& help) {
+  addParsed<std::chrono::milliseconds>(app, "--timeout", help, parseDuration,
+                                       "a time such as 30, 1.5m or 500ms",
                                        [&](auto value) { options.timeout = value; })
       ->type_name("TIME");
 }
@@ -82,6 +97,7 @@ CLI::App& addCommand(CLI::App& app, Options& options, Command command, const std
                      const std::string& help) {
   auto* sub = app.add_subcommand(name, help);
   sub->callback([&options, command] { options.command = command; });
+  sub->footer("kvfob --help tells of radios, passwords and exit statuses, with examples.");
   addCommon(*sub, options);
   return *sub;
 }
@@ -92,7 +108,7 @@ CLI::App& addTagCommand(CLI::App& app, Options& options, Command command, const 
   addAddress(sub, "TAG", "The tag's address", options.tag)->required();
   addPasswordFile(sub, options,
                   "Where the tag's password is (- for standard input); else you are asked");
-  addTimeout(sub, options);
+  addTimeout(sub, options, "How long the whole of it may take (30s)");
   return sub;
 }
 
@@ -110,10 +126,8 @@ void addTagCommands(CLI::App& app, Options& options) {
   addTagCommand(app, options, Command::ring, "ring", "Ring a tag's bell");
   addTagCommand(app, options, Command::silence, "silence", "Silence a tag's bell");
   auto& alert = addTagCommand(app, options, Command::alert, "alert", "Switch a tag's loss alert");
-  alert
-      .add_option_function<std::string>(
-          "STATE", [&](const std::string& state) { options.on = state == "on"; }, "on or off")
-      ->check(CLI::IsMember({"on", "off"}).description(""))
+  addParsed<bool>(alert, "STATE", "on or off", parseSwitch, "on or off",
+                  [&](auto on) { options.on = on; })
       ->type_name("")
       ->required();
   auto& delay = addTagCommand(app, options, Command::delay, "delay",
@@ -155,6 +169,7 @@ void addVirtualTag(CLI::App& app, Options& options) {
   tag.add_option("--battery", options.battery, "Its battery value, 0 to 255")
       ->check(CLI::Range(0, 255).description(""))
       ->type_name("N");
+  addTimeout(tag, options, "How long the adapter may take to be found (3s at most)");
   addPasswordFile(tag, options, "The password that it is bound with already; else it is unbound");
 }
 

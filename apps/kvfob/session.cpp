@@ -9,7 +9,7 @@ namespace {
 using namespace std::chrono_literals;
 
 // The Bluetooth service is asked over the bus, and it may just be starting.
-constexpr auto kAdapterPatience = 5s;
+constexpr Session::Duration kAdapterPatience = 3s;
 // BlueZ takes about two seconds to end a link.
 constexpr auto kDropPatience = 6s;
 
@@ -37,9 +37,9 @@ Session::Session(Loop& loop, Console& console)
 
 Session::~Session() { manager_->didChangeBluetooth({}); }
 
-void Session::whenOn(std::function<void()> ready) {
+void Session::whenOn(std::function<void()> ready, Duration patience) {
   ready_ = std::move(ready);
-  after(kAdapterPatience, [this] {
+  after(std::min(patience, kAdapterPatience), [this] {
     if (ready_) {
       finish(
           {kNoAdapter,
@@ -52,10 +52,11 @@ void Session::whenOn(std::function<void()> ready) {
 void Session::adapterChanged() {
   if (finished()) return;
   const auto state = manager_->bleState();
-  if (state == KVCentralStatePoweredOn) {
+  const bool was = std::exchange(on_, state == KVCentralStatePoweredOn);
+  if (on_) {
     if (auto ready = std::exchange(ready_, {})) {
       ready();
-    } else if (adapterMayFail_) {
+    } else if (!was) {
       console_.note("the Bluetooth adapter is on");
     }
     return;

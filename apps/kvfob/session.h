@@ -30,8 +30,9 @@ class Session {
   KVTrackerManager& manager() { return *manager_; }
   Console& console() { return console_; }
 
-  /// Calls `ready` once the adapter is on. Without one that is, the run ends with `kNoAdapter`.
-  void whenOn(std::function<void()> ready);
+  /// Calls `ready` once the adapter is on. Without one that is, the run ends with `kNoAdapter`; an
+  /// adapter of which nothing is known may take up to `patience`, or three seconds if that is less.
+  void whenOn(std::function<void()> ready, Duration patience = Duration::max());
 
   /// From now on the run goes on when the adapter is switched off; the user is told.
   void surviveAdapter() { adapterMayFail_ = true; }
@@ -60,6 +61,7 @@ class Session {
   std::shared_ptr<KVTrackerManager> manager_;
   std::function<void()> ready_;
   bool adapterMayFail_ = false;
+  bool on_ = false;
   std::vector<std::shared_ptr<KVTracker>> trackers_;
   std::optional<Outcome> outcome_;
   const std::shared_ptr<const bool> alive_ = std::make_shared<const bool>(true);

@@ -1,6 +1,7 @@
 #include "apps/kvfob/tag_run.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "apps/kvfob/text.h"
 
@@ -47,7 +48,7 @@ TagRun::TagRun(Session& session, const Options& options, const Secret& password)
 }
 
 Outcome TagRun::run() {
-  session_.whenOn([this] { search(); });
+  session_.whenOn([this] { search(); }, options_.timeout);
   return session_.run();
 }
 
@@ -80,10 +81,8 @@ void TagRun::bind(const std::shared_ptr<KVTracker>& tracker) {
 
 void TagRun::connectionChanged(std::uint64_t connection) {
   if (session_.finished()) return;
-  if (stage_ == Stage::watching) {
-    if (connection == KVConnectionConnected) return report("connected");
-    if (connection == KVConnectionDisconnect) return report("connection lost");
-    if (connection == KVConnectionConnecting) return report("connecting");
+  if (stage_ == Stage::watching && connection != KVConnectionVerifyFailed) {
+    return reportConnection(connection);
   }
   switch (connection) {
     case KVConnectionConnecting:
@@ -170,7 +169,7 @@ void TagRun::timedOut() {
 void TagRun::watch() {
   stage_ = Stage::watching;
   session_.surviveAdapter();
-  report("connected");
+  reportConnection(KVConnectionConnected);
   if (options_.duration) session_.after(*options_.duration, [this] { session_.finish({}); });
   tracker_->didReceive([this](std::int64_t event) {
     report(event == 1 ? "button pressed" : "event " + std::to_string(event));
@@ -180,6 +179,14 @@ void TagRun::watch() {
     report("rssi " + std::to_string(tracker_->rssi()) + " dBm, " +
            std::string(levelName(tracker_->distance())));
   });
+}
+
+void TagRun::reportConnection(std::uint64_t connection) {
+  // Some values are reported twice.
+  if (std::exchange(reported_, connection) == connection) return;
+  if (connection == KVConnectionConnected) report("connected");
+  if (connection == KVConnectionConnecting) report("connecting");
+  if (connection == KVConnectionDisconnect) report("connection lost");
 }
 
 void TagRun::report(const std::string& what) {

@@ -32,12 +32,14 @@ class TagRun {
   void timedOut();
 
   void watch();
+  void reportConnection(std::uint64_t connection);
   void report(const std::string& what);
 
   Session& session_;
   const Options& options_;
   std::shared_ptr<KVTracker> tracker_;
   Stage stage_ = Stage::searching;
+  std::uint64_t reported_ = KVConnectionDisconnect;
 };
 
 }  // namespace kvfob

@@ -1,0 +1,141 @@
+#include "tests/kvfob/child.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+#include <utmp.h>
+
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+namespace kvfob {
+namespace {
+
+constexpr int kPatienceMs = 20'000;
+
+std::vector<char*> argumentsOf(std::vector<std::string>& arguments) {
+  arguments.insert(arguments.begin(), KVFOB_PROGRAM);
+  std::vector<char*> pointers;
+  for (auto& argument : arguments) pointers.push_back(argument.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+int statusOf(pid_t pid) {
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+/// A file without a name, rewound after it was written to.
+class Scratch {
+ public:
+  explicit Scratch(const std::string& content = {}) {
+    std::fputs(content.c_str(), file_);
+    std::rewind(file_);
+  }
+  ~Scratch() { std::fclose(file_); }
+  Scratch(const Scratch&) = delete;
+  Scratch& operator=(const Scratch&) = delete;
+
+  int fd() const { return fileno(file_); }
+
+  std::string content() const {
+    std::rewind(file_);
+    std::string text;
+    for (int c = std::fgetc(file_); c != EOF; c = std::fgetc(file_)) text += static_cast<char>(c);
+    return text;
+  }
+
+ private:
+  std::FILE* file_ = std::tmpfile();
+};
+
+}  // namespace
+
+Child::Child(std::vector<std::string> arguments) {
+  const auto pointers = argumentsOf(arguments);
+  openpty(&terminal_, &keepOpen_, nullptr, nullptr, nullptr);
+  pid_ = fork();
+  if (pid_ == 0) {
+    close(terminal_);
+    login_tty(keepOpen_);
+    execv(pointers[0], pointers.data());
+    _exit(127);
+  }
+}
+
+Child::~Child() {
+  if (pid_ > 0) {
+    kill(pid_, SIGKILL);
+    statusOf(pid_);
+  }
+  close(terminal_);
+  close(keepOpen_);
+}
+
+void Child::type(const std::string& text) const {
+  if (write(terminal_, text.data(), text.size()) < 0) std::perror("type");
+}
+
+void Child::signal(int number) const { kill(pid_, number); }
+
+bool Child::readSome() {
+  pollfd polled{terminal_, POLLIN, 0};
+  std::array<char, 1024> bytes{};
+  if (poll(&polled, 1, kPatienceMs) <= 0) return false;
+  const auto count = read(terminal_, bytes.data(), bytes.size());
+  if (count > 0) output_.append(bytes.data(), static_cast<std::size_t>(count));
+  return count > 0;
+}
+
+bool Child::awaitText(const std::string& text) {
+  while (output_.find(text) == std::string::npos) {
+    if (!readSome()) return false;
+  }
+  return true;
+}
+
+int Child::awaitEnd() {
+  const int status = statusOf(std::exchange(pid_, -1));
+  fcntl(terminal_, F_SETFL, O_NONBLOCK);
+  std::array<char, 1024> bytes{};
+  for (ssize_t count = 1; count > 0;) {
+    count = read(terminal_, bytes.data(), bytes.size());
+    if (count > 0) output_.append(bytes.data(), static_cast<std::size_t>(count));
+  }
+  return status;
+}
+
+bool Child::echoes() const {
+  termios modes{};
+  tcgetattr(keepOpen_, &modes);
+  return (modes.c_lflag & ECHO) != 0;
+}
+
+RunResult runProgram(const std::vector<std::string>& arguments, const std::string& input) {
+  auto copy = arguments;
+  const auto pointers = argumentsOf(copy);
+  const Scratch in(input);
+  const Scratch out;
+  const Scratch err;
+  const pid_t pid = fork();
+  if (pid == 0) {
+    setsid();  // without a terminal to ask on
+    dup2(in.fd(), STDIN_FILENO);
+    dup2(out.fd(), STDOUT_FILENO);
+    dup2(err.fd(), STDERR_FILENO);
+    execv(pointers[0], pointers.data());
+    _exit(127);
+  }
+  const int status = statusOf(pid);
+  return {status, out.content(), err.content()};
+}
+
+}  // namespace kvfob

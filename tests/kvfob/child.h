@@ -1,0 +1,53 @@
+#ifndef TESTS_KVFOB_CHILD_H
+#define TESTS_KVFOB_CHILD_H
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace kvfob {
+
+/// The program on a pseudo-terminal of its own: what it writes there, and what is typed.
+class Child {
+ public:
+  explicit Child(std::vector<std::string> arguments);
+  ~Child();
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+
+  void type(const std::string& text) const;
+  void signal(int number) const;
+
+  /// Reads on until `text` has been written; false when the program ends first or takes too long.
+  bool awaitText(const std::string& text);
+
+  /// Reads on until the program ends. Its exit status, or -1 when a signal ended it.
+  int awaitEnd();
+
+  const std::string& output() const { return output_; }
+
+  /// Whether the terminal shows what is typed.
+  bool echoes() const;
+
+ private:
+  bool readSome();
+
+  int terminal_ = -1;
+  int keepOpen_ = -1;  // the terminal's other side, so that its modes outlive the program
+  pid_t pid_ = -1;
+  std::string output_;
+};
+
+struct RunResult {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+
+/// Runs the program without a terminal, with `input` on its standard input.
+RunResult runProgram(const std::vector<std::string>& arguments, const std::string& input = {});
+
+}  // namespace kvfob
+
+#endif  // TESTS_KVFOB_CHILD_H

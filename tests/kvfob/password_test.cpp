@@ -1,0 +1,78 @@
+#include "apps/kvfob/password.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdio>
+#include <fstream>
+
+#include "tests/kvfob/child.h"
+
+namespace kvfob {
+namespace {
+
+TEST(Password, FromAFile) {
+  const struct {
+    std::string content;
+    std::string password;  // empty: refused
+  } kCases[] = {
+      {"secret", "secret"},
+      {"secret\n", "secret"},
+      {"secret\r\n", "secret"},
+      {"thirteen byte", "thirteen byte"},
+      {" \xC3\xA4 ", " \xC3\xA4 "},
+      {"fourteen bytes", ""},
+      {"", ""},
+      {"\n", ""},
+      {"one\ntwo", ""},
+      {std::string(5000, 'x'), ""},
+  };
+  const auto path = ::testing::TempDir() + "kvfob-password-" + std::to_string(getpid());
+  for (const auto& [content, password] : kCases) {
+    std::ofstream(path) << content;
+    const auto result = readPassword(path, "");
+    if (password.empty()) {
+      ASSERT_TRUE(std::holds_alternative<Outcome>(result)) << content;
+      EXPECT_EQ(std::get<Outcome>(result).code, kUsage);
+    } else {
+      ASSERT_TRUE(std::holds_alternative<Secret>(result)) << content;
+      EXPECT_EQ(std::get<Secret>(result).text(), password);
+    }
+  }
+  std::remove(path.c_str());
+  EXPECT_EQ(std::get<Outcome>(readPassword(path, "")).code, kUsage);
+}
+
+TEST(Password, IsWipedWhenItIsMoved) {
+  Secret first{std::string("sesame")};
+  const char* bytes = first.text().data();
+  const Secret second = std::move(first);
+  EXPECT_EQ(second.text(), "sesame");
+  // A text this short lies inside the object, which is still there.
+  EXPECT_EQ(std::string(bytes, 6), std::string(6, '\0'));
+}
+
+TEST(Password, PromptDoesNotEcho) {
+  Child child({"ring", "0a1b2c3d4e5f"});
+  ASSERT_TRUE(child.awaitText("Password of the tag: "));
+  EXPECT_FALSE(child.echoes());
+  child.type("sesame\n");
+  EXPECT_EQ(child.awaitEnd(), kDone);
+  EXPECT_NE(child.output().find("0a1b2c3d4e5f: ringing"), std::string::npos) << child.output();
+  EXPECT_EQ(child.output().find("sesame"), std::string::npos) << child.output();
+  EXPECT_TRUE(child.echoes());
+}
+
+TEST(Password, PromptRestoresTheTerminalOnSignals) {
+  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+    Child child({"ring", "0a1b2c3d4e5f"});
+    ASSERT_TRUE(child.awaitText("Password of the tag: "));
+    child.type("ses");
+    child.signal(number);
+    EXPECT_EQ(child.awaitEnd(), kSignal + number);
+    EXPECT_TRUE(child.echoes()) << number;
+  }
+}
+
+}  // namespace
+}  // namespace kvfob
