@@ -23,6 +23,8 @@ TEST_F(Polling, TickReadsWhileTheLinkIsUp) {
     EXPECT_EQ(timers->tick(), 1);
     EXPECT_EQ(took(), Lines{"P read rssi"});
   }
+  tracker->readRSSI();  // the tick, by name
+  EXPECT_EQ(took(), Lines{"P read rssi"});
 }
 
 TEST_F(Polling, TickEndsItWhenTheLinkIsNotUp) {
