@@ -97,7 +97,8 @@ void FakeBlueZ::remove(const std::string& path) {
   // What lies below goes first.
   for (auto each = objects_.rbegin(); each != objects_.rend(); ++each) {
     if (each->first == path || each->first.starts_with(path + '/')) {
-      for (const auto& [interface, properties] : each->second) {
+      for (const auto& entry : each->second) {
+        const std::string& interface = entry.first;
         kv::emitSignal(
             *bus_, "/", kObjectManager, "InterfacesRemoved", [&](sd_bus_message* signal) {
               sd_bus_message_append(signal, "oas", each->first.c_str(), 1, interface.c_str());

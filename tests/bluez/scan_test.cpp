@@ -42,6 +42,28 @@ TEST_F(ScanTest, EachSignalOfAWantedDeviceIsOneReport) {
                   "found AA:00:00:00:00:01 FFE1=03 ?", "found AA:00:00:00:00:02 -51"));
 }
 
+TEST_F(ScanTest, TagThatADeadProcessHasLeftLinkedIsShownOnce) {
+  startDaemon();
+  bluez->addAdapter();
+  bluez->advertise(kTag, kFrame);
+  bluez->setConnected(kTag, true);
+  bluez->advertise(kOtherTag, kFrame);  // not linked: it will advertise
+  startCentral();
+  ASSERT_TRUE(waitForEvent("state 5"));
+  startScan();
+  EXPECT_TRUE(waitForCall("StartDiscovery"));
+  EXPECT_THAT(takeEvents(), ElementsAre("state 5", "found AA:00:00:00:00:01 FFE1=a10b01 ?"));
+  bluez->addServices(kTag);
+  bluez->setResolved(kTag, true);
+  central->connectPeripheral(recorder->found);
+  EXPECT_TRUE(waitForEvent("connected"));
+  startScan();  // now it is our own
+  bluez->advertise(kOtherTag, kFrame);
+  EXPECT_TRUE(waitForEvent("found"));
+  EXPECT_THAT(takeEvents(), ElementsAre("connected AA:00:00:00:00:01",
+                                        "found AA:00:00:00:00:02 FFE1=a10b01 -60"));
+}
+
 TEST_F(ScanTest, BusyAdapterIsTriedAgain) {
   timing.scanRetryFirst = 5ms;
   startAll();

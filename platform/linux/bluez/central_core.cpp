@@ -154,6 +154,21 @@ void CentralCore::scan(std::span<const KVUUID> services, bool allowDuplicates) {
   scanDuplicates_ = allowDuplicates;
   scanReported_.clear();
   updateScan();
+  post([](CentralCore& self) { self.showOrphans(); });
+}
+
+// A link outlives the process that made it, and a tag that is linked does not advertise: nobody
+// could ever find it again. So a scan for its service begins with what it last advertised.
+void CentralCore::showOrphans() {
+  if (!userScan_ || scanServices_.empty()) {
+    return;
+  }
+  for (DeviceObject* device : daemon_.tree().connectedDevices(adapterOn_)) {
+    if (*context_.open && userScan_ && !device->serviceData.empty() &&
+        findLink(device->address) == nullptr && wantedByScan(*device)) {
+      deliverAdvertisement(*device, std::nullopt);
+    }
+  }
 }
 
 void CentralCore::stopScan() {
@@ -181,7 +196,7 @@ void CentralCore::deviceSeen(DeviceObject& device) {
     }
   }
   if (userScan_ && state_ == KVCentralStatePoweredOn && wantedByScan(device)) {
-    deliverAdvertisement(device);
+    deliverAdvertisement(device, device.rssi);
   }
 }
 
@@ -196,14 +211,14 @@ bool CentralCore::wantedByScan(const DeviceObject& device) {
          (scanDuplicates_ || scanReported_.insert(device.address).second);
 }
 
-void CentralCore::deliverAdvertisement(DeviceObject& device) {
+void CentralCore::deliverAdvertisement(DeviceObject& device, std::optional<std::int64_t> rssi) {
   advertisement_.clear();
   for (const auto& [uuid, value] : device.serviceData) {
     advertisement_.push_back({uuid, value});
   }
   const auto handle = handleOf(device);
   // The last thing that is done with the signal: the delegate may drop everything.
-  delegate_->didDiscoverPeripheral(*central_, handle, {advertisement_}, device.rssi);
+  delegate_->didDiscoverPeripheral(*central_, handle, {advertisement_}, rssi);
 }
 
 const std::shared_ptr<BlueZPeripheral>& CentralCore::handleOf(DeviceObject& device) {

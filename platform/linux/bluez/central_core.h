@@ -69,7 +69,8 @@ class CentralCore : public std::enable_shared_from_this<CentralCore>,
   void announce(std::int64_t state);
   void updateScan();
   bool wantedByScan(const DeviceObject& device);
-  void deliverAdvertisement(DeviceObject& device);
+  void deliverAdvertisement(DeviceObject& device, std::optional<std::int64_t> rssi);
+  void showOrphans();
   const std::shared_ptr<BlueZPeripheral>& handleOf(DeviceObject& device);
   Link* findLink(const std::string& address);
   void grantTurn();

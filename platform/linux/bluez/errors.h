@@ -29,11 +29,11 @@ Fault classify(const BusFault& error);
 
 /// Codes of the errors that this central reports.
 enum KVBlueZErrorCode : std::int64_t {
-  kErrorLinkLost = 1001,        ///< The link ended by itself.
-  kErrorAdapterLost = 1002,     ///< The adapter or the Bluetooth service went away.
-  kErrorRequestTimeout = 1003,  ///< The tag did not answer in time.
-  kErrorRequestFailed = 1004,   ///< BlueZ refused a request.
-  kErrorAtt = 1100,             ///< Plus the ATT error code that the tag answered.
+  kErrorLinkLost = 1001,       ///< The link ended by itself.
+  kErrorAdapterLost = 1002,    ///< The adapter or the Bluetooth service went away.
+  kErrorLinkGivenUp = 1003,    ///< The link was given up: no answer in time, or other services.
+  kErrorRequestFailed = 1004,  ///< BlueZ refused a request.
+  kErrorAtt = 1100,            ///< Plus the ATT error code that the tag answered.
 };
 
 /// The error event of a failed read or write: the text of BlueZ, and its ATT code if it has one.

@@ -85,6 +85,11 @@ void Link::deviceSeen() {
 
 void Link::deviceChanged(const DeviceObject& device) {
   switch (phase_) {
+    case Phase::waitingSighting:
+      if (device.connected) {
+        begin();  // by somebody else; it serves as well
+      }
+      break;
     case Phase::connecting:
       if (device.connected) {
         resolve(device);
@@ -115,7 +120,7 @@ void Link::deviceChanged(const DeviceObject& device) {
 void Link::giveUpLink(const std::string& why) {
   if (phase_ == Phase::up) {
     context_.log(address() + ": " + why + "; the link is dropped");
-    downError_ = KVError{why, kErrorRequestTimeout, std::nullopt};
+    downError_ = KVError{why, kErrorLinkGivenUp, std::nullopt};
     disconnect(context_.options.disconnectTimeout);
   }
 }
@@ -131,7 +136,8 @@ void Link::dropped(const KVError& error) {
 void Link::leave(Phase phase, std::chrono::milliseconds limit) {
   if (phase_ == Phase::up) {
     const bool brief = context_.queue->now() - upSince_ < context_.timing.flap;
-    failures_ = brief ? failures_ + 1 : 0;
+    flaps_ = brief ? flaps_ + 1 : 0;
+    failures_ = flaps_;
     session_.reset();
   } else {
     ++failures_;

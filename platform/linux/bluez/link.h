@@ -107,7 +107,8 @@ class Link {
   bool refreshed_ = false;            ///< The objects were read anew for missing services.
   bool removedOnce_ = false;          ///< The device was removed for missing services.
   std::string lastExplained_;
-  int failures_ = 0;
+  int failures_ = 0;  ///< In a row, which decides on the next pause.
+  int flaps_ = 0;     ///< Links in a row that ended at once.
   KVEventQueue::Duration upSince_{};
   std::string devicePath_;  ///< Of the attempt or link in progress.
   Timer timer_;

@@ -191,6 +191,16 @@ DeviceObject* ObjectTree::device(std::string_view adapter, std::string_view addr
   return found == devices_.end() ? nullptr : &found->second;
 }
 
+std::vector<DeviceObject*> ObjectTree::connectedDevices(std::string_view adapter) {
+  std::vector<DeviceObject*> connected;
+  for (auto& [path, device] : devices_) {
+    if (device.connected && device.adapter == adapter) {
+      connected.push_back(&device);
+    }
+  }
+  return connected;
+}
+
 void ObjectTree::forEachService(
     std::string_view path,
     const std::function<void(const std::string&, const ServiceObject&)>& visit) const {

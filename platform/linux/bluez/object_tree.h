@@ -89,6 +89,8 @@ class ObjectTree {
 
   const std::map<std::string, AdapterObject, std::less<>>& adapters() const { return adapters_; }
   DeviceObject* device(std::string_view adapter, std::string_view address);
+  /// The devices of an adapter that are connected, by whomsoever.
+  std::vector<DeviceObject*> connectedDevices(std::string_view adapter);
 
   /// Calls `visit(path, object)` for each service below `path` in the order of the paths, which is
   /// the order of the attribute handles.
