@@ -244,9 +244,10 @@ TEST_F(Bind, WhileConnectingNoSecondRequestIsMade) {
 }
 
 TEST_F(Bind, RequestIsArmedBeforeTheConnection) {
+  manager->setPassword("fresh");
   tracker->didValueUpdate([this] {
     EXPECT_TRUE(tracker->binding() && tracker->bindingBlock());
-    EXPECT_EQ(tracker->password(), "secret");
+    EXPECT_EQ(tracker->password(), "fresh");
     journal->add("connecting");
   });
   manager->bindingVerify(tracker, result("bound"));

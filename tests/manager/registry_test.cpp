@@ -198,6 +198,9 @@ TEST_F(Registry, MapFindsByKeyAndByPendingRequest) {
   b->setBinding(true);
   EXPECT_EQ(map.bindingWithPeripheral("P"), b);
   EXPECT_EQ(map.bindingWithPeripheral("Q"), nullptr);
+  a->setBinding(true);  // it was under two keys, and still is under one
+  EXPECT_EQ(map.bindingWithPeripheral("P"), a);
+  a->setBinding(false);
   const KVTrackers before = map.values();
   map.erase("c");
   EXPECT_EQ(&map.values()[0], &before[0]);
