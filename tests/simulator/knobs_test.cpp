@@ -129,10 +129,13 @@ TEST_P(Knobs, BindAndRing) {
     manager->startScan([&](const KVTrackers& trackers) {
       manager->stopScan();
       const std::shared_ptr<KVTracker> tracker = trackers[0];
-      manager->bindingVerify(tracker, [&outcome, tracker](bool bound, const auto& error) {
-        outcome = bound ? "bound, no answer" : describe(error);
-        if (!bound) return;
-        tracker->switchBellStatus(/*status=*/true, [&outcome](bool rings, const auto& refusal) {
+      // The tracker keeps the completion, which therefore must not keep the tracker.
+      const std::weak_ptr<KVTracker> weak = tracker;
+      manager->bindingVerify(tracker, [&outcome, weak](bool bound, const auto& error) {
+        outcome = bound ? kUnanswered : describe(error);
+        const std::shared_ptr<KVTracker> held = weak.lock();
+        if (!bound || !held) return;
+        held->switchBellStatus(/*status=*/true, [&outcome](bool rings, const auto& refusal) {
           outcome = rings ? "bound, rang" : "bound, " + describe(refusal);
         });
       });
