@@ -1,4 +1,5 @@
 // Reading what the daemon says of one object.
+#include <functional>
 #include <optional>
 #include <utility>
 
@@ -71,7 +72,7 @@ bool ObjectTree::readAdapter(sd_bus_message* message, AdapterObject& adapter) {
 
 ObjectTree::DeviceNews ObjectTree::readDevice(sd_bus_message* message, DeviceObject& device) {
   DeviceNews news;
-  forEachProperty(message, [&](std::string_view key, std::string_view type) {
+  const auto read = [&](std::string_view key, std::string_view type) {
     if (key == "RSSI" && type == "n") {
       std::int16_t rssi = 0;
       if (sd_bus_message_read_basic(message, 'n', &rssi) < 0) {
@@ -88,26 +89,37 @@ ObjectTree::DeviceNews ObjectTree::readDevice(sd_bus_message* message, DeviceObj
     } else if (key == "ServicesResolved" && type == "b") {
       news.state = true;
       return readBool(message, device.servicesResolved);
-    } else if (key == "Address" && type == "s") {
-      return readText(message, device.address);
-    } else if (key == "AddressType" && type == "s") {
-      std::string kind;
-      const bool read = readText(message, kind);
-      device.randomAddress = kind == "random";
-      return read;
-    } else if (key == "UUIDs" && type == "as") {
-      device.uuids.clear();
-      for (const std::string& text : readStrings(message)) {
-        if (const auto uuid = KVUUID::fromString(text)) {
-          device.uuids.push_back(*uuid);
-        }
-      }
     } else {
-      return false;
+      return readIdentity(message, key, type, device);
     }
     return true;
-  });
+  };
+  forEachProperty(message, std::ref(read));  // a reference costs no allocation
   return news;
+}
+
+// What does not change while the device is known, or hardly. False for anything else.
+bool ObjectTree::readIdentity(sd_bus_message* message, std::string_view key, std::string_view type,
+                              DeviceObject& device) {
+  if (key == "Address" && type == "s") {
+    return readText(message, device.address);
+  }
+  if (key == "AddressType" && type == "s") {
+    std::string kind;
+    const bool read = readText(message, kind);
+    device.randomAddress = kind == "random";
+    return read;
+  }
+  if (key == "UUIDs" && type == "as") {
+    device.uuids.clear();
+    for (const std::string& text : readStrings(message)) {
+      if (const auto uuid = KVUUID::fromString(text)) {
+        device.uuids.push_back(*uuid);
+      }
+    }
+    return true;
+  }
+  return false;
 }
 
 void ObjectTree::readServiceData(sd_bus_message* message, DeviceObject& device) {

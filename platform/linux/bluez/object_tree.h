@@ -117,13 +117,15 @@ class ObjectTree {
   };
 
   void readInterfaces(sd_bus_message* message, const std::string& path, bool isSignal);
-  bool readAdapter(sd_bus_message* message, AdapterObject& adapter);
-  DeviceNews readDevice(sd_bus_message* message, DeviceObject& device);
-  void readServiceData(sd_bus_message* message, DeviceObject& device);
+  static bool readAdapter(sd_bus_message* message, AdapterObject& adapter);
+  static DeviceNews readDevice(sd_bus_message* message, DeviceObject& device);
+  static bool readIdentity(sd_bus_message* message, std::string_view key, std::string_view type,
+                           DeviceObject& device);
+  static void readServiceData(sd_bus_message* message, DeviceObject& device);
   void readService(sd_bus_message* message, const std::string& path);
   void readCharacteristic(sd_bus_message* message, const std::string& path);
   void tellDevice(DeviceObject& device, DeviceNews news);
-  void readDeviceInvalidated(sd_bus_message* message, DeviceObject& device);
+  static void readDeviceInvalidated(sd_bus_message* message, DeviceObject& device);
   void remove(const std::string& path, std::string_view interface);
 
   ObjectTreeObserver& observer_;
