@@ -108,18 +108,21 @@ void VirtualTag::Device::takeFrame(GattHandle handle, KVBytes value) {
   ++state_.commands[request->code];
 
   const auto found = behaviour_.commands.find(request->code);
-  const CommandBehaviour knobs =
-      found == behaviour_.commands.end() ? CommandBehaviour{} : found->second;
-  const bool binding = request->code == kBindCommand;
+  static const CommandBehaviour kOrdinary;
+  const CommandBehaviour& knobs = found == behaviour_.commands.end() ? kOrdinary : found->second;
+  // Read now: the observer that is told below may change the behaviour.
+  const bool mute = knobs.mute;
   const bool told = knobs.status.has_value();
-  bool done = !knobs.mute && knobs.status.value_or(0) == 0;
+  const std::uint8_t toldStatus = knobs.status.value_or(0);
+  const bool binding = request->code == kBindCommand;
+  bool done = !mute && toldStatus == 0;
   if (done) done = binding ? bind(*request, /*anyPassword=*/told) : carryOut(*request);
   const TagEventKind kind =
       binding ? (done ? TagEventKind::PasswordAccepted : TagEventKind::PasswordRejected)
               : (done ? TagEventKind::CommandReceived : TagEventKind::CommandRefused);
   emit(kind, meaning(*request), toData(value), toData(plain));
-  if (knobs.mute) return;
-  answer(handle, request->code, knobs.status.value_or(done ? std::uint8_t{0} : kRefused));
+  if (mute) return;
+  answer(handle, request->code, told ? toldStatus : (done ? std::uint8_t{0} : kRefused));
 }
 
 bool VirtualTag::Device::bind(const Request& request, bool anyPassword) {
