@@ -153,7 +153,7 @@ class VirtualTag {
   VirtualTag& operator=(const VirtualTag&) = delete;
 
   const TagSpec& spec() const;
-  /// The spec's address, cleaned: 12 lower-case hexadecimal digits.
+  /// The address, cleaned: 12 lower-case hexadecimal digits.
   const std::string& address() const;
   const TagState& state() const;
 
