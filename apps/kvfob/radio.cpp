@@ -30,7 +30,8 @@ Radio::Radio(const Options& options) {
   if (options.radio == RadioKind::sim) {
     description_ = "simulated radio: nothing goes over the air (--radio bluez for a real one)";
     fill(options);
-    KVPlatform::setCurrent(simulated_->platform());
+    platform_ = simulated_->platform();
+    KVPlatform::setCurrent(platform_);
     return;
   }
   description_ = "bluez, " + (options.adapter.empty() ? std::string("first adapter that is on")
@@ -38,10 +39,16 @@ Radio::Radio(const Options& options) {
   KVLinuxOptions linux_options;
   linux_options.bluez.adapter = options.adapter;
   linux_options.log = [log = makeLog(options.log)](std::string_view line) { log->write(line); };
-  KVPlatform::setCurrent(KVLinuxPlatform::make(std::move(linux_options)));
+  platform_ = KVLinuxPlatform::make(std::move(linux_options));
+  KVPlatform::setCurrent(platform_);
 }
 
-Radio::~Radio() { KVPlatform::setCurrent(nullptr); }
+Radio::~Radio() {
+  KVPlatform::setCurrent(nullptr);
+  // The time-out of a bind request outlasts it by up to half a minute: the queue keeps the tracker,
+  // and the tracker keeps the platform with its queue.
+  *platform_ = {};
+}
 
 void Radio::fill(const Options& options) {
   kvsim::SimulatedRadioOptions radio;

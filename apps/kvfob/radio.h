@@ -29,7 +29,7 @@ class Radio {
   /// What the user is told, so that nobody takes one for the other.
   const std::string& description() const { return description_; }
 
-  std::shared_ptr<KVEventQueue> queue() const { return KVPlatform::current().eventQueue; }
+  std::shared_ptr<KVEventQueue> queue() const { return platform_->eventQueue; }
 
   /// The simulated radio; null with a real one.
   kvsim::SimulatedRadio* simulated() const { return simulated_.get(); }
@@ -39,6 +39,7 @@ class Radio {
   void enliven(const std::shared_ptr<kvsim::VirtualTag>& tag);
 
   std::string description_;
+  std::shared_ptr<KVPlatform> platform_;
   std::unique_ptr<kvsim::SimulatedRadio> simulated_;
 };
 

@@ -93,6 +93,7 @@ void Session::dropLinks() {
     tracker->didConnectionChange({});
     tracker->didValueUpdate({});
     tracker->didReceive({});
+    tracker->setBindingBlock({});  // it keeps the manager
     manager_->disconnect(tracker);
     // A bound one would be connected again.
     manager_->removeTracker(tracker->mac());
@@ -111,6 +112,7 @@ Outcome Session::run() {
   if (!finished()) finish({kSignal + loop_.signal(), ""});
   dropLinks();
   loop_.runUntil([this] { return linksDown(); }, kDropPatience);
+  for (const auto& tracker : trackers_) tracker->setPeripheral({});
   return *outcome_;
 }
 
