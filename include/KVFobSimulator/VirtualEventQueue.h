@@ -17,8 +17,9 @@ namespace kvsim {
 ///
 /// `dispatch` runs what is due and leaves the clock alone; `runFor` and the other `run` operations
 /// move it. Tasks take no time, but after a thousand rounds of tasks that post each other without a
-/// delay some microseconds pass, so that such a chain does not stop the clock. While one of them jumps ahead, a task that another thread posts is due at the virtual
-/// time at which it arrives, so what is to be exact is posted from the event thread.
+/// delay some microseconds pass, so that such a chain does not stop the clock. While one of these
+/// operations jumps ahead, a task that another thread posts is due at the virtual time at which it
+/// arrives, so what is to be exact is posted from the event thread.
 class VirtualEventQueue final : public KVEventQueue {
  public:
   VirtualEventQueue();
