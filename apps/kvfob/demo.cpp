@@ -6,6 +6,7 @@
 #include <span>
 #include <utility>
 
+#include "apps/kvfob/radio.h"
 #include "apps/kvfob/text.h"
 
 namespace kvfob {
@@ -51,6 +52,7 @@ Demo::Demo(kvsim::SimulatedRadio& radio, Loop* loop, Console& console)
 Demo::~Demo() {
   tag_->setObserver({});
   manager_->removeAllTrackers();
+  if (tracker_) letGo(*tracker_);
 }
 
 Outcome Demo::run() {

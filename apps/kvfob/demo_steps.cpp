@@ -1,4 +1,5 @@
 #include "apps/kvfob/demo.h"
+#include "apps/kvfob/radio.h"
 #include "apps/kvfob/text.h"
 
 namespace kvfob {
@@ -69,6 +70,7 @@ std::string Demo::refusedPassword() {
   manager_->disconnect(tracker_);
   const bool dropped = wait([&] { return !other->state().connected; });
   const bool bound = tracker_->bound() || other->state().bound;
+  letGo(*tracker_);
   tracker_ = mine;
   other->setObserver({});
   radio_.removeTag(other);

@@ -26,12 +26,26 @@ class Log final : public KVLog {
 
 std::shared_ptr<KVLog> makeLog(bool shown) { return std::make_shared<Log>(shown); }
 
+PlatformInForce::PlatformInForce(std::shared_ptr<KVPlatform> platform)
+    : platform_(std::move(platform)) {
+  KVPlatform::setCurrent(platform_);
+}
+
+PlatformInForce::~PlatformInForce() {
+  KVPlatform::setCurrent(nullptr);
+  *platform_ = {};
+}
+
+void letGo(KVTracker& tracker) {
+  tracker.setBindingBlock({});  // it keeps the manager
+  tracker.setPeripheral({});
+}
+
 Radio::Radio(const Options& options) {
   if (options.radio == RadioKind::sim) {
     description_ = "simulated radio: nothing goes over the air (--radio bluez for a real one)";
     fill(options);
-    platform_ = simulated_->platform();
-    KVPlatform::setCurrent(platform_);
+    platform_.emplace(simulated_->platform());
     return;
   }
   description_ = "bluez, " + (options.adapter.empty() ? std::string("first adapter that is on")
@@ -39,15 +53,7 @@ Radio::Radio(const Options& options) {
   KVLinuxOptions linux_options;
   linux_options.bluez.adapter = options.adapter;
   linux_options.log = [log = makeLog(options.log)](std::string_view line) { log->write(line); };
-  platform_ = KVLinuxPlatform::make(std::move(linux_options));
-  KVPlatform::setCurrent(platform_);
-}
-
-Radio::~Radio() {
-  KVPlatform::setCurrent(nullptr);
-  // The time-out of a bind request outlasts it by up to half a minute: the queue keeps the tracker,
-  // and the tracker keeps the platform with its queue.
-  *platform_ = {};
+  platform_.emplace(KVLinuxPlatform::make(std::move(linux_options)));
 }
 
 void Radio::fill(const Options& options) {

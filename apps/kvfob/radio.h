@@ -3,6 +3,7 @@
 #define APPS_KVFOB_RADIO_H
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "KVFobLink/KVFobLink.h"
@@ -18,29 +19,40 @@ inline constexpr const char* kBoundTagPassword = "sesame";
 /// Where the library's diagnostic lines go: to standard error, or nowhere.
 std::shared_ptr<KVLog> makeLog(bool shown);
 
+/// Puts a platform in force for as long as it lives, and then takes it apart: the time-out of a
+/// bind request outlasts it by up to half a minute, and meanwhile the queue keeps the tracker, and
+/// the tracker the platform with its queue.
+class PlatformInForce {
+ public:
+  explicit PlatformInForce(std::shared_ptr<KVPlatform> platform);
+  ~PlatformInForce();
+  PlatformInForce(const PlatformInForce&) = delete;
+  PlatformInForce& operator=(const PlatformInForce&) = delete;
+
+ private:
+  const std::shared_ptr<KVPlatform> platform_;
+};
+
+/// Cuts what else ties a tracker to the radio, once its link is down.
+void letGo(KVTracker& tracker);
+
 class Radio {
  public:
   /// Installs the platform.
   explicit Radio(const Options& options);
-  ~Radio();
-  Radio(const Radio&) = delete;
-  Radio& operator=(const Radio&) = delete;
 
   /// What the user is told, so that nobody takes one for the other.
   const std::string& description() const { return description_; }
 
-  std::shared_ptr<KVEventQueue> queue() const { return platform_->eventQueue; }
-
-  /// The simulated radio; null with a real one.
-  kvsim::SimulatedRadio* simulated() const { return simulated_.get(); }
+  std::shared_ptr<KVEventQueue> queue() const { return KVPlatform::current().eventQueue; }
 
  private:
   void fill(const Options& options);
   void enliven(const std::shared_ptr<kvsim::VirtualTag>& tag);
 
   std::string description_;
-  std::shared_ptr<KVPlatform> platform_;
   std::unique_ptr<kvsim::SimulatedRadio> simulated_;
+  std::optional<PlatformInForce> platform_;
 };
 
 }  // namespace kvfob

@@ -21,7 +21,7 @@ Outcome runDemo(const Options& options, const SignalFd& signals, Console& consol
   radio.advertisingInterval = std::chrono::milliseconds(200);
   radio.log = makeLog(options.log);
   kvsim::SimulatedRadio simulated(std::move(radio));
-  KVPlatform::setCurrent(simulated.platform());
+  const PlatformInForce platform(simulated.platform());
   Loop loop(simulated.platform()->eventQueue, signals);
   return Demo(simulated, options.instant ? nullptr : &loop, console).run();
 }

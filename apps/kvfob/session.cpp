@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "apps/kvfob/radio.h"
+
 namespace kvfob {
 namespace {
 
@@ -93,7 +95,6 @@ void Session::dropLinks() {
     tracker->didConnectionChange({});
     tracker->didValueUpdate({});
     tracker->didReceive({});
-    tracker->setBindingBlock({});  // it keeps the manager
     manager_->disconnect(tracker);
     // A bound one would be connected again.
     manager_->removeTracker(tracker->mac());
@@ -112,7 +113,7 @@ Outcome Session::run() {
   if (!finished()) finish({kSignal + loop_.signal(), ""});
   dropLinks();
   loop_.runUntil([this] { return linksDown(); }, kDropPatience);
-  for (const auto& tracker : trackers_) tracker->setPeripheral({});
+  for (const auto& tracker : trackers_) letGo(*tracker);
   return *outcome_;
 }
 

@@ -15,9 +15,6 @@ using namespace std::chrono_literals;
 
 /// A demo with a virtual clock.
 struct Stage {
-  Stage() { KVPlatform::setCurrent(radio.platform()); }
-  ~Stage() { KVPlatform::setCurrent(nullptr); }
-
   static kvsim::SimulatedRadioOptions options() {
     kvsim::SimulatedRadioOptions chosen;
     chosen.log = makeLog(/*shown=*/false);
@@ -25,6 +22,7 @@ struct Stage {
   }
 
   kvsim::SimulatedRadio radio{options()};
+  PlatformInForce platform{radio.platform()};
   std::ostringstream out;
   Console console{out, out, /*color=*/false, /*live=*/false};
 };
