@@ -14,8 +14,7 @@ namespace {
 
 class BlueZHarness : public CentralHarness {
  public:
-  explicit BlueZHarness(bool offersSockets) {
-    bluez_.offersSockets = offersSockets;
+  BlueZHarness() {
     bluez_.addAdapter();
     bluez_.on("Connect", [this](const kv::BusCall& call) { connect(call); });
     bluez_.on("ReadValue", [this](const kv::BusCall& call) {
@@ -31,12 +30,16 @@ class BlueZHarness : public CentralHarness {
     kv::BlueZTiming timing;
     timing.dropHold = 20ms;
     radio_ = kv::makeBlueZRadio(options, nullptr, timing);
+    const auto limit = queue_->now() + patience();
+    while (!bluez_.ready() && queue_->now() < limit) {
+      queue_->runFor(1ms);
+    }
   }
 
   std::shared_ptr<KVRadio> radio() override { return radio_; }
   std::shared_ptr<KVEventQueue> queue() override { return queue_; }
   std::chrono::nanoseconds patience() const override { return 10s; }
-  std::chrono::nanoseconds quiet() const override { return 50ms; }
+  std::chrono::nanoseconds quiet() const override { return 150ms; }
   std::chrono::nanoseconds attemptPause() const override { return 16ms; }
   bool readsRssi() const override { return false; }
 
@@ -103,11 +106,7 @@ class BlueZHarness : public CentralHarness {
 
 }  // namespace
 
-INSTANTIATE_TEST_SUITE_P(BlueZSockets, CentralConformance, testing::Values([] {
-                           return std::make_unique<BlueZHarness>(/*offersSockets=*/true);
-                         }));
-INSTANTIATE_TEST_SUITE_P(BlueZSignals, CentralConformance, testing::Values([] {
-                           return std::make_unique<BlueZHarness>(/*offersSockets=*/false);
-                         }));
+INSTANTIATE_TEST_SUITE_P(BlueZ, CentralConformance,
+                         testing::Values([] { return std::make_unique<BlueZHarness>(); }));
 
 }  // namespace kvtest

@@ -57,7 +57,8 @@ struct Append {
 FakeBlueZ::FakeBlueZ(std::shared_ptr<KVLinuxEventQueue> queue, const std::string& address)
     : queue_(std::move(queue)), bus_(kv::BusConnection::open(queue_, address, {})) {
   sd_bus_add_fallback(bus_->raw(), &handler_, "/", onMessage, this);
-  name_ = bus_->requestName("org.bluez", [](const kv::BusMessage&, const kv::BusFault&) {});
+  name_ = bus_->requestName(
+      "org.bluez", [this](const kv::BusMessage&, const kv::BusFault& error) { ready_ = !error; });
 }
 
 FakeBlueZ::~FakeBlueZ() {

@@ -38,6 +38,9 @@ class FakeBlueZ {
   /// Goes as if killed: no signal but the loss of the name.
   ~FakeBlueZ();
 
+  /// Whether org.bluez is owned.
+  bool ready() const { return ready_; }
+
   // ---- The objects
 
   void add(const std::string& path, const std::string& interface, Properties properties);
@@ -100,6 +103,7 @@ class FakeBlueZ {
   std::shared_ptr<KVLinuxEventQueue> queue_;
   std::shared_ptr<kv::BusConnection> bus_;
   kv::BusSlot name_;
+  bool ready_ = false;
   sd_bus_slot* handler_ = nullptr;
   std::map<std::string, std::map<std::string, Properties>> objects_;
   std::map<std::string, std::shared_ptr<Script>> scripts_;

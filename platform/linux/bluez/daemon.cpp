@@ -83,17 +83,16 @@ void Daemon::ownerKnown(const BusMessage& reply, const BusFault& error) {
   if (!error && sd_bus_message_read_basic(reply.get(), 's', static_cast<void*>(&owner)) >= 0) {
     retry_ = {};
     setOwner(owner);
-  } else if (bus_ && state_ == State::unknown) {
-    retry_ = {};
-    if (classify(error) == Fault::noDaemon) {
-      context_.log("bluetoothd is not running");
-    } else {
-      context_.log("cannot ask for bluetoothd: " + error->name + ": " + error->text);
-    }
-    setState(classify(error) == Fault::accessDenied ? State::denied : State::absent);
-  } else if (bus_) {
-    retry_ = {};
+    return;
   }
+  const Fault fault = classify(error);
+  if (fault == Fault::noDaemon) {
+    retry_ = {};
+    context_.log("bluetoothd is not running");
+  } else if (error) {
+    context_.log("cannot ask for bluetoothd: " + error->name + ": " + error->text);
+  }
+  setState(fault == Fault::accessDenied ? State::denied : State::absent);
 }
 
 void Daemon::ownerChanged(sd_bus_message* signal) {

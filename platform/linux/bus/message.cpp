@@ -30,7 +30,9 @@ bool forEachProperty(
     if (!visit(key, type) && sd_bus_message_skip(message, type) < 0) {
       return false;
     }
-    if (sd_bus_message_exit_container(message) < 0 || sd_bus_message_exit_container(message) < 0) {
+    const int leftVariant = sd_bus_message_exit_container(message);
+    const int leftEntry = sd_bus_message_exit_container(message);
+    if (leftVariant < 0 || leftEntry < 0) {
       return false;
     }
   }
