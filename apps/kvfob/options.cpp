@@ -151,12 +151,12 @@ void addTagCommands(CLI::App& app, Options& options) {
 void addVirtualTag(CLI::App& app, Options& options) {
   auto& tag = addCommand(app, options, Command::tag, "tag",
                          "Put a virtual tag on the air through an adapter of bluez");
-  tag.get_option("--adapter")->required();
   tag.callback([&] {
-    if (tag.count("--radio") > 0 && options.radio == RadioKind::sim) {
+    if (app.count("--radio") + tag.count("--radio") > 0 && options.radio == RadioKind::sim) {
       throw CLI::ValidationError(
           "a tag on a simulated radio is heard by nobody; try --radio bluez");
     }
+    if (options.adapter.empty()) throw CLI::RequiredError("--adapter");
     options.command = Command::tag;
     options.radio = RadioKind::bluez;
   });
@@ -181,6 +181,9 @@ std::variant<Options, Outcome> parseOptions(int argc, const char* const* argv) {
   app.require_subcommand(1);
   app.footer(std::string(kHelpFooter));
   app.set_version_flag("--version", reinterpret_cast<const char*>(KVFobLinkVersionString));
+  // What every command takes may stand before the command, too.
+  addCommon(app, options);
+  addTimeout(app, options, "How long the whole of it may take (30s)");
   addPlainCommands(app, options);
   addTagCommands(app, options);
   addVirtualTag(app, options);

@@ -24,8 +24,8 @@ TEST(CommandLine, ReadsOptions) {
   EXPECT_TRUE(scan.json);
 
   const auto alert =
-      std::get<Options>(parse({"alert", "--radio", "bluez", "0A:1B:2C:3D:4E:5F", "on", "--adapter",
-                               "hci7", "--timeout", "5", "--color", "never", "--log"}));
+      std::get<Options>(parse({"--radio", "bluez", "--timeout", "5", "alert", "0A:1B:2C:3D:4E:5F",
+                               "on", "--adapter", "hci7", "--color", "never", "--log"}));
   EXPECT_EQ(alert.command, Command::alert);
   EXPECT_EQ(alert.radio, RadioKind::bluez);
   EXPECT_EQ(alert.tag, "0a1b2c3d4e5f");
@@ -59,6 +59,7 @@ TEST(CommandLine, RefusesWrongUsage) {
       {"distance", "0a1b2c3d4e5f", "away"},
       {"tag"},
       {"tag", "--adapter", "hci0", "--radio", "sim"},
+      {"--radio", "sim", "tag", "--adapter", "hci0"},
       {"tag", "--adapter", "hci0", "--model", "256"},
       {"tag", "--adapter", "hci0", "--address", "here"},
   };
