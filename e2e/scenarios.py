@@ -42,7 +42,7 @@ def watch():
 def road():
     """Every command, from the first scan to the last."""
     virtual = tag("--battery", "77")
-    heard = [json.loads(line) for line in do("scan", "--for", "4s", "--json").splitlines()]
+    heard = [json.loads(line) for line in do("scan", "--for", "4s", "--json").splitlines() if line.startswith("{")]
     if not any(one["address"] == TAG and one["battery"] == 77 for one in heard):
         raise Failure(f"the tag is not in {heard}")
     on_tag("bind")
