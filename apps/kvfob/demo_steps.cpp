@@ -90,32 +90,31 @@ std::string Demo::bind() {
 }
 
 std::string Demo::ring() {
-  const auto wrong = ask([this](auto done) { tracker_->switchBellStatus(/*status=*/true, done); });
+  auto wrong = ask([this](auto done) { tracker_->switchBellStatus(/*status=*/true, done); });
   if (!wrong.empty()) return wrong;
   return tag_->state().bellRinging ? "" : "the tag's bell does not ring";
 }
 
 std::string Demo::silence() {
-  const auto wrong = ask([this](auto done) { tracker_->switchBellStatus(/*status=*/false, done); });
+  auto wrong = ask([this](auto done) { tracker_->switchBellStatus(/*status=*/false, done); });
   if (!wrong.empty()) return wrong;
   return tag_->state().bellRinging ? "the tag's bell still rings" : "";
 }
 
 std::string Demo::alert() {
-  const auto wrong = ask([this](auto done) { tracker_->writeLossAlert(/*on=*/true, done); });
+  auto wrong = ask([this](auto done) { tracker_->writeLossAlert(/*on=*/true, done); });
   if (!wrong.empty()) return wrong;
   return tag_->state().alertOn ? "" : "the tag's loss alert is off";
 }
 
 std::string Demo::delay() {
-  const auto wrong = ask([this](auto done) { tracker_->writeLossDelay(kDelay, done); });
+  auto wrong = ask([this](auto done) { tracker_->writeLossDelay(kDelay, done); });
   if (!wrong.empty()) return wrong;
   return tag_->state().lossDelay == kDelay ? "" : "the tag has another delay";
 }
 
 std::string Demo::distance() {
-  const auto wrong =
-      ask([this](auto done) { tracker_->writeLossDistance(KVDistanceMiddle, done); });
+  auto wrong = ask([this](auto done) { tracker_->writeLossDistance(KVDistanceMiddle, done); });
   if (!wrong.empty()) return wrong;
   return tag_->state().distance == -8 ? "" : "the tag has another distance";
 }
@@ -149,7 +148,7 @@ std::string Demo::reconnect() {
 }
 
 std::string Demo::unbind() {
-  const auto wrong =
+  auto wrong =
       ask([this](auto done) { manager_->unbindTracker(tag_->address(), std::move(done)); });
   if (!wrong.empty()) return wrong;
   if (tag_->state().passwordSet) return "the tag kept its password";

@@ -21,6 +21,7 @@ Examples:
   kvfob ring 0a1b2c3d4e5f                      (the password is "sesame")
   kvfob bind 0A:1B:2C:3D:4E:60 --radio bluez --adapter hci0 --password-file ~/.tag
   kvfob watch 0a1b2c3d4e60 --radio bluez --for 1m
+  sudo btmon -w road.btsnoop; kvfob decode road.btsnoop
   kvfob tag --adapter hci1 --battery 80        (then "press", "battery N" or "quit")
 
 Exit status:

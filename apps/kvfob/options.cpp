@@ -119,6 +119,14 @@ void addPlainCommands(CLI::App& app, Options& options) {
   auto& scan = addCommand(app, options, Command::scan, "scan", "List the tags in range");
   addDuration(scan, options, "How long to listen (10s)");
   scan.add_flag("--json", options.json, "One JSON object a line and tag");
+  auto& decode = addCommand(app, options, Command::decode, "decode",
+                            "Tell what a capture or advertisement frames hold of tags");
+  decode
+      .add_option("FILE", options.file,
+                  "A btsnoop capture, or frames in hexadecimal; - for standard input")
+      ->type_name("")
+      ->required();
+  decode.add_flag("--show-secrets", options.showSecrets, "Print keys and passwords, too");
 }
 
 void addTagCommands(CLI::App& app, Options& options) {

@@ -12,7 +12,20 @@
 
 namespace kvfob {
 
-enum class Command { demo, scan, bind, ring, silence, alert, delay, distance, unbind, watch, tag };
+enum class Command {
+  demo,
+  scan,
+  bind,
+  ring,
+  silence,
+  alert,
+  delay,
+  distance,
+  unbind,
+  watch,
+  tag,
+  decode
+};
 enum class RadioKind { sim, bluez };
 enum class ColorMode { automatic, always, never };
 
@@ -33,6 +46,10 @@ struct Options {
   std::int64_t delay = 0;   ///< Of `delay`.
   std::uint64_t level = 0;  ///< Of `distance`, a KVDistance.
   std::string passwordFile = {};
+
+  // Of `decode`.
+  std::string file = {};
+  bool showSecrets = false;
 
   // Of `tag`.
   std::string address = {};  ///< Empty: the adapter's own.

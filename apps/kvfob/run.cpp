@@ -1,9 +1,11 @@
 #include "apps/kvfob/run.h"
 
+#include <iostream>
 #include <utility>
 #include <variant>
 
 #include "apps/kvfob/air_run.h"
+#include "apps/kvfob/decode/decode.h"
 #include "apps/kvfob/demo.h"
 #include "apps/kvfob/radio.h"
 #include "apps/kvfob/scan.h"
@@ -48,6 +50,9 @@ Outcome runOnRadio(const Options& options, const Secret& password, const SignalF
 
 Outcome runCommand(const Options& options, const SignalFd& signals, Console& console) {
   if (options.command == Command::demo) return runDemo(options, signals, console);
+  if (options.command == Command::decode) {
+    return decode(options.file, std::cin, options.showSecrets, console);
+  }
   Secret password;
   const bool optional = options.command == Command::tag;
   if (options.command != Command::scan && !(optional && options.passwordFile.empty())) {

@@ -37,7 +37,7 @@ Outcome runScan(Session& session, const Options& options) {
     session.after(options.duration.value_or(kDefaultDuration), [&] { session.finish({}); });
     if (live) redraw(session);
   });
-  const auto outcome = session.run();
+  auto outcome = session.run();
   // What was heard until Ctrl-C is shown all the same.
   if (outcome.code == kNoAdapter) return outcome;
   if (options.json) {

@@ -37,7 +37,7 @@ int statusOf(pid_t pid) {
 class Scratch {
  public:
   explicit Scratch(const std::string& content = {}) {
-    std::fputs(content.c_str(), file_);
+    std::fwrite(content.data(), 1, content.size(), file_);
     std::rewind(file_);
   }
   ~Scratch() { std::fclose(file_); }

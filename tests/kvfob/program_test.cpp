@@ -49,6 +49,44 @@ TEST(Program, ExitStatuses) {
   }
 }
 
+TEST(Program, DecodesACaptureOfTheRoad) {
+  const std::string capture = KVFOB_TEST_DATA "/road.btsnoop";
+  const auto masked = runProgram({"decode", capture});
+  const auto shown = runProgram({"decode", "--show-secrets", capture});
+  EXPECT_EQ(masked.status, kDone) << masked.err;
+  for (const char* text :
+       {"adv   a1b2c3d4e5f6  battery 77  tx -12 dBm  model 1  rssi -60 dBm", "link  up",
+        "> verification token for a1b2c3d4e5f6", "> bind, password (hidden) of 11 bytes",
+        "< bind: accepted", "> bell on", "< bell: accepted", "> loss delay 600",
+        "> loss distance near", "> remove password", "< remove password: accepted"}) {
+    EXPECT_NE(masked.out.find(text), std::string::npos) << text << "\n" << masked.out;
+  }
+  EXPECT_EQ(masked.out.find("open sesame"), std::string::npos);
+  EXPECT_NE(shown.out.find("open sesame"), std::string::npos);
+}
+
+TEST(Program, DecodesFramesAndRefusesOtherInput) {
+  const struct {
+    std::string input;
+    int status;
+    const char* out;
+    const char* err;
+  } kCases[] = {
+      {"# a frame\nA1 0B 64 11 22 33 44 55 66 F4\n", kDone,
+       "665544332211  battery 100  tx -12 dBm\n", ""},
+      {"a1:0d:64:11:22:33:44:55:66:f4\n", kDone, "not a tag's frame", ""},
+      {"hello\n", kUsage, "", "line 1"},
+      {std::string("btsnoop\0\0\0", 10), kUsage, "", "inside its header"},
+      {std::string("btsnoop\0\0\0\0\x01\0\0\x07\xd1\0\0", 18), kUsage, "", "inside a packet"},
+  };
+  for (const auto& [input, status, out, err] : kCases) {
+    const auto result = runProgram({"decode", "-"}, input);
+    EXPECT_EQ(result.status, status) << result.out << result.err;
+    EXPECT_NE(result.out.find(out), std::string::npos) << result.out;
+    EXPECT_NE(result.err.find(err), std::string::npos) << result.err;
+  }
+}
+
 TEST(Program, NoTerminalToAskOn) {
   const auto result = runProgram({"ring", "0a1b2c3d4e5f"});
   EXPECT_EQ(result.status, kUsage);

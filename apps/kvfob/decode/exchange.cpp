@@ -15,12 +15,19 @@ namespace {
 constexpr std::uint8_t kReadResponse = 0x0B;
 constexpr std::uint8_t kWriteRequest = 0x12;
 constexpr std::uint8_t kNotification = 0x1B;
+constexpr std::uint8_t kMultipleNotifications = 0x23;
 
 constexpr std::size_t kBlock = 16;
 constexpr std::size_t kAddressSize = 6;
 constexpr std::size_t kHalfOffset = 6;
 constexpr std::size_t kHalfSize = 8;
 constexpr std::size_t kChecksumOffset = 14;
+
+/// One block under a key; empty when it is no block.
+KVData decrypted(KVBytes block, const KVData& key) {
+  if (block.size() != kBlock) return {};
+  return KVCommonTool::decryptWithData(block, key).value_or(KVData());
+}
 
 const KVData& staticKey() {
   static const KVData key = std::make_shared<KVTracker>()->staticKey().value_or(KVData());
@@ -78,10 +85,15 @@ void Exchange::take(KVBytes message) {
     if (opcode == kWriteRequest) written(handle, reader.rest());
     if (opcode == kNotification) notified(handle, reader.rest());
   }
+  while (opcode == kMultipleNotifications && !reader.atEnd()) {
+    const std::uint16_t handle = reader.u16();
+    const KVBytes value = reader.take(reader.u16());
+    if (reader.ok()) notified(handle, value);
+  }
 }
 
 void Exchange::written(std::uint16_t handle, KVBytes value) {
-  if (value.size() == kBlock && verificationToken(handle, value)) return;
+  if (verificationToken(handle, value)) return;
   if (!sessionKey_) return;
   if (handle == commandHandle_) {
     command(value);
@@ -91,17 +103,17 @@ void Exchange::written(std::uint16_t handle, KVBytes value) {
 }
 
 bool Exchange::verificationToken(std::uint16_t handle, KVBytes value) {
-  const auto plain = KVCommonTool::decryptWithData(value, staticKey());
-  if (!plain) return false;
-  const KVBytes token(*plain);
+  const KVData plain = decrypted(value, staticKey());
+  if (plain.empty()) return false;
+  const KVBytes token(plain);
   const KVData checksum = KVCommonTool::crs16Checksum(token.first(kChecksumOffset));
   if (!std::ranges::equal(checksum, token.subspan(kChecksumOffset))) return false;
 
   commandHandle_ = handle;
   sessionKey_.reset();
-  if (const auto tagToken =
-          opening_ ? KVCommonTool::decryptWithData(*opening_, staticKey()) : std::nullopt) {
-    const KVBytes half = KVBytes(*tagToken).subspan(kHalfOffset, kHalfSize);
+  if (opening_) {
+    const KVData tagToken = decrypted(*opening_, staticKey());
+    const KVBytes half = KVBytes(tagToken).subspan(kHalfOffset, kHalfSize);
     print_("< opening value, the tag's half of the key " + secret(hex(half)) + "  " +
            hex(*opening_));
     sessionKey_ = KVData(half.begin(), half.end());
@@ -116,8 +128,8 @@ bool Exchange::verificationToken(std::uint16_t handle, KVBytes value) {
 }
 
 void Exchange::command(KVBytes value) {
-  const auto frame = KVCommonTool::decryptWithData(value, *sessionKey_);
-  ByteReader reader(frame ? KVBytes(*frame) : KVBytes());
+  const KVData frame = decrypted(value, *sessionKey_);
+  ByteReader reader(frame);
   const std::uint8_t type = reader.u8();
   const std::uint8_t length = reader.u8();
   const std::int64_t code = reader.u8();
@@ -150,7 +162,7 @@ void Exchange::sentBlock(KVBytes value) {
 }
 
 void Exchange::answer(KVBytes value) {
-  const auto frame = KVCommonTool::decryptWithData(value, *sessionKey_);
+  const KVData frame = decrypted(value, *sessionKey_);
   std::string text = "not an answer frame";
   KVCommandInter::interCommandData(
       frame, [&](std::int64_t code, std::int64_t second, const std::optional<KVData>& payload) {

@@ -17,6 +17,7 @@ constexpr std::uint8_t kExtendedAdvertisingReport = 0x0D;
 constexpr std::size_t kAddressSize = 6;
 constexpr std::uint8_t kServiceData16 = 0x16;  // type of an advertising data structure
 constexpr std::uint16_t kAttributeChannel = 0x0004;
+constexpr std::uint16_t kFirstDynamicChannel = 0x0040;
 constexpr std::size_t kL2capHeader = 4;
 
 /// "00:11:22:33:44:55"; on the air the least significant byte comes first.
@@ -131,8 +132,16 @@ void HciDecoder::data(const HciPacket& packet) {
   const std::uint16_t length = whole.u16();
   const std::uint16_t channel = whole.u16();
   if (message.size() < kL2capHeader + length) return;
-  const KVBytes payload = whole.take(length);
-  if (channel == kAttributeChannel && !payload.empty()) listener_.attribute(packet, link, payload);
+  KVBytes payload = whole.take(length);
+  if (channel >= kFirstDynamicChannel) {
+    // An enhanced bearer, if it is of attributes at all: a message that fits into one piece follows
+    // its own length.
+    ByteReader enhanced(payload);
+    payload = enhanced.u16() == enhanced.rest().size() ? enhanced.rest() : KVBytes();
+  } else if (channel != kAttributeChannel) {
+    payload = {};
+  }
+  if (!payload.empty()) listener_.attribute(packet, link, payload);
   fragments_.erase(key);
 }
 

@@ -20,7 +20,9 @@ struct LinkId {
   unsigned adapter = 0;
   std::uint16_t handle = 0;
 
-  friend auto operator<=>(const LinkId&, const LinkId&) = default;
+  friend bool operator<(const LinkId& a, const LinkId& b) {
+    return std::pair(a.adapter, a.handle) < std::pair(b.adapter, b.handle);
+  }
 };
 
 /// Receives what `HciDecoder` finds. `packet` is the one that completed it.
