@@ -14,7 +14,7 @@ int main() {
   });
 
   manager->startScan([&](const KVTrackers& trackers) {
-    const auto tag = trackers[0];
+    const auto& tag = trackers[0];
     manager->stopScan();
     std::cout << "binding " << *tag->mac() << ", " << tag->rssi() << " dBm\n";
 
@@ -23,11 +23,12 @@ int main() {
         std::cerr << error->domain << '\n';
         return queue->stop();
       }
-      tag->switchBellStatus(true, [&](bool ringing, const std::optional<KVError>& refusal) {
-        std::cout << (ringing ? "ringing" : refusal->domain) << '\n';
-        status = ringing ? 0 : 1;
-        queue->stop();
-      });
+      tag->switchBellStatus(/*status=*/true,
+                            [&](bool ringing, const std::optional<KVError>& refusal) {
+                              std::cout << (ringing ? "ringing" : refusal->domain) << '\n';
+                              status = ringing ? 0 : 1;
+                              queue->stop();
+                            });
     });
   });
 

@@ -37,7 +37,8 @@ void KVTrackerManager::bindingVerify(const std::shared_ptr<KVTracker>& tracker,
     return;
   }
   const auto self = shared_from_this();
-  const auto bound = tracker;  // the argument may be an element of what a callback changes
+  // Kept: the argument may be an element of what a callback changes.
+  const auto bound = tracker->shared_from_this();
   bound->setBindingBlock(
       [manager = owned(self), weak = std::weak_ptr(bound), completion = std::move(completion)](
           bool success, const std::optional<KVError>& error) {

@@ -30,8 +30,8 @@ void KVTrackerList::insert(std::size_t index, std::shared_ptr<KVTracker> tracker
 }
 
 void KVTrackerList::remove(const std::shared_ptr<KVTracker>& tracker) {
-  const auto removed = tracker;  // the argument may be an element
-  if (!removed) return;
+  if (!tracker) return;
+  const auto removed = tracker->shared_from_this();  // the argument may be an element
   index_->remove(*removed);
   std::erase(trackers_, removed);
 }

@@ -54,7 +54,8 @@ void KVTrackerManager::forceConnect(const std::shared_ptr<KVTracker>& tracker,
 
 void KVTrackerManager::requestLink(const std::shared_ptr<KVTracker>& tracker) {
   const auto self = weak_from_this().lock();
-  const auto held = tracker;  // the argument may be an element of what a callback changes
+  // Kept: the argument may be an element of what a callback changes.
+  const auto held = tracker->shared_from_this();
   held->setState(KVTrackerStateConnecting);
   if (central_) central_->connectPeripheral(held->peripheral());
 }

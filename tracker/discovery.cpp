@@ -47,7 +47,7 @@ void KVTracker::didDiscoverCharacteristicsForService(KVPeripheral& peripheral, K
     if (kv::isCommandService(service.uuid()) &&
         kv::isCommandCharacteristic(characteristic->uuid())) {
       korvaChar_ = characteristic;
-      peripheral.setNotifyValue(true, characteristic);
+      peripheral.setNotifyValue(/*enabled=*/true, characteristic);
       // The tag answers this read with the value that opens the handshake.
       peripheral.readValue(characteristic);
     } else if (kv::isDistanceService(service.uuid()) &&

@@ -99,9 +99,9 @@ const std::shared_ptr<KVPeripheral>& KVTracker::peripheral() const { return poll
 
 void KVTracker::setPeripheral(std::shared_ptr<KVPeripheral> peripheral) {
   kv::TrackerIndex::unfileEverywhere(*this);
-  poller_->setPeripheral(peripheral);
+  poller_->setPeripheral(std::move(peripheral));
   kv::TrackerIndex::fileEverywhere(*this);
-  if (peripheral) peripheral->setDelegate(weak_from_this());
+  if (const auto& attached = this->peripheral()) attached->setDelegate(weak_from_this());
 }
 
 void KVTracker::setState(std::int64_t state) {

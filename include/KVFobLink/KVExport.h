@@ -1,8 +1,8 @@
 #ifndef KVFOBLINK_KVEXPORT_H
 #define KVFOBLINK_KVEXPORT_H
 
-/* Marks what the shared library exports; all else is built with hidden visibility. KVFOB_LOCAL takes
-   a private operation out of an exported class. */
+/* Marks what the shared library exports; all else is built with hidden visibility. KVFOB_LOCAL
+   takes a private operation out of an exported class. */
 #if defined(__GNUC__)
 #define KVFOB_EXPORT __attribute__((visibility("default")))
 #define KVFOB_LOCAL __attribute__((visibility("hidden")))

@@ -102,7 +102,7 @@ struct RawServiceData {
 /// they cause reaches the application as events, never inside the call.
 class SimulatedRadio {
  public:
-  explicit SimulatedRadio(SimulatedRadioOptions options = {});
+  explicit SimulatedRadio(const SimulatedRadioOptions& options = {});
   ~SimulatedRadio();
   SimulatedRadio(const SimulatedRadio&) = delete;
   SimulatedRadio& operator=(const SimulatedRadio&) = delete;

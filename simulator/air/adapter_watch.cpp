@@ -93,7 +93,7 @@ void AdapterWatch::interfacesAdded(sd_bus_message* signal) {
 void AdapterWatch::interfacesRemoved(sd_bus_message* signal) {
   const auto path = readText(signal, 'o');
   for (const auto& interface : kv::readStrings(signal)) {
-    if (interface == kDevice) setConnected(path, false);
+    if (interface == kDevice) setConnected(path, /*connected=*/false);
     if (interface == kAdapter) adapters_.erase(path);
   }
   events_.changed();

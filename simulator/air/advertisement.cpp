@@ -32,7 +32,7 @@ kv::BusInterface::Property interval(const std::string& name) {
 }  // namespace
 
 Advertisement::Advertisement(std::shared_ptr<kv::BusConnection> bus,
-                             std::shared_ptr<VirtualTag> tag, std::function<void()> released)
+                             const std::shared_ptr<VirtualTag>& tag, std::function<void()> released)
     : bus_(std::move(bus)) {
   kv::BusInterface interface { .name = kInterface };
   interface.methods.push_back(

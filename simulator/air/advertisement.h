@@ -16,7 +16,7 @@ class Advertisement {
   static constexpr const char* kPath = "/kvfob/advertisement";
 
   /// `released` tells that BlueZ has dropped the advertisement.
-  Advertisement(std::shared_ptr<kv::BusConnection> bus, std::shared_ptr<VirtualTag> tag,
+  Advertisement(std::shared_ptr<kv::BusConnection> bus, const std::shared_ptr<VirtualTag>& tag,
                 std::function<void()> released);
   Advertisement(const Advertisement&) = delete;
   Advertisement& operator=(const Advertisement&) = delete;

@@ -75,8 +75,10 @@ void GattApplication::exportCharacteristic(const GattCharacteristic& characteris
   interface.methods = {
       {"ReadValue", "a{sv}", "ay", [this, handle](const auto& call) { read(handle, call); }},
       {"WriteValue", "aya{sv}", "", [this, handle](const auto& call) { write(handle, call); }},
-      {"StartNotify", "", "", [this, handle](const auto& call) { subscribe(handle, true, call); }},
-      {"StopNotify", "", "", [this, handle](const auto& call) { subscribe(handle, false, call); }},
+      {"StartNotify", "", "",
+       [this, handle](const auto& call) { subscribe(handle, /*enabled=*/true, call); }},
+      {"StopNotify", "", "",
+       [this, handle](const auto& call) { subscribe(handle, /*enabled=*/false, call); }},
   };
   slots_.push_back(kv::exportInterface(bus_, path, std::move(interface)));
 }

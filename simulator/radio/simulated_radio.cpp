@@ -85,7 +85,7 @@ class SimulatedRadio::World {
   std::shared_ptr<Medium> medium_;
 };
 
-SimulatedRadio::SimulatedRadio(SimulatedRadioOptions options)
+SimulatedRadio::SimulatedRadio(const SimulatedRadioOptions& options)
     : world_(std::make_unique<World>(options)) {}
 
 SimulatedRadio::~SimulatedRadio() = default;

@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -50,6 +51,10 @@ class FakeBlueZ {
   /// Signals several properties at once, and what is not known any more.
   void set(const std::string& path, const std::string& interface, const Properties& properties,
            const std::vector<std::string>& invalidated = {});
+  void setUnsignalled(const std::string& path, const std::string& interface,
+                      const std::string& property, Value value) {
+    objects_[path][interface][property] = std::move(value);
+  }
   void addAdapter(const std::string& path = kHci, const std::string& address = "00:00:00:00:00:01",
                   bool powered = true);
   /// Powers an adapter off as BlueZ does: the links end first.

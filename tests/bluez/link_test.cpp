@@ -77,6 +77,21 @@ TEST_F(LinkTest, SuccessWithoutALinkIsAFailure) {
               ElementsAre("Connect", "Disconnect", "Connect"));
 }
 
+TEST_F(LinkTest, LinkThatIsNotSignalledIsKept) {
+  startAll();
+  bluez->on("Connect", [&](const kv::BusCall& call) {
+    bluez->setUnsignalled(FakeBlueZ::devicePath(kTag), kDevice, "Connected", true);
+    call.reply();
+    bluez->addServices(kTag);
+    bluez->setResolved(kTag, true);
+  });
+  connectTo();
+  EXPECT_TRUE(waitForEvent("connected"));
+  EXPECT_THAT(takeCalls({"Connect", "Disconnect"}), ElementsAre("Connect"));
+  bluez->setConnected(kTag, false);
+  EXPECT_TRUE(waitForEvent("disconnected"));
+}
+
 TEST_F(LinkTest, AttemptOfAnotherClientIsJoined) {
   startAll();
   bluez->on("Connect", [&](const kv::BusCall& call) {

@@ -79,6 +79,7 @@ class Link {
   void enter(Phase phase);
   void attemptConnect();
   void connectAnswered(const BusFault& error);
+  void unseenLink();
   void resolve(const DeviceObject& device);
   void servicesMissing();
   void becomeUp();

@@ -62,10 +62,8 @@ void Link::connectAnswered(const BusFault& error) {
   switch (fault) {
     case Fault::none:
     case Fault::alreadyConnected:
-      // Success can come without a link; then the link comes soon or not at all.
       if (known == nullptr || !known->connected) {
-        timer_.set(context_.timing.settle,
-                   [this] { disconnect(context_.options.disconnectTimeout); });
+        unseenLink();
       }
       break;
     case Fault::inProgress:
@@ -85,6 +83,14 @@ void Link::connectAnswered(const BusFault& error) {
         attemptFailed({});
       }
   }
+}
+
+// The daemon does not signal Connected when it learns of the link from the socket first and from the
+// kernel later, so it is asked. Success can also come without a link; then the link comes soon or
+// not at all.
+void Link::unseenLink() {
+  timer_.set(context_.timing.settle, [this] { disconnect(context_.options.disconnectTimeout); });
+  refreshCall_ = context_.daemon->refresh([] {});
 }
 
 void Link::explain(Fault fault, const BusError& error) {
