@@ -51,6 +51,7 @@ class FakeBlueZ {
   /// Signals several properties at once, and what is not known any more.
   void set(const std::string& path, const std::string& interface, const Properties& properties,
            const std::vector<std::string>& invalidated = {});
+  /// Changes a property and does not tell.
   void setUnsignalled(const std::string& path, const std::string& interface,
                       const std::string& property, Value value) {
     objects_[path][interface][property] = std::move(value);

@@ -85,9 +85,9 @@ void Link::connectAnswered(const BusFault& error) {
   }
 }
 
-// The daemon does not signal Connected when it learns of the link from the socket first and from the
-// kernel later, so it is asked. Success can also come without a link; then the link comes soon or
-// not at all.
+// The daemon does not signal Connected when it learns of the link from the socket first and from
+// the kernel later, so it is asked. Success can also come without a link; then the link comes soon
+// or not at all.
 void Link::unseenLink() {
   timer_.set(context_.timing.settle, [this] { disconnect(context_.options.disconnectTimeout); });
   refreshCall_ = context_.daemon->refresh([] {});
