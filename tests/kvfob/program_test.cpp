@@ -97,9 +97,9 @@ TEST(Program, ScanPrintsOneObjectALine) {
   const auto result = runProgram({"scan", "--json", "--for", "500ms"});
   EXPECT_EQ(result.status, kDone);
   const std::string object =
-      R"(\{"address":"[0-9a-f]{12}","rssi":-[0-9]+,"battery":[0-9]+,"tx":null,)"
-      R"("model":([0-9]+|null),"distance":"(far|middle|near)",)"
-      R"("last_heard":"[-0-9]{10}T[0-9:]{8}\.[0-9]{3}Z"\})";
+      R"re(\{"address":"[0-9a-f]{12}","rssi":-[0-9]+,"battery":[0-9]+,"tx":null,)re"
+      R"re("model":([0-9]+|null),"distance":"(far|middle|near)",)re"
+      R"re("last_heard":"[-0-9]{10}T[0-9:]{8}\.[0-9]{3}Z"\})re";
   EXPECT_THAT(result.out, ::testing::MatchesRegex("(" + object + "\n){3}"));
 }
 

@@ -25,6 +25,8 @@ class Road : public ::testing::Test {
   }
   ~Road() override {
     manager->removeAllTrackers();
+    // The check of a bind request waits in the queue, and keeps its tracker and so the queue.
+    radio.clock().runFor(seconds(31));
     manager.reset();
     KVPlatform::setCurrent(nullptr);
   }
