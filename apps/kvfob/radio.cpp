@@ -63,7 +63,7 @@ void Radio::fill(const Options& options) {
   radio.advertisingInterval = 100ms;
   radio.air.rssiJitter = 2;
   radio.log = makeLog(options.log);
-  simulated_ = std::make_unique<kvsim::SimulatedRadio>(std::move(radio));
+  simulated_ = std::make_unique<kvsim::SimulatedRadio>(radio);
   const auto bound =
       simulated_->addTag({.address = kBoundTag, .battery = 92, .password = kBoundTagPassword});
   const auto second =

@@ -22,7 +22,7 @@ Outcome runDemo(const Options& options, const SignalFd& signals, Console& consol
   radio.clock = options.instant ? kvsim::ClockKind::Virtual : kvsim::ClockKind::Real;
   radio.advertisingInterval = std::chrono::milliseconds(200);
   radio.log = makeLog(options.log);
-  kvsim::SimulatedRadio simulated(std::move(radio));
+  kvsim::SimulatedRadio simulated(radio);
   const PlatformInForce platform(simulated.platform());
   Loop loop(simulated.platform()->eventQueue, signals);
   return Demo(simulated, options.instant ? nullptr : &loop, console).run();
