@@ -91,8 +91,8 @@ void KVTracker::writeChecksumData() {
 void KVTracker::writeBindData() {
   auto password =
       password_ ? std::optional(KVData(password_->begin(), password_->end())) : std::nullopt;
-  auto frame = KVCommandInter::getCommandData(kv::kBindCommand, password);
-  writeCommandCharacteristic(encryptConnectionData(bytesOf(frame)));
+  KVData frame = KVCommandInter::getCommandData(kv::kBindCommand, password).value_or(KVData());
+  writeCommandCharacteristic(encryptConnectionData(frame));
   kv::wipe(password);
   kv::wipe(frame);
 }
