@@ -1,6 +1,8 @@
 #include "manager/advertised_fields.h"
 
+#include <array>
 #include <cstddef>
+#include <cstring>
 #include <string_view>
 
 #include "KVFobLink/KVUtils.h"
@@ -17,30 +19,37 @@ constexpr std::size_t kAddressOffset = 3;
 constexpr std::size_t kAddressSize = 6;
 constexpr std::int64_t kNoModel = -1;
 
-/// The address as text, most significant byte first; on the air it is the last.
-std::string addressText(KVBytes address) {
+/// Two hexadecimal digits for each byte.
+constexpr auto kPairs = [] {
   constexpr std::string_view kDigits = "0123456789abcdef";
-  std::string text(2 * address.size(), '0');
-  for (std::size_t i = 0; i < address.size(); ++i) {
-    const std::uint8_t byte = address[address.size() - 1 - i];
-    text[2 * i] = kDigits[byte >> 4U];
-    text[2 * i + 1] = kDigits[byte & 0x0FU];
+  std::array<std::array<char, 2>, 256> pairs{};
+  for (std::size_t byte = 0; byte < pairs.size(); ++byte) {
+    pairs[byte] = {kDigits[byte / 16], kDigits[byte % 16]};
   }
-  return text;
+  return pairs;
+}();
+
+/// The address as text, most significant byte first; on the air it is the last.
+void writeAddress(std::span<const std::uint8_t, kAddressSize> address, char* text) {
+  for (std::size_t i = 0; i < kAddressSize; ++i) {
+    std::memcpy(text + 2 * i, kPairs[address[kAddressSize - 1 - i]].data(), 2);
+  }
 }
 
 }  // namespace
 
 std::optional<AdvertisedFields> decodeAdvertisement(KVBytes frame) {
-  if (frame.size() != kShortFrame && frame.size() != kLongFrame) return std::nullopt;
-  if (frame[0] != kFrameType) return std::nullopt;
-  if (frame[1] < kFirstProduct || frame[1] > kLastProduct) return std::nullopt;
-  return AdvertisedFields{
-      .battery = frame[2],
-      .mac = addressText(frame.subspan(kAddressOffset, kAddressSize)),
-      .radioTx = static_cast<std::int8_t>(frame[9]),
-      .model = frame.size() == kLongFrame ? frame[10] : kNoModel,
-  };
+  std::optional<AdvertisedFields> fields;
+  if (frame.size() != kShortFrame && frame.size() != kLongFrame) return fields;
+  if (frame[0] != kFrameType) return fields;
+  if (frame[1] < kFirstProduct || frame[1] > kLastProduct) return fields;
+  fields.emplace();
+  fields->battery = frame[2];
+  writeAddress(frame.subspan<kAddressOffset, kAddressSize>(),
+               fields->mac.emplace(2 * kAddressSize, '0').data());
+  fields->radioTx = static_cast<std::int8_t>(frame[9]);
+  fields->model = frame.size() == kLongFrame ? frame[10] : kNoModel;
+  return fields;
 }
 
 }  // namespace kv
@@ -50,8 +59,8 @@ void KVUtils::validateAdv(KVBytes data, std::optional<std::int64_t> rssi,
   if (!completion) return;
   constexpr std::int64_t kRejected = -1;
   constexpr std::int64_t kRejectedRssi = -100;
-  if (auto fields = kv::decodeAdvertisement(data)) {
-    completion(true, fields->battery, std::move(fields->mac), fields->radioTx, rssi, fields->model);
+  if (const auto fields = kv::decodeAdvertisement(data)) {
+    completion(true, fields->battery, fields->mac, fields->radioTx, rssi, fields->model);
   } else {
     completion(false, kRejected, std::nullopt, kRejected, kRejectedRssi, kRejected);
   }

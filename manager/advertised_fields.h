@@ -12,7 +12,7 @@ namespace kv {
 
 struct AdvertisedFields {
   std::int64_t battery = 0;
-  std::string mac;
+  std::optional<std::string> mac;  ///< Always there, in the form in which it is reported.
   std::int64_t radioTx = 0;
   std::int64_t model = 0;
 };

@@ -44,7 +44,7 @@ void KVTrackerManager::didDiscoverPeripheral(KVCentral& /*central*/,
   const auto fields = kv::decodeAdvertisement(advertisement.serviceData.front().value);
   if (!fields) return;
   const auto self = weak_from_this().lock();
-  if (const auto tracker = bindArray_->firstWithMac(fields->mac)) {
+  if (const auto tracker = bindArray_->firstWithMac(*fields->mac)) {
     takeInBound(tracker, *fields, peripheral, rssi);
   } else {
     takeInScanned(*fields, peripheral, rssi);
@@ -67,14 +67,14 @@ void KVTrackerManager::takeInBound(const std::shared_ptr<KVTracker>& tracker,
 void KVTrackerManager::takeInScanned(const kv::AdvertisedFields& fields,
                                      const std::shared_ptr<KVPeripheral>& peripheral,
                                      std::optional<std::int64_t> rssi) {
-  auto tracker = scannedDict_->find(fields.mac);
+  auto tracker = scannedDict_->find(*fields.mac);
   if (!tracker) {
     tracker = std::make_shared<KVTracker>();
     tracker->setPassword(password_);
     tracker->setPeripheral(peripheral);
-    scannedDict_->set(fields.mac, tracker);
+    scannedDict_->set(*fields.mac, tracker);
   }
-  tracker->updateData(KVTrackerDataMac, fields.mac);
+  tracker->updateData(KVTrackerDataMac, *fields.mac);
   tracker->updateData(KVTrackerDataRssi, valueOf(rssi));
   tracker->updateData(KVTrackerDataModel, fields.model);
   tracker->updateData(KVTrackerDataBattery, fields.battery);
