@@ -18,6 +18,9 @@ constexpr std::int32_t kStackLimit = 4 << 20;
 // ICU counts in 32 bits.
 constexpr std::size_t kLongestText = std::numeric_limits<std::int32_t>::max() / 2;
 
+// A matcher that has worked on a longer text may hold much memory, and is not kept.
+constexpr std::size_t kLongestKept = 1024;
+
 icu::UnicodeString toUtf16(std::string_view utf8) {
   return icu::UnicodeString::fromUTF8(
       icu::StringPiece(utf8.data(), static_cast<std::int32_t>(utf8.size())));
@@ -34,50 +37,77 @@ struct Deadline {
   static UBool whileFinding(const void* context, std::int64_t) { return goesOn(context); }
 };
 
-/// Makes a matcher on `text` that stops in time; null on failure.
-std::unique_ptr<icu::RegexMatcher> makeMatcher(const icu::RegexPattern& pattern,
-                                               const icu::UnicodeString& text,
-                                               const Deadline& deadline) {
-  UErrorCode status = U_ZERO_ERROR;
-  std::unique_ptr<icu::RegexMatcher> matcher(pattern.matcher(text, status));
-  if (U_FAILURE(status) != 0) return nullptr;
-  matcher->setStackLimit(kStackLimit, status);
-  matcher->setMatchCallback(Deadline::whileMatching, &deadline, status);
-  matcher->setFindProgressCallback(Deadline::whileFinding, &deadline, status);
-  return U_SUCCESS(status) != 0 ? std::move(matcher) : nullptr;
-}
-
 }  // namespace
 
-struct PatternMatcher::Compiled {
-  std::unique_ptr<const icu::RegexPattern> pattern;  // null if it is invalid
+class PatternMatcher::Compiled {
+ public:
+  Compiled(std::string_view pattern, bool ignoreCase) {
+    if (pattern.size() > kLongestText) return;
+    UErrorCode status = U_ZERO_ERROR;
+    const std::uint32_t flags = ignoreCase ? UREGEX_CASE_INSENSITIVE : 0;
+    pattern_.reset(icu::RegexPattern::compile(toUtf16(pattern), flags, status));
+    if (U_FAILURE(status) != 0) pattern_.reset();
+  }
+
+  /// Calls `match` with a matcher on the text, which stops in time, and a status. What `match`
+  /// returns counts unless it failed.
+  template <typename Match>
+  bool run(std::string_view text, Match match) {
+    if (!pattern_ || text.size() > kLongestText) return false;
+    const icu::UnicodeString input = toUtf16(text);
+    const Deadline deadline;
+    UErrorCode status = U_ZERO_ERROR;
+    auto matcher = take(status);
+    if (U_FAILURE(status) != 0) return false;
+    matcher->reset(input);
+    matcher->setMatchCallback(Deadline::whileMatching, &deadline, status);
+    matcher->setFindProgressCallback(Deadline::whileFinding, &deadline, status);
+    const bool found = match(*matcher, status) && U_SUCCESS(status) != 0;
+    if (text.size() <= kLongestKept) giveBack(std::move(matcher));
+    return found;
+  }
+
+ private:
+  using MatcherPtr = std::unique_ptr<icu::RegexMatcher>;
+
+  MatcherPtr take(UErrorCode& status) {
+    {
+      const std::lock_guard lock(mutex_);
+      if (idle_) return std::move(idle_);
+    }
+    MatcherPtr fresh(pattern_->matcher(status));
+    if (U_SUCCESS(status) != 0) fresh->setStackLimit(kStackLimit, status);
+    return fresh;
+  }
+  void giveBack(MatcherPtr matcher) {
+    const std::lock_guard lock(mutex_);
+    idle_ = std::move(matcher);
+  }
+
+  std::unique_ptr<const icu::RegexPattern> pattern_;  // null if it is invalid
+  std::mutex mutex_;
+  MatcherPtr idle_;  // to make one costs as much as a short match
 };
 
 PatternMatcher::PatternMatcher() = default;
 PatternMatcher::~PatternMatcher() = default;
 
 bool PatternMatcher::fullMatch(std::string_view text, std::string_view pattern) {
-  const auto found = compiled(pattern, /*ignoreCase=*/false);
-  if (!found->pattern || text.size() > kLongestText) return false;
-  const icu::UnicodeString input = toUtf16(text);
-  const Deadline deadline;
-  const auto matcher = makeMatcher(*found->pattern, input, deadline);
-  UErrorCode status = U_ZERO_ERROR;
-  return matcher && matcher->matches(status) != 0 && U_SUCCESS(status) != 0;
+  return compiled(pattern, /*ignoreCase=*/false)->run(text, [](auto& matcher, auto& status) {
+    return matcher.matches(status) != 0;
+  });
 }
 
 std::optional<std::string> PatternMatcher::firstMatch(std::string_view text,
                                                       std::string_view pattern) {
-  const auto found = compiled(pattern, /*ignoreCase=*/true);
-  if (!found->pattern || text.size() > kLongestText) return std::nullopt;
-  const icu::UnicodeString input = toUtf16(text);
-  const Deadline deadline;
-  const auto matcher = makeMatcher(*found->pattern, input, deadline);
-  UErrorCode status = U_ZERO_ERROR;
-  if (!matcher || matcher->find(status) == 0 || U_FAILURE(status) != 0) return std::nullopt;
   std::string match;
-  matcher->group(status).toUTF8String(match);
-  return match;
+  const bool found =
+      compiled(pattern, /*ignoreCase=*/true)->run(text, [&match](auto& matcher, auto& status) {
+        if (matcher.find(status) == 0) return false;
+        matcher.group(status).toUTF8String(match);
+        return true;
+      });
+  return found ? std::optional(std::move(match)) : std::nullopt;
 }
 
 std::size_t PatternMatcher::cached() const {
@@ -95,13 +125,7 @@ PatternMatcher::CompiledPtr PatternMatcher::compiled(std::string_view pattern, b
       return recent_.front().compiled;
     }
   }
-  auto fresh = std::make_shared<Compiled>();
-  if (pattern.size() <= kLongestText) {
-    UErrorCode status = U_ZERO_ERROR;
-    const std::uint32_t flags = ignoreCase ? UREGEX_CASE_INSENSITIVE : 0;
-    fresh->pattern.reset(icu::RegexPattern::compile(toUtf16(pattern), flags, status));
-    if (U_FAILURE(status) != 0) fresh->pattern.reset();
-  }
+  auto fresh = std::make_shared<Compiled>(pattern, ignoreCase);
   if (pattern.size() > kLongestCached) return fresh;
   const std::lock_guard lock(mutex_);
   if (byKey_.contains(key)) return fresh;  // another thread was faster

@@ -12,8 +12,8 @@
 
 namespace kv {
 
-/// ICU's regular expressions. Compiled patterns are kept, which is most of the cost of a call; what
-/// a match needs besides lives for one call only.
+/// ICU's regular expressions. Compiled patterns are kept, each with one matcher: to make them is
+/// most of the cost of a call.
 class PatternMatcher : public KVPatternMatcher {
  public:
   static constexpr std::size_t kCacheSize = 64;
@@ -30,8 +30,8 @@ class PatternMatcher : public KVPatternMatcher {
   std::size_t cached() const;
 
  private:
-  struct Compiled;
-  using CompiledPtr = std::shared_ptr<const Compiled>;
+  class Compiled;
+  using CompiledPtr = std::shared_ptr<Compiled>;
   struct Slot {
     std::string key;
     CompiledPtr compiled;
