@@ -1,19 +1,16 @@
 #include "bench/allocations.h"
 
-#include <atomic>
 #include <cstdlib>
 #include <new>
 
 namespace {
 
-std::atomic<std::size_t> count;
-std::atomic<std::size_t> bytes;
+thread_local std::size_t count;
 
 }  // namespace
 
 void* operator new(std::size_t size) {
-  count.fetch_add(1, std::memory_order_relaxed);
-  bytes.fetch_add(size, std::memory_order_relaxed);
+  ++count;
   if (void* const memory = std::malloc(size)) return memory;
   throw std::bad_alloc();
 }
@@ -24,6 +21,5 @@ void operator delete(void* memory, std::size_t /*size*/) noexcept { std::free(me
 namespace kvbench {
 
 std::size_t allocations() { return count; }
-std::size_t allocatedBytes() { return bytes; }
 
 }  // namespace kvbench

@@ -1,4 +1,4 @@
-/// Counts of heap allocations, from the program's own operator new.
+/// The count of heap allocations, from the program's own operator new.
 #ifndef BENCH_ALLOCATIONS_H
 #define BENCH_ALLOCATIONS_H
 
@@ -6,9 +6,8 @@
 
 namespace kvbench {
 
-/// How many allocations, and of how many bytes, there have been in this process.
+/// How many allocations there have been in this thread.
 std::size_t allocations();
-std::size_t allocatedBytes();
 
 }  // namespace kvbench
 

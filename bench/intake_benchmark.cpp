@@ -1,5 +1,6 @@
 /// What it costs to take in one advertisement, with more and more tags known.
 #include <benchmark/benchmark.h>
+#include <malloc.h>
 
 #include <array>
 
@@ -19,10 +20,10 @@ Frame frameOf(std::uint32_t n) {
   return frame;
 }
 
-/// A manager that knows `count` tags, each of which has been heard once.
+/// A manager, and tags around it.
 class Crowd {
  public:
-  Crowd(std::uint32_t count, bool bound)
+  explicit Crowd(std::uint32_t count)
       : manager_((KVPlatform::setCurrent(kvbench::quietPlatform()),
                   std::make_shared<KVTrackerManager>())) {
     manager_->startScan([this](const KVTrackers& trackers) { heard_ += trackers.size(); });
@@ -30,6 +31,12 @@ class Crowd {
       peripherals_.push_back(
           std::make_shared<kvbench::QuietPeripheral>("tag-" + std::to_string(n)));
       frames_.push_back(frameOf(n));
+    }
+  }
+
+  /// Has the manager know them all, each heard once.
+  void meet(bool bound) {
+    for (std::size_t n = 0; n < size(); ++n) {
       if (bound) {
         KVUtils::validateAdv(
             frames_[n], std::nullopt,
@@ -54,13 +61,17 @@ class Crowd {
   std::shared_ptr<KVTrackerManager> manager_;
 };
 
+/// What the heap has handed out and not got back, with its own overhead.
+std::size_t heapInUse() { return mallinfo2().uordblks + mallinfo2().hblkhd; }
+
 /// @param onAir  How many of the known tags are heard, in turn. With few, what is measured is the
-/// look-up; with all of
-///               them, also the cache misses of going through more memory than fits.
+///               look-up; with all of them, also the cache misses of going through more memory than
+///               fits.
 void intake(benchmark::State& state, bool bound, std::size_t onAir) {
-  const std::size_t before = kvbench::allocatedBytes();
-  Crowd crowd(static_cast<std::uint32_t>(state.range(0)), bound);
-  const std::size_t after = kvbench::allocatedBytes();
+  Crowd crowd(static_cast<std::uint32_t>(state.range(0)));
+  const std::size_t before = heapInUse();
+  crowd.meet(bound);
+  const std::size_t after = heapInUse();
   const std::size_t stride = crowd.size() / onAir;
   const std::size_t allocations = kvbench::allocations();
   std::size_t next = 0;
