@@ -148,8 +148,10 @@ bool AdapterWatch::readProperties(const std::string& path, const std::string& in
 void AdapterWatch::setConnected(const std::string& device, bool connected) {
   const bool change = connected ? connected_.insert(device).second : connected_.erase(device) > 0;
   const auto own = adapter();
-  // A central is a device below each adapter that knows it.
-  if (change && own && device.starts_with(own->path + "/")) events_.device(device, connected);
+  // A central is a device below each adapter that knows it. An end counts even if no beginning was
+  // signalled: bluetoothd leaves that out when it learns of the link from the socket first.
+  if ((change || !connected) && own && device.starts_with(own->path + "/"))
+    events_.device(device, connected);
 }
 
 void AdapterWatch::forgetAll() {
