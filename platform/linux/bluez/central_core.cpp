@@ -1,7 +1,5 @@
 #include "platform/linux/bluez/central_core.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <utility>
 
@@ -53,9 +51,7 @@ const AdapterObject* CentralCore::chooseAdapter() const {
   const AdapterObject* best = nullptr;
   for (const auto& [path, adapter] : adapters) {
     if (!wanted.empty()) {
-      // An address still names the adapter when it has come back under another number.
-      if (path == "/org/bluez/" + wanted ||
-          strcasecmp(adapter.address.c_str(), wanted.c_str()) == 0) {
+      if (adapter.isNamed(wanted)) {
         return &adapter;
       }
     } else if (path == adapterPath_) {

@@ -86,6 +86,9 @@ void Daemon::ownerKnown(const BusMessage& reply, const BusFault& error) {
     return;
   }
   const Fault fault = classify(error);
+  if (fault == Fault::noBus) {
+    return;  // `lost` is about to tell more
+  }
   if (fault == Fault::noDaemon) {
     retry_ = {};
     context_.log("bluetoothd is not running");

@@ -36,7 +36,7 @@ constexpr std::array kRules{
     Rule{"org.freedesktop.DBus.Error.ServiceUnknown", "", Fault::noDaemon},
     Rule{"org.freedesktop.DBus.Error.NameHasNoOwner", "", Fault::noDaemon},
     Rule{"org.freedesktop.DBus.Error.Spawn", "", Fault::noDaemon},
-    Rule{"org.freedesktop.DBus.Error.Disconnected", "", Fault::noDaemon},
+    Rule{"org.freedesktop.DBus.Error.Disconnected", "", Fault::noBus},
     Rule{"org.freedesktop.DBus.Error.AccessDenied", "", Fault::accessDenied},
     Rule{"org.freedesktop.DBus.Error.NoReply", "", Fault::noReply},
     Rule{"org.freedesktop.DBus.Error.Timeout", "", Fault::noReply},

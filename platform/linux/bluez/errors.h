@@ -20,6 +20,7 @@ enum class Fault {
   noRoom,            ///< The adapter has no room for another link.
   wrongBearer,       ///< The daemon took the tag for a classic Bluetooth device.
   noDaemon,          ///< Nobody answers for org.bluez.
+  noBus,             ///< The connection to the bus has ended.
   accessDenied,      ///< The bus's policy forbids it.
   noReply,           ///< The time given to the call is over.
   failed,            ///< Anything else, most of it worth another try.

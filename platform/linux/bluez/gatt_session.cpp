@@ -117,7 +117,7 @@ void GattSession::send(BusMessage message, BusConnection::Answer answered) {
 
 bool GattSession::linkIsGone(const BusFault& error) {
   const Fault fault = classify(error);
-  if (fault == Fault::notConnected || fault == Fault::noDaemon) {
+  if (fault == Fault::notConnected || fault == Fault::noDaemon || fault == Fault::noBus) {
     // The end of the link is about to be signalled, and takes this request with it; if it is not,
     // the request's limit ends the link.
     return true;

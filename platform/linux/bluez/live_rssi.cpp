@@ -1,10 +1,10 @@
 #include "platform/linux/bluez/live_rssi.h"
 
 #include <poll.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -15,43 +15,6 @@
 namespace kv {
 namespace {
 
-// The kernel's Bluetooth socket interface (include/net/bluetooth/hci_sock.h of Linux 6.1).
-constexpr int kProtocolHci = 1;
-constexpr int kOptionFilter = 2;
-constexpr std::uint16_t kChannelRaw = 0;
-constexpr std::uint16_t kChannelControl = 3;
-constexpr std::uint16_t kNoDevice = 0xffff;
-constexpr std::uint8_t kLeLink = 0x80;
-
-struct HciAddress {
-  std::uint16_t family;
-  std::uint16_t device;
-  std::uint16_t channel;
-};
-
-struct HciFilter {
-  std::uint32_t types;
-  std::array<std::uint32_t, 2> events;
-  std::uint16_t opcode;
-};
-
-struct ConnectionInfo {
-  std::array<std::uint8_t, 6> peer;
-  std::uint8_t type;
-  std::uint8_t padding;
-  std::uint16_t handle;
-  std::array<std::uint8_t, 14> rest;
-};
-static_assert(sizeof(ConnectionInfo) == 24);
-constexpr unsigned long kGetConnectionInfo = _IOR('H', 213, int);
-
-// Read RSSI (Bluetooth Core Specification, Vol 4, Part E, 7.5.4), with the packet types and events
-// of the same document.
-constexpr std::uint8_t kCommandPacket = 0x01;
-constexpr std::uint8_t kEventPacket = 0x04;
-constexpr std::uint8_t kCommandComplete = 0x0e;
-constexpr std::uint8_t kCommandStatus = 0x0f;
-constexpr std::uint16_t kReadRssi = 0x1405;
 constexpr std::int8_t kNoRssi = 127;
 
 // Get Connection Information of the kernel's management interface (doc/mgmt-api.txt of BlueZ).
@@ -68,9 +31,9 @@ std::uint16_t wordAt(KVBytes bytes, std::size_t at) {
 constexpr std::uint8_t low(std::uint16_t word) { return static_cast<std::uint8_t>(word & 0xff); }
 constexpr std::uint8_t high(std::uint16_t word) { return static_cast<std::uint8_t>(word >> 8); }
 
-// "AA:BB:CC:DD:EE:FF" as the kernel keeps it, least significant byte first.
-std::array<std::uint8_t, 6> addressBytes(std::string_view text) {
-  std::array<std::uint8_t, 6> bytes{};
+// Of "AA:BB:CC:DD:EE:FF".
+HciSockets::Address addressBytes(std::string_view text) {
+  HciSockets::Address bytes{};
   for (std::size_t i = 0; i < bytes.size() && 3 * i + 2 <= text.size(); ++i) {
     std::from_chars(text.data() + 3 * i, text.data() + 3 * i + 2, bytes[5 - i], 16);
   }
@@ -84,7 +47,8 @@ std::optional<std::int64_t> known(std::uint8_t byte) {
 
 }  // namespace
 
-LiveRssi::LiveRssi(Context& context) : context_(context), limit_(context) {}
+LiveRssi::LiveRssi(Context& context, std::shared_ptr<HciSockets> sockets)
+    : context_(context), sockets_(std::move(sockets)), limit_(context) {}
 
 LiveRssi::~LiveRssi() { reset(); }
 
@@ -102,13 +66,7 @@ void LiveRssi::reset() {
 
 void LiveRssi::read(const std::string& adapterPath, const std::string& address, bool randomAddress,
                     Answer answered) {
-  constexpr std::string_view kIndexMark = "/hci";
-  const auto mark = adapterPath.rfind(kIndexMark);
-  std::uint16_t index = 0;
-  if (mark != std::string::npos) {
-    std::from_chars(adapterPath.data() + mark + kIndexMark.size(),
-                    adapterPath.data() + adapterPath.size(), index);
-  }
+  const std::uint16_t index = adapterIndex(adapterPath);
   if (index != index_) {
     reset();
     index_ = index;
@@ -119,34 +77,15 @@ void LiveRssi::read(const std::string& adapterPath, const std::string& address, 
   }
 }
 
-int LiveRssi::openSocket(std::uint16_t index, std::uint16_t channel) {
-  const int fd = socket(AF_BLUETOOTH, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, kProtocolHci);
-  HciAddress address{AF_BLUETOOTH, index, channel};
-  if (fd >= 0 && bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
-    return fd;
-  }
-  const int error = errno;
-  if (fd >= 0) {
-    close(fd);
-  }
-  errno = error;
-  return -1;
-}
-
 bool LiveRssi::open(std::uint16_t index) {
-  socket_ = openSocket(index, kChannelRaw);
+  socket_ = sockets_->openRaw(index);
   channel_ = Channel::raw;
-  const HciFilter filter{
-      1U << kEventPacket, {1U << kCommandComplete | 1U << kCommandStatus, 0}, kReadRssi};
   std::string why;
-  if (socket_ < 0 || setsockopt(socket_, 0, kOptionFilter, &filter, sizeof filter) != 0) {
+  if (socket_ < 0) {
     const int error = errno;
     why = std::strerror(error);
-    if (socket_ >= 0) {
-      close(std::exchange(socket_, -1));
-    }
     // An adapter that the kernel does not show us is not in the management interface either.
-    socket_ = error == ENODEV ? -1 : openSocket(kNoDevice, kChannelControl);
+    socket_ = error == ENODEV ? -1 : sockets_->openManagement();
     channel_ = Channel::management;
   }
   if (socket_ < 0) {
@@ -178,15 +117,13 @@ void LiveRssi::next() {
 
 bool LiveRssi::sendRaw(Query& query) {
   // The handle is asked for each time: it changes with each link.
-  ConnectionInfo info{};
-  info.peer = addressBytes(query.address);
-  info.type = kLeLink;
-  if (ioctl(socket_, kGetConnectionInfo, &info) != 0) {
+  const auto handle = sockets_->linkHandle(socket_, addressBytes(query.address));
+  if (!handle) {
     return false;
   }
-  query.handle = info.handle;
-  const std::array<std::uint8_t, 6> command{kCommandPacket,   low(kReadRssi),   high(kReadRssi), 2,
-                                            low(info.handle), high(info.handle)};
+  query.handle = *handle;
+  const std::array<std::uint8_t, 6> command{kCommandPacket, low(kReadRssi), high(kReadRssi), 2,
+                                            low(*handle),   high(*handle)};
   return write(socket_, command.data(), command.size()) == static_cast<ssize_t>(command.size());
 }
 

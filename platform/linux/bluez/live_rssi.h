@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/linux/bluez/context.h"
+#include "platform/linux/bluez/hci_sockets.h"
 
 namespace kv {
 
@@ -23,7 +24,8 @@ class LiveRssi {
   /// Absent when this reading failed.
   using Answer = std::function<void(std::optional<std::int64_t> rssi)>;
 
-  explicit LiveRssi(Context& context);
+  explicit LiveRssi(Context& context,
+                    std::shared_ptr<HciSockets> sockets = std::make_shared<HciSockets>());
   ~LiveRssi();
 
   /// Asks for the link to `address` on the adapter at `adapterPath`. Where there is no way to read
@@ -44,7 +46,6 @@ class LiveRssi {
   };
 
   bool open(std::uint16_t index);
-  int openSocket(std::uint16_t index, std::uint16_t channel);
   void next();
   bool sendRaw(Query& query);
   bool sendManagement(const Query& query);
@@ -54,6 +55,7 @@ class LiveRssi {
   void giveUp(const std::string& why);
 
   Context& context_;
+  const std::shared_ptr<HciSockets> sockets_;
   Channel channel_ = Channel::none;
   std::uint16_t index_ = 0;
   int socket_ = -1;

@@ -57,6 +57,12 @@ bool ObjectTree::readAdapter(sd_bus_message* message, AdapterObject& adapter) {
       changed = true;
       return readText(message, adapter.address);
     }
+    if (key == "Alias" && type == "s") {
+      return readText(message, adapter.name);
+    }
+    if (key == "Modalias" && type == "s") {
+      return readText(message, adapter.modalias);
+    }
     if (key == "Powered" && type == "b") {
       changed = true;
       return readBool(message, adapter.powered);

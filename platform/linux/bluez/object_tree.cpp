@@ -1,5 +1,7 @@
 #include "platform/linux/bluez/object_tree.h"
 
+#include <strings.h>
+
 #include <utility>
 
 #include "platform/linux/bus/message.h"
@@ -32,6 +34,10 @@ void forEachBelow(const Map& map, std::string_view path, const Visit& visit) {
 }
 
 }  // namespace
+
+bool AdapterObject::isNamed(const std::string& wanted) const {
+  return path == "/org/bluez/" + wanted || strcasecmp(address.c_str(), wanted.c_str()) == 0;
+}
 
 void ObjectTree::clear() {
   adapters_.clear();

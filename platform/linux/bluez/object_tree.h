@@ -25,8 +25,14 @@ class BlueZPeripheral;
 struct AdapterObject {
   std::string path;
   std::string address;
+  std::string name;
+  std::string modalias;  ///< Names the daemon and its version, as "usb:v1D6Bp0246d0542".
   bool powered = false;
   bool discovering = false;
+
+  /// Whether it is meant by "hci0" or by an address, which still names the adapter when it has come
+  /// back under another number.
+  bool isNamed(const std::string& wanted) const;
 };
 
 struct DeviceObject {

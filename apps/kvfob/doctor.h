@@ -1,0 +1,17 @@
+/// Tells why Bluetooth does not work here, and what to do about it.
+#ifndef APPS_KVFOB_DOCTOR_H
+#define APPS_KVFOB_DOCTOR_H
+
+#include "apps/kvfob/console.h"
+#include "apps/kvfob/exit_code.h"
+#include "apps/kvfob/options.h"
+#include "apps/kvfob/signals.h"
+
+namespace kvfob {
+
+/// Prints what was found, a line each. Ends with kNoAdapter if Bluetooth cannot be used.
+Outcome runDoctor(const Options& options, const SignalFd& signals, Console& console);
+
+}  // namespace kvfob
+
+#endif  // APPS_KVFOB_DOCTOR_H

@@ -1,0 +1,135 @@
+// What the bus and the daemon are asked.
+#include "platform/linux/bluez/diagnosis.h"
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "platform/linux/bluez/errors.h"
+
+std::shared_ptr<KVLinuxDiagnosis> KVLinuxDiagnosis::start(std::shared_ptr<KVLinuxEventQueue> queue,
+                                                          KVBlueZOptions options, Done done) {
+  const auto diagnosis =
+      std::make_shared<kv::Diagnosis>(queue, std::move(options), std::move(done));
+  queue->post([weak = std::weak_ptr(diagnosis)] {
+    if (const auto alive = weak.lock()) {
+      alive->begin();
+    }
+  });
+  return diagnosis;
+}
+
+namespace kv {
+namespace {
+
+constexpr const char* kName = "org.bluez";
+constexpr const char* kBus = "org.freedesktop.DBus";
+constexpr const char* kObjectManager = "org.freedesktop.DBus.ObjectManager";
+constexpr const char* kHowToBePermitted =
+    "run as root or as a user of the group bluetooth; in a container, see that its profile allows "
+    "D-Bus";
+
+}  // namespace
+
+Diagnosis::Diagnosis(std::shared_ptr<KVLinuxEventQueue> queue, KVBlueZOptions options, Done done,
+                     DiagnosisSources sources)
+    : queue_(std::move(queue)),
+      options_(std::move(options)),
+      done_(std::move(done)),
+      sources_(std::move(sources)),
+      tree_(*this) {}
+
+void Diagnosis::begin() {
+  bus_ = BusConnection::open(queue_, options_.busAddress, [this](int error) { busLost(error); });
+  BusMessage question = bus_->methodCall(kBus, "/org/freedesktop/DBus", kBus, "GetNameOwner");
+  if (question) {
+    sd_bus_message_append(question.get(), "s", kName);
+  }
+  call_ = bus_->call(std::move(question), sources_.patience,
+                     [this](const BusMessage&, const BusFault& error) { ownerKnown(error); });
+}
+
+void Diagnosis::busLost(int error) {
+  if (error == EACCES || error == EPERM) {
+    unusable("permission", "the message bus refuses this process", kHowToBePermitted);
+  } else {
+    unusable("bus", std::string("there is no message bus: ") + std::strerror(error),
+             "start D-Bus (package dbus); in a container, share the host's /run/dbus with it");
+  }
+  finish();
+}
+
+void Diagnosis::ownerKnown(const BusFault& error) {
+  const Fault fault = classify(error);
+  if (fault == Fault::noBus) {
+    return;  // `busLost` is about to be called
+  }
+  if (fault == Fault::noReply) {
+    unusable("bus", "the message bus does not answer", "restart D-Bus, or the machine");
+    finish();
+    return;
+  }
+  if (fault == Fault::accessDenied) {
+    unusable("permission", "the message bus refuses this process", kHowToBePermitted);
+    finish();
+    return;
+  }
+  ok("bus", "the message bus answers");
+  if (error) {
+    unusable("service", "bluetoothd is not running",
+             "start it with \"systemctl start bluetooth\"; if there is no such service, install "
+             "the package bluez");
+    finish();
+    return;
+  }
+  BusMessage question = bus_->methodCall(kName, "/", kObjectManager, "GetManagedObjects");
+  if (question) {
+    sd_bus_message_set_auto_start(question.get(), 0);
+  }
+  call_ = bus_->call(
+      std::move(question), sources_.patience,
+      [this](const BusMessage& reply, const BusFault& refusal) { listed(reply, refusal); });
+}
+
+void Diagnosis::listed(const BusMessage& reply, const BusFault& error) {
+  const Fault fault = classify(error);
+  if (fault == Fault::noBus) {
+    return;
+  }
+  if (!error) {
+    tree_.load(reply.get());
+    examineObjects();
+  } else if (fault == Fault::accessDenied) {
+    ok("service", "bluetoothd is running");
+    unusable("permission", "the bus does not let this user talk to bluetoothd", kHowToBePermitted);
+  } else {
+    unusable("service", "bluetoothd is running but does not answer: " + error->text,
+             "restart it with \"systemctl restart bluetooth\"");
+  }
+  finish();
+}
+
+void Diagnosis::finish() {
+  const auto done = std::exchange(done_, nullptr);
+  if (!done) {
+    return;  // the bus went away after all was said
+  }
+  const auto keep = shared_from_this();
+  done(findings_);
+  // Dropped later: this is called from inside the connection.
+  queue_->post([bus = std::exchange(bus_, nullptr)] {});
+}
+
+void Diagnosis::ok(const char* topic, std::string seen) {
+  findings_.push_back({topic, KVVerdict::ok, std::move(seen), ""});
+}
+
+void Diagnosis::hint(const char* topic, std::string seen, std::string advice) {
+  findings_.push_back({topic, KVVerdict::hint, std::move(seen), std::move(advice)});
+}
+
+void Diagnosis::unusable(const char* topic, std::string seen, std::string advice) {
+  findings_.push_back({topic, KVVerdict::unusable, std::move(seen), std::move(advice)});
+}
+
+}  // namespace kv
