@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <ctime>
+
 #include "tests/bluez/bluez_fixture.h"
 
 namespace kvtest {
@@ -62,6 +64,32 @@ TEST_F(LinkTest, RefusedAttemptsAreRepeatedUntilOneHolds) {
     EXPECT_TRUE(waitForEvent("disconnected"));
   }
   EXPECT_NE(log->text.find("ControllerMode"), std::string::npos);
+}
+
+TEST_F(LinkTest, FullAdapterIsGivenTime) {
+  timing.noRoomPause = 80ms;
+  startAll();
+  failConnect(1, kFailed, "le-connection-concurrent-connection-limit");
+  const auto begun = queue->now();
+  connectTo();
+  EXPECT_TRUE(waitForEvent("connected"));
+  EXPECT_GE(queue->now() - begun, timing.noRoomPause);
+  EXPECT_NE(log->text.find("as many links as it can"), std::string::npos);
+}
+
+// Three minutes, at a 125th of the usual pauses: an hour may cost a thousand attempts.
+TEST_F(LinkTest, RadioThatRefusesAtOnceIsLeftInPeace) {
+  options.retryFirst = 2ms;
+  options.retryMost = 40ms;
+  startAll();
+  failConnect(1'000'000, kFailed, "le-connection-abort-by-local");
+  connectTo();
+  const auto busy = std::clock();
+  queue->runFor(1'440ms);
+  EXPECT_GT(bluez->calls("Connect"), 5);
+  EXPECT_LT(bluez->calls("Connect"), 50);
+  EXPECT_LT(std::clock() - busy, CLOCKS_PER_SEC * 7 / 10);  // half of it, with the daemon's part
+  EXPECT_EQ(log->text.find("le-connection-abort"), log->text.rfind("le-connection-abort"));
 }
 
 TEST_F(LinkTest, SuccessWithoutALinkIsAFailure) {

@@ -99,16 +99,20 @@ void Diagnosis::examineObjects() {
 
 const AdapterObject* Diagnosis::examineAdapters() {
   const AdapterObject* chosen = nullptr;
-  std::string others;
   for (const auto& [path, adapter] : tree_.adapters()) {
-    others += (others.empty() ? "" : ", ") + describe(adapter);
     const bool fits = options_.adapter.empty() || adapter.isNamed(options_.adapter);
     if (fits && (chosen == nullptr || (adapter.powered && !chosen->powered))) {
       chosen = &adapter;
     }
   }
+  std::string others;
+  for (const auto& [path, adapter] : tree_.adapters()) {
+    if (&adapter != chosen) {
+      others += (others.empty() ? "" : ", ") + describe(adapter);
+    }
+  }
   if (chosen != nullptr) {
-    ok("adapter", describe(*chosen) + (tree_.adapters().size() > 1 ? " of " + others : ""));
+    ok("adapter", describe(*chosen) + (others.empty() ? "" : "; there is also " + others));
   } else if (others.empty()) {
     adapterMissing();
   } else {

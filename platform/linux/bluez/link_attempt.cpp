@@ -100,7 +100,8 @@ void Link::explain(Fault fault, const BusError& error) {
         "; bluetoothd takes the tag for a classic Bluetooth device: ControllerMode = le in its "
         "main.conf, or PreferredBearer, makes it use low energy";
   } else if (fault == Fault::noRoom) {
-    line += "; the adapter holds as many links as it can";
+    line +=
+        "; the adapter holds as many links as it can: disconnect a device, or use another adapter";
   }
   // A tag out of range would repeat the same line for ever.
   if (line != lastExplained_) {

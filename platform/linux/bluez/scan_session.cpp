@@ -145,7 +145,7 @@ void ScanSession::stopped() {
 void ScanSession::watch() {
   watchdog_.set(context_.options.scanWatchdog, [this] {
     if (!std::exchange(heardSinceCheck_, false)) {
-      restart("nothing was heard");
+      restart("nothing was heard of any device; if that goes on, power the adapter off and on");
     } else {
       watch();
     }
