@@ -46,6 +46,21 @@ TEST_F(LinkTest, ScanStandsStillWhileConnecting) {
   EXPECT_TRUE(waitForEvent("connected"));
 }
 
+// The daemon would forget it as soon as the scan ends.
+TEST_F(LinkTest, ScanGoesOnWhileAPrivateAddressConnects) {
+  startAll();
+  const std::string address = "4A:00:00:00:00:01";
+  bluez->add(FakeBlueZ::devicePath(address), kDevice,
+             {{"Address", address}, {"AddressType", std::string("random")}});
+  const auto tag = find(address);
+  central->scanForPeripherals({}, /*allowDuplicates=*/true);
+  EXPECT_TRUE(waitForCall("StartDiscovery", 2));
+  bluez->takeCalls();
+  central->connectPeripheral(tag);
+  EXPECT_TRUE(waitForEvent("connected"));
+  EXPECT_THAT(takeCalls({"StartDiscovery", "StopDiscovery", "Connect"}), ElementsAre("Connect"));
+}
+
 TEST_F(LinkTest, RefusedAttemptsAreRepeatedUntilOneHolds) {
   const std::vector<std::pair<const char*, const char*>> refusals{
       {kFailed, "le-connection-abort-by-local"},
@@ -199,6 +214,7 @@ TEST_F(LinkTest, DeviceWithoutServicesIsForgottenOnce) {
   EXPECT_TRUE(waitForEvent("connected"));
   EXPECT_EQ(bluez->calls("RemoveDevice"), 1);
   EXPECT_EQ(bluez->calls("Connect"), 3);
+  EXPECT_NE(log->text.find("Cache = no"), std::string::npos);
 }
 
 TEST_F(LinkTest, DropDuringDiscoveryOfServices) {

@@ -64,6 +64,40 @@ TEST_F(ScanTest, TagThatADeadProcessHasLeftLinkedIsShownOnce) {
                                         "found AA:00:00:00:00:02 FFE1=a10b01 -60"));
 }
 
+TEST_F(ScanTest, FilterAsksForEveryReportOfLowEnergyAndLeavesTheRestToUs) {
+  startAll();
+  std::string filter;
+  bluez->on("SetDiscoveryFilter", [&](const kv::BusCall& call) {
+    kv::forEachProperty(call.message(), [&](std::string_view key, std::string_view type) {
+      const char* text = "";
+      int flag = 0;
+      if (type == "b") {
+        sd_bus_message_read_basic(call.message(), 'b', &flag);
+      } else {
+        sd_bus_message_read_basic(call.message(), 's', static_cast<void*>(&text));
+      }
+      filter.append(key).append("=").append(type == "b" ? std::to_string(flag) : text).append(";");
+      return true;
+    });
+    call.reply();
+  });
+  startScan();
+  EXPECT_TRUE(waitFor([&] { return !filter.empty(); }));
+  EXPECT_EQ(filter, "Transport=le;DuplicateData=1;Pattern=;");
+}
+
+TEST_F(ScanTest, StopThatFailsCountsAsStopped) {
+  startAll();
+  bluez->on("StopDiscovery",
+            [](const kv::BusCall& call) { call.fail(kFailed, "No discovery started"); });
+  for (int start = 1; start <= 2; ++start) {
+    startScan();
+    EXPECT_TRUE(waitForCall("StartDiscovery", start));
+    central->stopScan();
+    EXPECT_TRUE(waitForCall("StopDiscovery", start));
+  }
+}
+
 TEST_F(ScanTest, BusyAdapterIsTriedAgain) {
   timing.scanRetryFirst = 5ms;
   startAll();

@@ -143,8 +143,13 @@ void Link::servicesMissing() {
     becomeUp();
     return;
   }
-  context_.log(address() + " was connected without any service");
-  if (!std::exchange(removedOnce_, true)) {
+  const bool again = std::exchange(removedOnce_, true);
+  context_.log(address() + " was connected without any service" +
+               (again
+                    ? "; if that goes on, Cache = no in the section GATT of bluetoothd's main.conf "
+                      "may help"
+                    : ""));
+  if (!again) {
     BusMessage removal =
         context_.daemon->methodCall(host_.adapterPath(), "org.bluez.Adapter1", "RemoveDevice");
     if (removal) {
