@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -52,7 +53,8 @@ class DiagnosisTest : public BlueZTest {
   }
   void TearDown() override { std::filesystem::remove_all(sys); }
 
-  std::filesystem::path sys = std::filesystem::path(testing::TempDir()) / "kvfob-sys";
+  std::filesystem::path sys =
+      std::filesystem::path(testing::TempDir()) / ("kvfob-sys-" + std::to_string(getpid()));
   std::shared_ptr<Sockets> sockets = std::make_shared<Sockets>();
 };
 

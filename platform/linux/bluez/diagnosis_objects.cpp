@@ -32,9 +32,8 @@ std::string version(const std::string& modalias) {
   constexpr std::string_view kMark = "v1D6Bp0246d";
   const auto at = modalias.find(kMark);
   unsigned number = 0;
-  const char* begin = modalias.data() + at + kMark.size();
-  if (at == std::string::npos ||
-      std::from_chars(begin, modalias.data() + modalias.size(), number, 16).ec != std::errc()) {
+  const auto digits = at == std::string::npos ? "" : modalias.substr(at + kMark.size());
+  if (std::from_chars(digits.data(), digits.data() + digits.size(), number, 16).ec != std::errc()) {
     return "of unknown version";
   }
   return std::to_string(number >> 8) + '.' + std::to_string(number & 0xff);
