@@ -115,9 +115,8 @@ void Diagnosis::finish() {
     return;  // the bus went away after all was said
   }
   const auto keep = shared_from_this();
+  bus_.reset();
   done(findings_);
-  // Dropped later: this is called from inside the connection.
-  queue_->post([bus = std::exchange(bus_, nullptr)] {});
 }
 
 void Diagnosis::ok(const char* topic, std::string seen) {
