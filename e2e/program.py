@@ -1,16 +1,10 @@
-"""Drives programs and the Bluetooth stack from a scenario."""
-import os
+"""Drives programs from a scenario."""
 import re
-import socket
+import signal
 import subprocess
 import tempfile
 import threading
 import time
-
-BLUETOOTHD = "/usr/libexec/bluetooth/bluetoothd"
-DAEMON_PID = "/run/bluetoothd.pid"
-SHARE = "/run/share"
-
 
 class Failure(Exception):
     """What a scenario saw instead of what it wanted."""
@@ -26,7 +20,7 @@ class Program:
         self.lines, self.seen, self.ended = [], 0, False
         self.changed = threading.Condition()
         self.process = subprocess.Popen(
-            arguments, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+            arguments, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
         Program.running.append(self)
         self.reader = threading.Thread(target=self.read, daemon=True)
         self.reader.start()
@@ -54,6 +48,25 @@ class Program:
                 if self.ended or left <= 0:
                     raise Failure(f"no line /{pattern}/ within {seconds} s from: {self.report()}")
                 self.changed.wait(left)
+
+    def refuse(self, pattern, seconds):
+        """No line with the pattern for so long."""
+        try:
+            line = self.expect(pattern, seconds).string
+        except Failure:
+            if self.ended:
+                raise
+        else:
+            raise Failure(f'"{line}" from: {self.report()}')
+
+    def type(self, line):
+        self.process.stdin.write(line + "\n")
+        self.process.stdin.flush()
+
+    def end(self, how=signal.SIGTERM):
+        """Sends a signal that the program ends on, and says so in its status."""
+        self.process.send_signal(how)
+        return self.finish(128 + how, 15)
 
     def finish(self, status, seconds):
         """Awaits the end, with this status."""
@@ -89,36 +102,3 @@ def secret_file(text):
     with tempfile.NamedTemporaryFile("w", delete=False, encoding="utf-8") as file:
         file.write(text + "\n")
         return file.name
-
-
-def air(command):
-    """Tells the relay between the stack and the emulated controllers what to do."""
-    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as control:
-        control.sendto(command.encode(), "/run/vproxy.sock")
-
-
-def bus(path, method, *arguments):
-    return subprocess.run(
-        ["dbus-send", "--system", "--print-reply", "--dest=org.bluez", path, method, *arguments],
-        capture_output=True, text=True, timeout=30, check=False).stdout
-
-
-def power(adapter, on):
-    bus(f"/org/bluez/{adapter}", "org.freedesktop.DBus.Properties.Set", "string:org.bluez.Adapter1",
-        "string:Powered", "variant:boolean:" + ("true" if on else "false"))
-
-
-def forget_devices():
-    """So that no scenario meets what an earlier one left behind."""
-    objects = bus("/", "org.freedesktop.DBus.ObjectManager.GetManagedObjects")
-    for path in set(re.findall(r'object path "(/org/bluez/hci\d/dev_[0-9A-F_]+)"', objects)):
-        bus(path.rsplit("/", 1)[0], "org.bluez.Adapter1.RemoveDevice", "objpath:" + path)
-
-
-def restart_daemon():
-    with open(DAEMON_PID, encoding="utf-8") as file:
-        os.kill(int(file.read()), 9)
-    with open(SHARE + "/bluetoothd.log", "a", encoding="utf-8") as log:
-        daemon = subprocess.Popen([BLUETOOTHD, "-n", "-d"], stdin=subprocess.DEVNULL, stdout=log, stderr=log)
-    with open(DAEMON_PID, "w", encoding="utf-8") as file:
-        file.write(str(daemon.pid))
