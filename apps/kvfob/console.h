@@ -2,21 +2,25 @@
 #ifndef APPS_KVFOB_CONSOLE_H
 #define APPS_KVFOB_CONSOLE_H
 
-#include <cstddef>
+#include <functional>
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "apps/kvfob/options.h"
 
 namespace kvfob {
 
-enum class Style { plain, bold, dim, good, bad, accent };
+enum class Style { plain, bold, dim, good, warn, bad, accent, title };
+
+/// The text with the escape sequences of its style.
+std::string paint(Style style, std::string_view text);
 
 /// Standard output and standard error.
 class Console {
  public:
-  /// @param live  Whether what was written may be written over: the output is a terminal.
+  /// @param live  Whether the output is a terminal on which a screen can be drawn.
   Console(std::ostream& out, std::ostream& err, bool color, bool live)
       : out_(out), err_(err), color_(color), live_(live) {}
 
@@ -24,6 +28,7 @@ class Console {
   static Console standard(ColorMode mode);
 
   bool live() const { return live_; }
+  bool color() const { return color_; }
 
   /// The text, in a colour if colours are on.
   std::string styled(Style style, std::string_view text) const;
@@ -34,14 +39,11 @@ class Console {
   /// Writes lines, each with its end, at once.
   void block(std::string_view lines);
 
-  /// Writes lines in place of those that this wrote before; only when live.
-  void redraw(std::string_view lines);
-
-  /// How many lines can be written over.
-  static std::size_t height();
-
   /// Writes one line for the user beside the output: "kvfob: ...".
   void note(std::string_view text);
+
+  /// While a screen is drawn, notes go to `taker`; an absent one ends that.
+  void divertNotes(std::function<void(std::string_view)> taker) { taker_ = std::move(taker); }
 
   /// Whether the output still takes what is written.
   bool good() const { return out_.good(); }
@@ -51,7 +53,7 @@ class Console {
   std::ostream& err_;
   bool color_;
   bool live_;
-  std::size_t drawn_ = 0;  // lines of the block on the screen
+  std::function<void(std::string_view)> taker_;
 };
 
 }  // namespace kvfob

@@ -1,68 +1,101 @@
 #include "apps/kvfob/listing.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
-#include <vector>
+#include <utility>
 
 #include "apps/kvfob/text.h"
 
 namespace kvfob {
 namespace {
 
-// The library holds 0 for a signal that the radio did not measure, and for the transmit power of a
-// tag that is not bound.
-bool knowsRssi(const KVTracker& tracker) { return tracker.rssi() != 0; }
-bool knowsTx(const KVTracker& tracker) { return tracker.bound(); }
-bool knowsModel(const KVTracker& tracker) { return tracker.model() >= 0; }
-
-std::string number(bool known, std::int64_t value, std::string_view absent) {
-  return known ? std::to_string(value) : std::string(absent);
+TagRow rowOf(const KVTracker& tracker, const NameOf& nameOf) {
+  TagRow row;
+  row.address = tracker.mac().value_or("");
+  row.name = nameOf(row.address);
+  // The library holds 0 for a signal that the radio did not measure, and for the transmit power of
+  // a tag that is not bound.
+  if (tracker.rssi() != 0) {
+    row.rssi = tracker.rssi();
+    row.level = tracker.distance();
+  }
+  row.battery = tracker.battery();
+  if (tracker.bound()) row.tx = tracker.radioTx();
+  if (tracker.model() >= 0) row.model = tracker.model();
+  row.heard = tracker.advUpdate();
+  return row;
 }
 
-std::string quoted(std::string_view text) { return "\"" + std::string(text) + "\""; }
+/// Whether `a` comes before `b`; absent when this order does not tell them apart.
+template <typename Value>
+std::optional<bool> larger(const std::optional<Value>& a, const std::optional<Value>& b) {
+  if (a == b) return std::nullopt;
+  return a > b;  // absent is less than any value
+}
+
+std::optional<bool> before(const TagRow& a, const TagRow& b, SortBy order) {
+  switch (order) {
+    case SortBy::rssi:
+      return larger(a.rssi, b.rssi);
+    case SortBy::battery:
+      return larger(std::optional(a.battery), std::optional(b.battery));
+    case SortBy::heard:
+      return larger(a.heard, b.heard);
+    case SortBy::name:
+      if (a.name == b.name) return std::nullopt;
+      if (a.name.empty() || b.name.empty()) return b.name.empty();
+      return a.name < b.name;
+    case SortBy::address:
+      break;
+  }
+  return std::nullopt;
+}
+
+std::string number(const std::optional<std::int64_t>& value) {
+  return value ? std::to_string(*value) : "null";
+}
 
 }  // namespace
 
-std::string toJson(const KVTracker& tracker) {
-  std::string json = "{\"address\":" + quoted(tracker.mac().value_or(""));
-  json += ",\"rssi\":" + number(knowsRssi(tracker), tracker.rssi(), "null");
-  json += ",\"battery\":" + std::to_string(tracker.battery());
-  json += ",\"tx\":" + number(knowsTx(tracker), tracker.radioTx(), "null");
-  json += ",\"model\":" + number(knowsModel(tracker), tracker.model(), "null");
-  json += ",\"distance\":";
-  json += knowsRssi(tracker) ? quoted(levelName(tracker.distance())) : "null";
-  json += ",\"last_heard\":";
-  json += tracker.advUpdate() ? quoted(isoTime(*tracker.advUpdate())) : "null";
-  return json + "}";
+std::vector<TagRow> rowsOf(const KVTrackers& trackers, const NameOf& nameOf, SortBy order) {
+  std::vector<TagRow> rows;
+  for (const auto& tracker : trackers) rows.push_back(rowOf(*tracker, nameOf));
+  std::sort(rows.begin(), rows.end(), [order](const TagRow& a, const TagRow& b) {
+    return before(a, b, order).value_or(a.address < b.address);
+  });
+  return rows;
 }
 
-std::string toTable(const KVTrackers& trackers, const Console& console, std::size_t height) {
-  if (trackers.empty()) return console.styled(Style::dim, "no tag heard yet") + "\n";
-  std::vector<std::shared_ptr<KVTracker>> sorted(trackers.begin(), trackers.end());
-  std::sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) {
-    const auto strength = [](const auto& t) { return knowsRssi(*t) ? t->rssi() : -1000; };
-    return strength(a) != strength(b) ? strength(a) > strength(b) : a->mac() < b->mac();
-  });
-  const auto all = sorted.size();
-  const bool clipped = all >= height;  // one line is the heading's
-  if (clipped) sorted.resize(height - 2);
-  std::array<char, 128> row{};
-  constexpr auto* kRow = "%-12s  %5s  %-6s  %7s  %5s  %s";
-  std::snprintf(row.data(), row.size(), kRow, "ADDRESS", "RSSI", "LEVEL", "BATTERY", "MODEL",
-                "LAST HEARD");
-  std::string table = console.styled(Style::bold, row.data()) + "\n";
-  for (const auto& tracker : sorted) {
-    const auto level = knowsRssi(*tracker) ? levelName(tracker->distance()) : "-";
-    const auto heard = tracker->advUpdate() ? clockTime(*tracker->advUpdate()) : "-";
-    std::snprintf(row.data(), row.size(), kRow, tracker->mac().value_or("").c_str(),
-                  number(knowsRssi(*tracker), tracker->rssi(), "-").c_str(),
-                  std::string(level).c_str(), std::to_string(tracker->battery()).c_str(),
-                  number(knowsModel(*tracker), tracker->model(), "-").c_str(), heard.c_str());
-    table += std::string(row.data()) + "\n";
+std::string_view orderName(SortBy order) {
+  switch (order) {
+    case SortBy::rssi:
+      return "rssi";
+    case SortBy::battery:
+      return "battery";
+    case SortBy::name:
+      return "name";
+    case SortBy::heard:
+      return "heard";
+    case SortBy::address:
+      break;
   }
-  if (clipped) table += "and " + std::to_string(all - sorted.size()) + " more\n";
-  return table;
+  return "address";
+}
+
+SortBy nextOrder(SortBy order) {
+  return order == SortBy::heard ? SortBy::address
+                                : static_cast<SortBy>(static_cast<int>(order) + 1);
+}
+
+std::string toJson(const TagRow& row) {
+  std::string json = "{\"address\":" + jsonText(row.address);
+  json += ",\"name\":" + (row.name.empty() ? "null" : jsonText(row.name));
+  json += ",\"rssi\":" + number(row.rssi);
+  json += ",\"battery\":" + std::to_string(row.battery);
+  json += ",\"tx\":" + number(row.tx);
+  json += ",\"model\":" + number(row.model);
+  json += ",\"distance\":" + (row.level ? jsonText(levelName(*row.level)) : "null");
+  json += ",\"last_heard\":" + (row.heard ? jsonText(isoTime(*row.heard)) : "null");
+  return json + "}";
 }
 
 }  // namespace kvfob

@@ -1,22 +1,46 @@
-/// How the tags that a scan has heard are shown.
+/// The tags that a scan has heard.
 #ifndef APPS_KVFOB_LISTING_H
 #define APPS_KVFOB_LISTING_H
 
+#include <chrono>
 #include <cstdint>
+#include <functional>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "KVFobLink/KVTracker.h"
 #include "KVFobLink/KVTrackerCollections.h"
-#include "apps/kvfob/console.h"
+#include "apps/kvfob/options.h"
 
 namespace kvfob {
 
-/// One tag as a JSON object, without a line end. What is not known is null.
-std::string toJson(const KVTracker& tracker);
+/// The user's name for the tag of an address; empty for none.
+using NameOf = std::function<std::string(const std::string& address)>;
 
-/// The tags as a table with a heading, strongest first, in at most `height` lines.
-std::string toTable(const KVTrackers& trackers, const Console& console,
-                    std::size_t height = SIZE_MAX);
+/// What is shown of one tag.
+struct TagRow {
+  std::string name;
+  std::string address;
+  std::optional<std::int64_t> rssi;
+  std::optional<std::uint64_t> level;
+  std::int64_t battery = 0;
+  std::optional<std::int64_t> tx;
+  std::optional<std::int64_t> model;
+  std::optional<std::chrono::system_clock::time_point> heard;
+};
+
+/// The tags in the order that is asked for: the strongest, the fullest and the last heard first,
+/// and names and addresses as in an alphabet. Those of which it is not known come last.
+std::vector<TagRow> rowsOf(const KVTrackers& trackers, const NameOf& nameOf, SortBy order);
+
+/// "rssi" and so on, and the order that comes after it.
+std::string_view orderName(SortBy order);
+SortBy nextOrder(SortBy order);
+
+/// One tag as a JSON object, without a line end. What is not known is null.
+std::string toJson(const TagRow& row);
 
 }  // namespace kvfob
 

@@ -6,13 +6,17 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "KVFobLink/KVEventQueue.h"
 #include "apps/kvfob/signals.h"
 
 namespace kvfob {
 
-/// Dispatches an event queue, and looks out for signals meanwhile.
+class Screen;
+
+/// Dispatches an event queue, and looks out for signals meanwhile, and for keys while there is a
+/// screen. Make it before any thread is made.
 class Loop {
  public:
   Loop(std::shared_ptr<KVEventQueue> queue, const SignalFd& signals)
@@ -30,11 +34,18 @@ class Loop {
   bool runUntil(const std::function<bool()>& condition,
                 std::optional<std::chrono::milliseconds> most = std::nullopt);
 
+  /// The screen that this serves from now on; absent for none.
+  void attach(Screen* screen) { screen_ = screen; }
+
  private:
   void wait(std::optional<KVEventQueue::Duration> most);
+  void takeSignal();
+  void takeTerminalSignal();
 
   const std::shared_ptr<KVEventQueue> queue_;
   const SignalFd& signals_;
+  const SignalFd terminalSignals_{SIGWINCH, SIGTSTP, SIGCONT};
+  Screen* screen_ = nullptr;
   int signal_ = 0;
 };
 

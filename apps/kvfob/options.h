@@ -24,28 +24,45 @@ enum class Command {
   unbind,
   watch,
   tag,
-  decode
+  decode,
+  list,
+  rename,
+  forget,
+  doctor,
+  completion,
+  manual
 };
 enum class RadioKind { sim, bluez };
 enum class ColorMode { automatic, always, never };
+enum class LogLevel { off, radio, all };
+enum class Shell { bash, zsh, fish };
+enum class SortBy { address, rssi, battery, name, heard };
 
 struct Options {
   Command command = Command::demo;
-  RadioKind radio = RadioKind::sim;
+  RadioKind radio = RadioKind::bluez;
   ColorMode color = ColorMode::automatic;
   std::string adapter = {};  ///< As KVBlueZOptions takes it.
   std::chrono::milliseconds timeout{30'000};
-  bool log = false;
+  LogLevel log = LogLevel::off;
   std::uint64_t seed = 1;  ///< Of the simulated radio.
 
-  std::string tag = {};                                    ///< Address text.
+  std::string tag = {};                                    ///< As the user wrote it.
   std::optional<std::chrono::milliseconds> duration = {};  ///< Absent: until a signal.
   bool json = false;
-  bool instant = false;     ///< Of `demo`: with a virtual clock.
-  bool on = false;          ///< Of `alert`.
-  std::int64_t delay = 0;   ///< Of `delay`.
-  std::uint64_t level = 0;  ///< Of `distance`, a KVDistance.
+  SortBy sort = SortBy::rssi;  ///< Of `scan`.
+  bool instant = false;        ///< Of `demo`: with a virtual clock.
+  bool on = false;             ///< Of `alert`.
+  std::int64_t delay = 0;      ///< Of `delay`.
+  std::uint64_t level = 0;     ///< Of `distance`, a KVDistance.
   std::string passwordFile = {};
+
+  // Of `bind`, `rename` and `list`.
+  std::string name = {};
+  bool savePassword = false;
+  bool names = false;
+
+  Shell shell = Shell::bash;  ///< Of `completion`.
 
   // Of `decode`.
   std::string file = {};

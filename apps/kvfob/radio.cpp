@@ -11,20 +11,25 @@ namespace {
 
 using namespace std::chrono_literals;
 
+/// What the radio of this machine reports begins with this.
+constexpr std::string_view kRadioPrefix = "bluez: ";
+
 class Log final : public KVLog {
  public:
-  explicit Log(bool shown) : shown_(shown) {}
+  explicit Log(LogLevel level) : level_(level) {}
   void write(std::string_view line) override {
-    if (shown_) std::cerr << std::string("kvfob: log: ").append(line).append("\n");
+    if (level_ == LogLevel::off) return;
+    if (level_ == LogLevel::radio && !line.starts_with(kRadioPrefix)) return;
+    std::cerr << std::string("kvfob: log: ").append(line).append("\n");
   }
 
  private:
-  bool shown_;
+  LogLevel level_;
 };
 
 }  // namespace
 
-std::shared_ptr<KVLog> makeLog(bool shown) { return std::make_shared<Log>(shown); }
+std::shared_ptr<KVLog> makeLog(LogLevel level) { return std::make_shared<Log>(level); }
 
 PlatformInForce::PlatformInForce(std::shared_ptr<KVPlatform> platform)
     : platform_(std::move(platform)) {
@@ -43,7 +48,7 @@ void letGo(KVTracker& tracker) {
 
 Radio::Radio(const Options& options) {
   if (options.radio == RadioKind::sim) {
-    description_ = "simulated radio: nothing goes over the air (--radio bluez for a real one)";
+    description_ = "simulated radio: nothing goes over the air";
     fill(options);
     platform_.emplace(simulated_->platform());
     return;

@@ -16,8 +16,8 @@ namespace kvfob {
 inline constexpr const char* kBoundTag = "0a1b2c3d4e5f";
 inline constexpr const char* kBoundTagPassword = "sesame";
 
-/// Where the library's diagnostic lines go: to standard error, or nowhere.
-std::shared_ptr<KVLog> makeLog(bool shown);
+/// Where the library's diagnostic lines go: to standard error, as far as they are asked for.
+std::shared_ptr<KVLog> makeLog(LogLevel level);
 
 /// Puts a platform in force for as long as it lives, and then takes it apart: the time-out of a
 /// bind request outlasts it by up to half a minute, and meanwhile the queue keeps the tracker, and

@@ -5,12 +5,15 @@
 #include <variant>
 
 #include "apps/kvfob/air_run.h"
+#include "apps/kvfob/book_commands.h"
 #include "apps/kvfob/decode/decode.h"
 #include "apps/kvfob/demo.h"
+#include "apps/kvfob/doctor.h"
 #include "apps/kvfob/radio.h"
 #include "apps/kvfob/scan.h"
 #include "apps/kvfob/session.h"
 #include "apps/kvfob/tag_run.h"
+#include "apps/kvfob/text.h"
 
 namespace kvfob {
 namespace {
@@ -28,40 +31,89 @@ Outcome runDemo(const Options& options, const SignalFd& signals, Console& consol
   return Demo(simulated, options.instant ? nullptr : &loop, console).run();
 }
 
-Outcome runAir(const Options& options, const Secret& password, const SignalFd& signals,
-               Console& console) {
+Outcome runAir(const Options& options, const SignalFd& signals, Console& console) {
+  Secret password;
+  if (!options.passwordFile.empty()) {
+    auto read = readPassword(options.passwordFile, "");
+    if (auto* failure = std::get_if<Outcome>(&read)) return std::move(*failure);
+    password = std::move(std::get<Secret>(read));
+  }
   console.note("radio: bluez, adapter " + options.adapter);
   const auto queue = KVLinuxPlatform::makeEventQueue();
   Loop loop(queue, signals);
   return AirRun(queue, loop, console, options, password).run();
 }
 
-Outcome runOnRadio(const Options& options, const Secret& password, const SignalFd& signals,
-                   Console& console) {
+Outcome runOnRadio(const Options& options, const Secret& password, const Book& book,
+                   const SignalFd& signals, Console& console) {
   Radio radio(options);
   console.note("radio: " + radio.description());
   Loop loop(radio.queue(), signals);
   Session session(loop, console);
-  if (options.command == Command::scan) return runScan(session, options);
-  return TagRun(session, options, password).run();
+  const auto nameOf = [&](const std::string& tag) { return book.nameOf(options.radio, tag); };
+  auto outcome = options.command == Command::scan
+                     ? runScan(session, options, nameOf)
+                     : TagRun(session, options, password, nameOf(options.tag)).run();
+  if (outcome.code == kNoAdapter && options.radio == RadioKind::bluez) {
+    outcome.message += "; \"kvfob doctor\" tells more, and --radio sim needs no Bluetooth";
+  }
+  return outcome;
+}
+
+/// The saved password, or else the one that is given or asked for.
+PasswordResult passwordFor(const Options& options, const BookEntry* known) {
+  if (options.passwordFile.empty() && known != nullptr && !known->password.text().empty()) {
+    return Secret(known->password.text());
+  }
+  return readPassword(options.passwordFile, "Password of the tag: ");
+}
+
+/// A command on the tag that the user means.
+Outcome runOnTag(Options options, const Book& book, const SignalFd& signals, Console& console) {
+  const auto* known = book.find(options.radio, options.tag);
+  const auto address = known != nullptr ? known->address : parseAddress(options.tag);
+  if (!address) return unknownTag(options);
+  const auto* other = options.name.empty() ? nullptr : book.find(options.radio, options.name);
+  if (other != nullptr && other->address != *address) return nameTaken(options.name, *other);
+  options.tag = *address;
+
+  const auto password = passwordFor(options, known);
+  if (const auto* failure = std::get_if<Outcome>(&password)) return *failure;
+  const auto& secret = std::get<Secret>(password);
+  const auto outcome = runOnRadio(options, secret, book, signals, console);
+  if (outcome.code != kDone) return outcome;
+  if (options.command == Command::bind) return rememberBound(options, *address, secret);
+  if (options.command == Command::unbind) return rememberUnbound(options, *address);
+  return outcome;
+}
+
+Outcome runWithBook(const Options& options, const SignalFd& signals, Console& console) {
+  const auto read = Book::read();
+  if (const auto* failure = std::get_if<Outcome>(&read)) return *failure;
+  const auto& book = std::get<Book>(read);
+  if (options.command != Command::scan) return runOnTag(options, book, signals, console);
+  return runOnRadio(options, Secret(), book, signals, console);
 }
 
 }  // namespace
 
 Outcome runCommand(const Options& options, const SignalFd& signals, Console& console) {
-  if (options.command == Command::demo) return runDemo(options, signals, console);
-  if (options.command == Command::decode) {
-    return decode(options.file, std::cin, options.showSecrets, console);
+  switch (options.command) {
+    case Command::demo:
+      return runDemo(options, signals, console);
+    case Command::decode:
+      return decode(options.file, std::cin, options.showSecrets, console);
+    case Command::doctor:
+      return runDoctor(options, signals, console);
+    case Command::list:
+    case Command::rename:
+    case Command::forget:
+      return runOnBook(options, console);
+    case Command::tag:
+      return runAir(options, signals, console);
+    default:
+      return runWithBook(options, signals, console);
   }
-  Secret password;
-  const bool optional = options.command == Command::tag;
-  if (options.command != Command::scan && !(optional && options.passwordFile.empty())) {
-    auto result = readPassword(options.passwordFile, "Password of the tag: ");
-    if (auto* failure = std::get_if<Outcome>(&result)) return *failure;
-    password = std::move(std::get<Secret>(result));
-  }
-  if (options.command == Command::tag) return runAir(options, password, signals, console);
-  return runOnRadio(options, password, signals, console);
 }
 
 }  // namespace kvfob

@@ -1,14 +1,15 @@
 #ifndef APPS_KVFOB_SCAN_H
 #define APPS_KVFOB_SCAN_H
 
+#include "apps/kvfob/listing.h"
 #include "apps/kvfob/options.h"
 #include "apps/kvfob/session.h"
 
 namespace kvfob {
 
-/// Listens for tags and lists them: a table, redrawn on a terminal as tags are heard, or
-/// one JSON object a tag in the end.
-Outcome runScan(Session& session, const Options& options);
+/// Listens for tags and lists them: a table that lives while the scan goes on where the output is a
+/// terminal, and stands there in the end; or one JSON object a tag in the end.
+Outcome runScan(Session& session, const Options& options, NameOf nameOf);
 
 }  // namespace kvfob
 

@@ -111,6 +111,7 @@ bool Session::linksDown() const {
 Outcome Session::run() {
   loop_.runUntil([this] { return finished() || loop_.signal() != 0; });
   if (!finished()) finish({kSignal + loop_.signal(), ""});
+  if (const auto task = std::exchange(atEnd_, {})) task();
   dropLinks();
   loop_.runUntil([this] { return linksDown(); }, kDropPatience);
   for (const auto& tracker : trackers_) letGo(*tracker);

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "KVFobLink/KVFobLink.h"
@@ -29,6 +30,7 @@ class Session {
 
   KVTrackerManager& manager() { return *manager_; }
   Console& console() { return console_; }
+  Loop& loop() { return loop_; }
 
   /// Calls `ready` once the adapter is on. Without one that is, the run ends with `kNoAdapter`; an
   /// adapter of which nothing is known may take up to `patience`, or three seconds if that is less.
@@ -42,6 +44,9 @@ class Session {
 
   /// Sees to it that this tag's link is dropped in the end.
   void dropInTheEnd(std::shared_ptr<KVTracker> tracker);
+
+  /// Calls `task` as soon as the run has ended, before its links are dropped.
+  void atEnd(std::function<void()> task) { atEnd_ = std::move(task); }
 
   /// Ends the run; only the first call counts.
   void finish(Outcome outcome);
@@ -60,6 +65,7 @@ class Session {
   Console& console_;
   std::shared_ptr<KVTrackerManager> manager_;
   std::function<void()> ready_;
+  std::function<void()> atEnd_;
   bool adapterMayFail_ = false;
   bool on_ = false;
   std::vector<std::shared_ptr<KVTracker>> trackers_;

@@ -42,13 +42,14 @@ std::string success(const Options& options) {
 
 }  // namespace
 
-TagRun::TagRun(Session& session, const Options& options, const Secret& password)
-    : session_(session), options_(options) {
+TagRun::TagRun(Session& session, const Options& options, const Secret& password, std::string name)
+    : session_(session), options_(options), name_(std::move(name)) {
   session_.manager().setPassword(password.text());
 }
 
 Outcome TagRun::run() {
   session_.whenOn([this] { search(); }, options_.timeout);
+  session_.atEnd([this] { screen_.reset(); });
   return session_.run();
 }
 
@@ -58,6 +59,11 @@ void TagRun::search() {
     tracker_ = session_.manager().addTracker(options_.tag);
     session_.dropInTheEnd(tracker_);
     tracker_->didConnectionChange([this](std::uint64_t value) { connectionChanged(value); });
+  }
+  // The library's lines would be written across a screen.
+  if (options_.command == Command::watch && session_.console().live() &&
+      options_.log == LogLevel::off) {
+    screen_ = std::make_unique<WatchScreen>(session_, tracker_, name_);
   }
   // A bound tag is connected as soon as it is heard.
   session_.manager().startScan([this](const KVTrackers& trackers) { scanned(trackers); });
@@ -171,14 +177,21 @@ void TagRun::watch() {
   session_.surviveAdapter();
   reportConnection(KVConnectionConnected);
   if (options_.duration) session_.after(*options_.duration, [this] { session_.finish({}); });
-  tracker_->didReceive([this](std::int64_t event) {
-    report(event == 1 ? "button pressed" : "event " + std::to_string(event));
-  });
-  tracker_->didValueUpdate([this] {
-    if (tracker_->connection() != KVConnectionConnected) return;
-    report("rssi " + std::to_string(tracker_->rssi()) + " dBm, " +
-           std::string(levelName(tracker_->distance())));
-  });
+  tracker_->didReceive([this](std::int64_t event) { reportEvent(event); });
+  tracker_->didValueUpdate([this] { reportSignal(); });
+}
+
+void TagRun::reportEvent(std::int64_t event) {
+  if (event != 1) return report("event " + std::to_string(event));
+  if (screen_) return screen_->logPress();
+  report("button pressed");
+}
+
+void TagRun::reportSignal() {
+  if (tracker_->connection() != KVConnectionConnected) return;
+  if (screen_) return screen_->measured();
+  report("rssi " + std::to_string(tracker_->rssi()) + " dBm, " +
+         std::string(levelName(tracker_->distance())));
 }
 
 void TagRun::reportConnection(std::uint64_t connection) {
@@ -190,6 +203,7 @@ void TagRun::reportConnection(std::uint64_t connection) {
 }
 
 void TagRun::report(const std::string& what) {
+  if (screen_) return screen_->log(what);
   const auto now = KVPlatform::current().clock->now();
   auto& console = session_.console();
   console.line(console.styled(Style::dim, clockTime(now)) + "  " + what);

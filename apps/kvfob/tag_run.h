@@ -9,12 +9,14 @@
 #include "apps/kvfob/options.h"
 #include "apps/kvfob/password.h"
 #include "apps/kvfob/session.h"
+#include "apps/kvfob/watch_screen.h"
 
 namespace kvfob {
 
 class TagRun {
  public:
-  TagRun(Session& session, const Options& options, const Secret& password);
+  /// @param name  The user's for the tag; empty for none.
+  TagRun(Session& session, const Options& options, const Secret& password, std::string name);
 
   /// Runs the command to its end.
   Outcome run();
@@ -33,10 +35,14 @@ class TagRun {
 
   void watch();
   void reportConnection(std::uint64_t connection);
+  void reportEvent(std::int64_t event);
+  void reportSignal();
   void report(const std::string& what);
 
   Session& session_;
   const Options& options_;
+  const std::string name_;
+  std::unique_ptr<WatchScreen> screen_;  // of `watch` on a terminal
   std::shared_ptr<KVTracker> tracker_;
   Stage stage_ = Stage::searching;
   std::uint64_t reported_ = KVConnectionDisconnect;

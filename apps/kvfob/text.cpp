@@ -106,6 +106,21 @@ std::string clockTime(std::chrono::system_clock::time_point time) {
   return formatTime(time, "%H:%M:%S", localtime_r);
 }
 
+std::string jsonText(std::string_view text) {
+  std::string json = "\"";
+  for (const char c : text) {
+    if (static_cast<unsigned char>(c) < 0x20) {
+      std::array<char, 8> escaped{};
+      std::snprintf(escaped.data(), escaped.size(), "\\u%04x", static_cast<unsigned>(c));
+      json += escaped.data();
+      continue;
+    }
+    if (c == '"' || c == '\\') json += '\\';
+    json += c;
+  }
+  return json + "\"";
+}
+
 std::string hex(KVBytes bytes, bool spaced) {
   constexpr std::string_view kDigits = "0123456789abcdef";
   std::string text;

@@ -32,6 +32,9 @@ std::string isoTime(std::chrono::system_clock::time_point time);
 /// "23:59:59.123", in the user's own time zone.
 std::string clockTime(std::chrono::system_clock::time_point time);
 
+/// A JSON string, with its quotation marks.
+std::string jsonText(std::string_view text);
+
 /// Two lower-case digits a byte, with a space after every byte but the last when `spaced`.
 std::string hex(KVBytes bytes, bool spaced = false);
 

@@ -1,6 +1,7 @@
 #include "tests/kvfob/child.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
 #include <sys/wait.h>
@@ -19,7 +20,14 @@ namespace {
 
 constexpr int kPatienceMs = 20'000;
 
+/// Keeps the user's own tags out of the tests.
+void useOwnState() {
+  static const int done = setenv("XDG_STATE_HOME", ::testing::TempDir().c_str(), /*overwrite=*/0);
+  static_cast<void>(done);
+}
+
 std::vector<char*> argumentsOf(std::vector<std::string>& arguments) {
+  useOwnState();
   arguments.insert(arguments.begin(), KVFOB_PROGRAM);
   std::vector<char*> pointers;
   for (auto& argument : arguments) pointers.push_back(argument.data());

@@ -17,7 +17,7 @@ using namespace std::chrono_literals;
 struct Stage {
   static kvsim::SimulatedRadioOptions options() {
     kvsim::SimulatedRadioOptions chosen;
-    chosen.log = makeLog(/*shown=*/false);
+    chosen.log = makeLog(LogLevel::off);
     return chosen;
   }
 

@@ -17,23 +17,24 @@ std::variant<Options, Outcome> parse(std::vector<const char*> arguments) {
 }
 
 TEST(CommandLine, ReadsOptions) {
-  const auto scan = std::get<Options>(parse({"scan", "--for", "2s", "--json"}));
+  const auto scan = std::get<Options>(parse({"scan", "--for", "2s", "--json", "--sort", "name"}));
   EXPECT_EQ(scan.command, Command::scan);
-  EXPECT_EQ(scan.radio, RadioKind::sim);
+  EXPECT_EQ(scan.radio, RadioKind::bluez);
   EXPECT_EQ(scan.duration, 2s);
   EXPECT_TRUE(scan.json);
+  EXPECT_EQ(scan.sort, SortBy::name);
 
   const auto alert =
-      std::get<Options>(parse({"--radio", "bluez", "--timeout", "5", "alert", "0A:1B:2C:3D:4E:5F",
-                               "on", "--adapter", "hci7", "--color", "never", "--log"}));
+      std::get<Options>(parse({"--radio", "sim", "--timeout", "5", "alert", "0A:1B:2C:3D:4E:5F",
+                               "on", "--adapter", "hci7", "--color", "never", "--log", "all"}));
   EXPECT_EQ(alert.command, Command::alert);
-  EXPECT_EQ(alert.radio, RadioKind::bluez);
-  EXPECT_EQ(alert.tag, "0a1b2c3d4e5f");
+  EXPECT_EQ(alert.radio, RadioKind::sim);
+  EXPECT_EQ(alert.tag, "0A:1B:2C:3D:4E:5F");
   EXPECT_TRUE(alert.on);
   EXPECT_EQ(alert.adapter, "hci7");
   EXPECT_EQ(alert.timeout, 5s);
   EXPECT_EQ(alert.color, ColorMode::never);
-  EXPECT_TRUE(alert.log);
+  EXPECT_EQ(alert.log, LogLevel::all);
 
   EXPECT_EQ(std::get<Options>(parse({"delay", "0a1b2c3d4e5f", "7000"})).delay, 7000);
   EXPECT_EQ(std::get<Options>(parse({"distance", "0a1b2c3d4e5f", "near"})).level, KVDistanceNear);
@@ -48,7 +49,8 @@ TEST(CommandLine, RefusesWrongUsage) {
       {},
       {"sing"},
       {"ring"},
-      {"ring", "0a1b"},
+      {"bind", "0a1b2c3d4e5f", "--name", "0a1b2c3d4e60"},
+      {"rename", "keys", "--", "-keys"},
       {"ring", "0a1b2c3d4e5f", "--password", "secret"},
       {"ring", "0a1b2c3d4e5f", "--timeout", "0"},
       {"scan", "--radio", "fm"},

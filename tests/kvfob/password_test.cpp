@@ -53,7 +53,7 @@ TEST(Password, IsWipedWhenItIsMoved) {
 }
 
 TEST(Password, PromptDoesNotEcho) {
-  Child child({"ring", "0a1b2c3d4e5f"});
+  Child child({"--radio", "sim", "ring", "0a1b2c3d4e5f"});
   ASSERT_TRUE(child.awaitText("Password of the tag: "));
   EXPECT_FALSE(child.echoes());
   child.type("sesame\n");
@@ -65,7 +65,7 @@ TEST(Password, PromptDoesNotEcho) {
 
 TEST(Password, PromptRestoresTheTerminalOnSignals) {
   for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
-    Child child({"ring", "0a1b2c3d4e5f"});
+    Child child({"--radio", "sim", "ring", "0a1b2c3d4e5f"});
     ASSERT_TRUE(child.awaitText("Password of the tag: "));
     child.type("ses");
     child.signal(number);

@@ -29,16 +29,17 @@ TEST(Program, ExitStatuses) {
       {{"ring", "0a1b2c3d4eff", "--timeout", "300ms"}, "x", kNotFound, "", "was not heard"},
       {{"ring", "0a1b2c3d4e5f"}, "far too long a password", kUsage, "", "1 to 13 bytes"},
       {{"watch", "0a1b2c3d4e5f", "--for", "50ms"}, "sesame", kDone, "connected", ""},
-      {{"ring", "0a1b2c3d4e5f", "--radio", "bluez", "--timeout", "200ms"},
-       "x",
-       kNoAdapter,
-       "",
-       "service"},
+      {{"ring", "0a1b2c3d4e5f", "--timeout", "200ms"}, "x", kNoAdapter, "", "--radio sim"},
+      {{"ring", "0a1b"}, "", kUsage, "", "kvfob list"},
+      {{"scan", "--for", "500ms", "--color", "always"}, "", kDone, "0a1b2c3d4e61", ""},
+      {{"doctor"}, "", kNoAdapter, "PROBLEM", "cannot be used"},
       {{"tag", "--adapter", "hci0", "--timeout", "200ms"}, "x", kNoAdapter, "", "bus"},
   };
   // A bus that is not there stands for a machine without a Bluetooth service.
   setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
   for (auto [arguments, password, status, out, err] : kCases) {
+    // The one that is tried without saying so is that of the machine.
+    if (status != kNoAdapter) arguments.insert(arguments.begin(), {"--radio", "sim"});
     if (!password.empty()) arguments.insert(arguments.end(), {"--password-file", "-"});
     const auto result = runProgram(arguments, password + "\n");
     const auto shown = ::testing::PrintToString(arguments) + "\n" + result.out + result.err;
@@ -88,16 +89,16 @@ TEST(Program, DecodesFramesAndRefusesOtherInput) {
 }
 
 TEST(Program, NoTerminalToAskOn) {
-  const auto result = runProgram({"ring", "0a1b2c3d4e5f"});
+  const auto result = runProgram({"--radio", "sim", "ring", "0a1b2c3d4e5f"});
   EXPECT_EQ(result.status, kUsage);
   EXPECT_NE(result.err.find("--password-file"), std::string::npos);
 }
 
 TEST(Program, ScanPrintsOneObjectALine) {
-  const auto result = runProgram({"scan", "--json", "--for", "500ms"});
+  const auto result = runProgram({"scan", "--json", "--for", "500ms", "--radio", "sim"});
   EXPECT_EQ(result.status, kDone);
   const std::string object =
-      R"re(\{"address":"[0-9a-f]{12}","rssi":-[0-9]+,"battery":[0-9]+,"tx":null,)re"
+      R"re(\{"address":"[0-9a-f]{12}","name":null,"rssi":-[0-9]+,"battery":[0-9]+,"tx":null,)re"
       R"re("model":([0-9]+|null),"distance":"(far|middle|near)",)re"
       R"re("last_heard":"[-0-9]{10}T[0-9:]{8}\.[0-9]{3}Z"\})re";
   EXPECT_THAT(result.out, ::testing::MatchesRegex("(" + object + "\n){3}"));
@@ -105,12 +106,25 @@ TEST(Program, ScanPrintsOneObjectALine) {
 
 TEST(Program, SignalsEndItOrderly) {
   for (const int number : {SIGINT, SIGTERM}) {
-    Child child({"watch", "0a1b2c3d4e5f"});
+    Child child({"--radio", "sim", "watch", "0a1b2c3d4e5f"});
     ASSERT_TRUE(child.awaitText("Password"));
     child.type("sesame\n");
     ASSERT_TRUE(child.awaitText("connected")) << child.output();
     child.signal(number);
     EXPECT_EQ(child.awaitEnd(), kSignal + number);
+  }
+}
+
+TEST(Program, ScreenGivesTheTerminalBack) {
+  const std::string back = "\033[?1049l";  // from the alternate screen
+  for (const int number : {SIGINT, SIGTERM, SIGHUP, 0}) {
+    Child child({"--radio", "sim", "scan", "--for", "1m"});
+    ASSERT_TRUE(child.awaitText("0a1b2c3d4e61")) << child.output();
+    EXPECT_FALSE(child.echoes());
+    number != 0 ? child.signal(number) : child.type("q");
+    EXPECT_EQ(child.awaitEnd(), number == 0 ? kDone : kSignal + number);
+    EXPECT_TRUE(child.echoes()) << number;
+    EXPECT_NE(child.output().find(back), std::string::npos) << number;
   }
 }
 

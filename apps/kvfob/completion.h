@@ -1,0 +1,18 @@
+/// Completions for shells, made from the command line's own description.
+#ifndef APPS_KVFOB_COMPLETION_H
+#define APPS_KVFOB_COMPLETION_H
+
+#include <CLI/App.hpp>
+#include <string>
+
+#include "apps/kvfob/options.h"
+
+namespace kvfob {
+
+/// A script for the shell, which completes commands, options, their words, files, and tags by what
+/// `kvfob list --names` prints.
+std::string completionScript(const CLI::App& app, Shell shell);
+
+}  // namespace kvfob
+
+#endif  // APPS_KVFOB_COMPLETION_H

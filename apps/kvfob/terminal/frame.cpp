@@ -1,0 +1,29 @@
+#include "apps/kvfob/terminal/frame.h"
+
+namespace kvfob {
+
+void drawFooter(Canvas& canvas, const std::vector<KeyHint>& hints) {
+  const auto y = canvas.height() - 1;
+  std::size_t x = 1;
+  for (const auto& [key, action] : hints) {
+    const auto end = x + columnsOf(key) + columnsOf(action) + 3;
+    if (end > canvas.width()) return;
+    x = canvas.put(x, y, " " + key + " ", Style::title);
+    x = canvas.put(x + 1, y, action) + 2;
+  }
+}
+
+void drawRule(Canvas& canvas, std::size_t y, const std::string& title, const std::string& remark) {
+  for (std::size_t x = 0; x < canvas.width(); ++x) canvas.put(x, y, "─", Style::dim);
+  canvas.put(1, y, " " + title + " ", Style::bold);
+  if (!remark.empty()) canvas.putRight(canvas.width() - 1, y, " " + remark + " ", Style::dim);
+}
+
+Style batteryStyle(std::int64_t battery) {
+  constexpr std::int64_t kEmpty = 20;
+  constexpr std::int64_t kLow = 40;
+  if (battery < kEmpty) return Style::bad;
+  return battery < kLow ? Style::warn : Style::plain;
+}
+
+}  // namespace kvfob

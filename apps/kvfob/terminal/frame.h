@@ -1,0 +1,30 @@
+/// What the views have in common.
+#ifndef APPS_KVFOB_TERMINAL_FRAME_H
+#define APPS_KVFOB_TERMINAL_FRAME_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "apps/kvfob/terminal/canvas.h"
+
+namespace kvfob {
+
+struct KeyHint {
+  std::string key;
+  std::string action;
+};
+
+/// The last row: what the keys do, as many as there is room for.
+void drawFooter(Canvas& canvas, const std::vector<KeyHint>& hints);
+
+/// A line across, with a title in it and a remark at its end.
+void drawRule(Canvas& canvas, std::size_t y, const std::string& title,
+              const std::string& remark = {});
+
+/// The colour of a battery value, 0 to 100.
+Style batteryStyle(std::int64_t battery);
+
+}  // namespace kvfob
+
+#endif  // APPS_KVFOB_TERMINAL_FRAME_H

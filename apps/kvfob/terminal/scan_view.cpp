@@ -1,0 +1,180 @@
+#include "apps/kvfob/terminal/scan_view.h"
+
+#include <algorithm>
+#include <array>
+
+#include "apps/kvfob/terminal/frame.h"
+#include "apps/kvfob/terminal/plot.h"
+#include "apps/kvfob/text.h"
+
+namespace kvfob {
+namespace {
+
+enum class Column { name, address, rssi, bar, level, battery, model, heard };
+
+struct Layout {
+  Column column;
+  std::string_view title;
+  std::size_t width;
+  bool right;
+};
+
+// Where each begins; a name takes what the others leave.
+constexpr std::size_t kGap = 2;
+constexpr std::size_t kNameLeast = 8;
+constexpr std::size_t kNameMost = 40;
+constexpr std::size_t kBarLeast = 10;
+constexpr std::size_t kBarMost = 24;
+
+constexpr std::array<Layout, 8> kColumns{{{Column::name, "NAME", kNameLeast, false},
+                                          {Column::address, "ADDRESS", 12, false},
+                                          {Column::rssi, "RSSI", 4, true},
+                                          {Column::bar, "", kBarLeast, false},
+                                          {Column::level, "LEVEL", 6, false},
+                                          {Column::battery, "BATTERY", 7, true},
+                                          {Column::model, "MODEL", 5, true},
+                                          {Column::heard, "HEARD", 7, true}}};
+
+// What goes first where there is little room.
+constexpr std::array<Column, 6> kLeastNeeded{Column::model,   Column::heard, Column::bar,
+                                             Column::battery, Column::name,  Column::level};
+
+std::size_t widthOf(const std::vector<Layout>& columns) {
+  std::size_t width = 1;
+  for (const auto& column : columns) width += column.width + kGap;
+  return width - kGap + 1;
+}
+
+void remove(std::vector<Layout>& columns, Column which) {
+  std::erase_if(columns, [which](const Layout& column) { return column.column == which; });
+}
+
+void widen(std::vector<Layout>& columns, Column which, std::size_t most, std::size_t width) {
+  const auto used = widthOf(columns);
+  for (auto& column : columns) {
+    if (column.column == which && used < width) {
+      column.width = std::max(column.width, std::min(most, column.width + width - used));
+    }
+  }
+}
+
+std::vector<Layout> layoutFor(const ScanView& view, std::size_t width) {
+  std::vector<Layout> columns(kColumns.begin(), kColumns.end());
+  std::size_t name = 0;
+  for (const auto& row : view.rows) name = std::max(name, columnsOf(row.name));
+  if (name == 0) remove(columns, Column::name);
+  for (const auto column : kLeastNeeded) {
+    if (widthOf(columns) > width) remove(columns, column);
+  }
+  widen(columns, Column::name, std::clamp(name, kNameLeast, kNameMost), width);
+  widen(columns, Column::bar, kBarMost, width);
+  return columns;
+}
+
+std::string agoOf(const TagRow& row, std::chrono::system_clock::time_point now) {
+  if (!row.heard) return "-";
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(now - *row.heard).count();
+  if (seconds < 1) return "now";
+  return seconds < 120 ? std::to_string(seconds) + " s" : std::to_string(seconds / 60) + " min";
+}
+
+struct Value {
+  std::string text;
+  Style style = Style::plain;
+};
+
+Value valueOf(const TagRow& row, Column column, const ScanView& view) {
+  const auto strength = row.rssi ? strengthStyle(static_cast<double>(*row.rssi)) : Style::dim;
+  switch (column) {
+    case Column::name:
+      return {row.name, Style::bold};
+    case Column::address:
+      return {row.address};
+    case Column::rssi:
+      return {row.rssi ? std::to_string(*row.rssi) : "-", strength};
+    case Column::level:
+      return {row.level ? std::string(levelName(*row.level)) : "-", strength};
+    case Column::battery:
+      return {std::to_string(row.battery), batteryStyle(row.battery)};
+    case Column::model:
+      return {row.model ? std::to_string(*row.model) : "-"};
+    case Column::heard:
+      return {agoOf(row, view.now), Style::dim};
+    case Column::bar:
+      break;
+  }
+  return {};
+}
+
+void drawRow(Canvas& canvas, std::size_t y, const std::vector<Layout>& columns, const TagRow& row,
+             const ScanView& view) {
+  std::size_t x = 1;
+  for (const auto& [column, title, width, right] : columns) {
+    const auto value = valueOf(row, column, view);
+    if (column == Column::bar) {
+      const auto share = row.rssi ? strengthShare(static_cast<double>(*row.rssi)) : 0;
+      canvas.bar(x, y, width, share, strengthStyle(static_cast<double>(row.rssi.value_or(0))));
+    } else if (right) {
+      canvas.putRight(x + width, y, value.text, value.style);
+    } else {
+      canvas.put(x, y, value.text, value.style, width);
+    }
+    x += width + kGap;
+  }
+}
+
+/// The heading and, from the row after it, as many tags as fit above `end`.
+void drawRows(Canvas& canvas, std::size_t top, std::size_t end, const ScanView& view) {
+  const auto columns = layoutFor(view, canvas.width());
+  std::size_t x = 1;
+  for (const auto& [column, title, width, right] : columns) {
+    if (right) {
+      canvas.putRight(x + width, top, title, Style::bold);
+    } else {
+      canvas.put(x, top, title, Style::bold);
+    }
+    x += width + kGap;
+  }
+  const auto room = end > top ? end - top - 1 : 0;
+  const bool clipped = view.rows.size() > room;
+  const auto shown = clipped && room > 0 ? room - 1 : std::min(room, view.rows.size());
+  for (std::size_t i = 0; i < shown; ++i) drawRow(canvas, top + 1 + i, columns, view.rows[i], view);
+  if (clipped && room > 0) {
+    const auto more = std::to_string(view.rows.size() - shown);
+    canvas.put(1, top + 1 + shown, "and " + more + " more", Style::dim);
+  }
+}
+
+}  // namespace
+
+std::vector<std::string> drawTable(const ScanView& view, Look look) {
+  look.height = view.rows.empty() ? 1 : view.rows.size() + 1;
+  Canvas canvas(look);
+  if (view.rows.empty()) {
+    canvas.put(1, 0, "no tag heard", Style::dim);
+  } else {
+    drawRows(canvas, 0, canvas.height(), view);
+  }
+  return canvas.lines();
+}
+
+std::vector<std::string> drawScan(const ScanView& view, const Look& look) {
+  Canvas canvas(look);
+  const bool roomy = look.height >= 12;
+  const auto tags = view.rows.size() == 1 ? "1 tag" : std::to_string(view.rows.size()) + " tags";
+  auto x = canvas.put(1, 0, tags + " in range", Style::bold) + 2;
+  canvas.put(x, 0, view.note, Style::warn);
+  const auto left = std::chrono::ceil<std::chrono::seconds>(view.left).count();
+  canvas.putRight(look.width - 1, 0, "  " + std::to_string(left) + " s left", Style::dim);
+  const std::size_t top = roomy ? 2 : 1;
+  const auto end = look.height - (roomy ? 2 : 1);
+  if (view.rows.empty()) {
+    canvas.put(1, top, "listening…", Style::dim);
+  } else {
+    drawRows(canvas, top, end, view);
+  }
+  drawFooter(canvas, {{"s", "sort: " + std::string(orderName(view.order))}, {"q", "quit"}});
+  return canvas.lines();
+}
+
+}  // namespace kvfob
