@@ -7,7 +7,7 @@ import time
 
 from kit import SCENARIOS
 from program import Failure, Program, stop_all
-from stack import air, daemon_runs, forget_devices, start_daemon
+from stack import air, daemon_runs, forget_devices, power, start_daemon
 
 TOPICS = ("commands", "links", "service", "crowd")
 
@@ -24,6 +24,7 @@ def run(scenario, limit):
     begun = time.monotonic()
     problem = None
     air("hci0 calm")
+    power("hci0", True)
     signal.alarm(limit)
     try:
         scenario()

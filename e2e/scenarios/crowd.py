@@ -5,10 +5,10 @@ from kit import LOST, PASSWORD, TAGS, bound_tag, do, on_tag, require, scenario, 
 from stack import air, expect_links
 
 
-def expect_heard(number, **values):
+def expect_heard(batteries):
     heard = [json.loads(line) for line in do("scan", "--for", "4s", "--json").splitlines() if line.startswith("{")]
-    require(any(values.items() <= one.items() for one in heard if one["address"] == TAGS[number]),
-            f"tag {number} with {values} is not in {heard}")
+    found = {one["address"]: one["battery"] for one in heard}
+    require(batteries.items() <= found.items(), f"not {batteries} but {found}")
 
 
 @scenario(120)
@@ -16,8 +16,8 @@ def several_tags():
     """All are heard, each as itself, and each obeys what it is told."""
     tags = {number: tag("--password-file", PASSWORD, "--battery", str(50 + number), number=number)
             for number in (1, 2, 3)}
+    expect_heard({TAGS[number]: 50 + number for number in tags})
     for number, virtual in tags.items():
-        expect_heard(number, battery=50 + number)
         on_tag("ring", number=number)
         virtual.expect("^ring", 5)
         expect_links(0)
@@ -29,7 +29,7 @@ def two_clients():
     bound_tag(1)
     bound_tag(2)
     watching = watch(1)
-    expect_heard(2)
+    expect_heard({TAGS[2]: 100})
     expect_links(1)
     air("hci0 conn_rssi -41")
     watching.expect("rssi -41 dBm", 15)

@@ -8,6 +8,7 @@ from stack import air, expect_links
 # The Attribute Protocol packet, in hexadecimal, that a link is lost with: the how-manieth such one of the link. Blocks
 # of 16 bytes are the handshake's and the commands', as nothing else on this link has that size.
 BLOCK = ".{32}"
+ANSWER = "(1b....|23....1000)" + BLOCK  # a notification, alone or as one of several
 HANDSHAKE = (
     (1, "10.*"),  # services are asked for
     (1, "08.*0328"),  # characteristics are
@@ -15,11 +16,11 @@ HANDSHAKE = (
     (1, "0b" + BLOCK),  # the tag's half of the key arrives
     (1, "12...." + BLOCK),  # the token is written
     (2, "12...." + BLOCK),  # the password is
-    (1, "1b...." + BLOCK),  # the tag accepts it
+    (1, ANSWER),  # the tag accepts it
 )
 COMMAND = (
     (3, "12...." + BLOCK),  # the command is written
-    (2, "1b...." + BLOCK),  # the tag has carried it out
+    (2, ANSWER),  # the tag has carried it out
 )
 
 
