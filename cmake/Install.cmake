@@ -6,6 +6,7 @@ install(DIRECTORY include/KVFobLink include/KVFobSimulator DESTINATION ${CMAKE_I
   FILES_MATCHING PATTERN *.h)
 install(TARGETS KVFobLink_shared KVFobLink_static KVFobSimulator EXPORT KVFobLinkTargets)
 install(TARGETS kvfob)
+include(cmake/InstallHelp.cmake)
 install(EXPORT KVFobLinkTargets NAMESPACE KVFobLink:: DESTINATION ${package_dir})
 
 configure_package_config_file(cmake/KVFobLinkConfig.cmake.in KVFobLinkConfig.cmake

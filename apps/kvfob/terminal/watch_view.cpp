@@ -123,9 +123,7 @@ void drawKeys(Canvas& canvas, const WatchView& view) {
                       {"s", "silence"},
                       {"a", view.alert.value_or(false) ? "alert off" : "alert on"},
                       {"d", "delay"},
-                      {"1", "far"},
-                      {"2", "middle"},
-                      {"3", "near"},
+                      {"1-3", "far to near"},
                       {"q", "quit"}});
 }
 
