@@ -1,8 +1,6 @@
 // The whole road against a simulated tag, which reads the wire with code of its own.
 #include <gtest/gtest.h>
 
-#include <random>
-
 #include "KVFobLink/KVFobLink.h"
 #include "KVFobSimulator/KVFobSimulator.h"
 
@@ -61,11 +59,6 @@ class Road : public ::testing::Test {
     return result;
   }
 
-  bool connectedWithin(seconds most) {
-    return radio.clock().runUntil([&] { return tracker->connection() == KVConnectionConnected; },
-                                  most);
-  }
-
   kvsim::SimulatedRadio radio{{.seed = 7, .log = std::make_shared<SilentLog>()}};
   std::shared_ptr<KVTrackerManager> manager;
   std::shared_ptr<KVTracker> tracker;
@@ -106,7 +99,8 @@ TEST_F(Road, FromTheFirstAdvertisementToUnbinding) {
   radio.dropLink(tag);
   radio.clock().runFor(std::chrono::milliseconds(1));
   EXPECT_NE(tracker->connection(), KVConnectionConnected);
-  EXPECT_TRUE(connectedWithin(seconds(10)));
+  EXPECT_TRUE(radio.clock().runUntil([&] { return tracker->connection() == KVConnectionConnected; },
+                                     seconds(10)));
   EXPECT_EQ(tag->state().sessions, 2u);
   EXPECT_EQ(ring(true), "done");
 
@@ -127,39 +121,6 @@ TEST_F(Road, RefusedPassword) {
   manager->setPassword("other");
   EXPECT_EQ(bind(), "done");
   EXPECT_TRUE(tag->state().bound);
-}
-
-TEST_F(Road, EightHoursOfDrops) {
-  const auto tag = radio.addTag({});
-  ASSERT_EQ(bind(), "done");
-  std::mt19937 random(20240101);
-  auto left = std::chrono::seconds(std::chrono::hours(8));
-  while (left.count() > 0) {
-    const seconds pause(random() % 120 + 1);
-    left -= pause;
-    radio.clock().runFor(pause + std::chrono::milliseconds(random() % 1000));
-    switch (random() % 4) {
-      case 0:
-        radio.setInRange(tag, false);
-        radio.clock().runFor(seconds(random() % 60));
-        radio.setInRange(tag, true);
-        break;
-      case 1:
-        tag->behaviour().steps[static_cast<kvsim::RoadStep>(random() % 13)] = {.times = 1};
-        break;
-      default:
-        break;
-    }
-    radio.dropLink(tag);
-  }
-  tag->behaviour().steps.clear();
-  radio.clock().runFor(seconds(1));  // the last drop takes its effect
-  EXPECT_TRUE(connectedWithin(seconds(60)));
-  EXPECT_EQ(ring(true), "done");
-  EXPECT_TRUE(tag->state().bellRinging);
-  EXPECT_GT(tag->state().sessions, 300u);
-  EXPECT_EQ(tag->state().rejected, 0u);
-  EXPECT_EQ(manager->bindTrackers()->size(), 1u);
 }
 
 }  // namespace

@@ -82,31 +82,5 @@ TEST(VirtualEventQueueTest, IdleMeansThatOnlyBackgroundWorkIsLeft) {
   EXPECT_EQ(queue.now(), 25s);
 }
 
-TEST(SimulatedRadioClockTest, RealTime) {
-  SimulatedRadio radio({.clock = ClockKind::Real, .advertisingInterval = 5ms});
-  struct Listener : KVCentralDelegate {
-    void centralManagerDidUpdateState(KVCentral& central) override {
-      central.scanForPeripherals({}, /*allowDuplicates=*/true);
-    }
-    void didDiscoverPeripheral(KVCentral&, const std::shared_ptr<KVPeripheral>&,
-                               const KVAdvertisement&, std::optional<std::int64_t>) override {
-      if (++adverts == 3) queue->stop();
-    }
-    void didConnectPeripheral(KVCentral&, const std::shared_ptr<KVPeripheral>&) override {}
-    void didFailToConnectPeripheral(KVCentral&, const std::shared_ptr<KVPeripheral>&,
-                                    const std::optional<KVError>&) override {}
-    void didDisconnectPeripheral(KVCentral&, const std::shared_ptr<KVPeripheral>&,
-                                 const std::optional<KVError>&) override {}
-    std::shared_ptr<KVEventQueue> queue;
-    int adverts = 0;
-  } listener;
-  const auto platform = radio.platform();
-  listener.queue = platform->eventQueue;
-  radio.addTag();
-  const auto central = platform->radio->makeCentral(listener, platform->eventQueue);
-  platform->eventQueue->runFor(20s);
-  EXPECT_EQ(listener.adverts, 3);
-}
-
 }  // namespace
 }  // namespace kvsim
