@@ -189,7 +189,8 @@ std::string zshScript(const Command& common, const std::vector<Command>& command
   std::string described;
   std::string cases;
   for (const auto& command : commands) {
-    described += "      " + shellWord(command.name + ":" + replaced(command.help, ":", "\\:")) + "\n";
+    described +=
+        "      " + shellWord(command.name + ":" + replaced(command.help, ":", "\\:")) + "\n";
     cases += "      " + command.name + ")\n        _arguments" +
              zshArguments(command, "          ") + " ;;\n";
   }

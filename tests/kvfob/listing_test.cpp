@@ -90,8 +90,8 @@ TEST_F(Listing, DrawingsFitTheTerminal) {
   ScanView scan{.rows = rows(SortBy::rssi), .now = KVTracker::Date{} + 5s, .left = 3s};
   for (int i = 0; i < 60; ++i) scan.rows.push_back(scan.rows[static_cast<std::size_t>(i % 3)]);
   scan.note = std::string(200, 'n');
-  for (const std::size_t width : {1, 20, 40, 80, 120, 250}) {
-    for (const std::size_t height : {1, 2, 5, 24, 40}) {
+  for (const std::size_t width : {1U, 20U, 40U, 80U, 120U, 250U}) {
+    for (const std::size_t height : {1U, 2U, 5U, 24U, 40U}) {
       for (const bool unicode : {true, false}) {
         const Look look{.width = width, .height = height, .unicode = unicode};
         for (const auto& lines : {drawScan(scan, look), drawWatch(busyWatch(), look)}) {
