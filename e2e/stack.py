@@ -1,4 +1,5 @@
 """The Bluetooth stack under the scenarios: the air, the adapters, the daemon."""
+import glob
 import os
 import re
 import socket
@@ -65,6 +66,10 @@ def forget_devices():
     """So that no scenario meets what an earlier one left behind."""
     for path in devices():
         bus(path.rsplit("/", 1)[0], "org.bluez.Adapter1.RemoveDevice", "objpath:" + path)
+    # The daemon keeps the attributes of a device that it has removed. A tag's never move; those of a
+    # virtual tag are elsewhere each time it goes on the air.
+    for cached in glob.glob("/var/lib/bluetooth/*/cache/*"):
+        os.unlink(cached)
 
 
 def daemon_runs():

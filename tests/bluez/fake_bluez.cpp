@@ -1,10 +1,6 @@
 #include "tests/bluez/fake_bluez.h"
 
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <array>
 #include <string_view>
 #include <utility>
 
@@ -61,12 +57,7 @@ FakeBlueZ::FakeBlueZ(std::shared_ptr<KVLinuxEventQueue> queue, const std::string
       "org.bluez", [this](const kv::BusMessage&, const kv::BusFault& error) { ready_ = !error; });
 }
 
-FakeBlueZ::~FakeBlueZ() {
-  sd_bus_slot_unref(handler_);
-  for (const auto& [path, fd] : sockets_) {
-    close(fd);
-  }
-}
+FakeBlueZ::~FakeBlueZ() { sd_bus_slot_unref(handler_); }
 
 // ---- The objects
 
@@ -205,10 +196,7 @@ void FakeBlueZ::addServices(const std::string& address) {
 
 void FakeBlueZ::notify(const std::string& address, const KVData& value) {
   const std::string path = characteristicPath(address);
-  const auto socket = sockets_.find(path);
-  if (socket != sockets_.end()) {
-    static_cast<void>(send(socket->second, value.data(), value.size(), MSG_NOSIGNAL));
-  } else if (notifying_[path]) {
+  if (notifying_[path]) {
     set(path, kCharacteristic, "Value", value);
   }
 }
@@ -252,8 +240,7 @@ int FakeBlueZ::calls(const std::string& member, const std::string& address) cons
 
 bool FakeBlueZ::subscribed(const std::string& address) const {
   const auto notifying = notifying_.find(characteristicPath(address));
-  return sockets_.contains(characteristicPath(address)) ||
-         (notifying != notifying_.end() && notifying->second);
+  return notifying != notifying_.end() && notifying->second;
 }
 
 std::vector<std::string> FakeBlueZ::takeCalls() { return std::exchange(calls_, {}); }
@@ -277,8 +264,6 @@ void FakeBlueZ::answer(const kv::BusCall& call) {
   } else if (member == "Disconnect") {
     set(path, kDevice, {{"Connected", false}, {"ServicesResolved", false}});
     call.reply();
-  } else if (member == "AcquireNotify") {
-    acquireNotify(call);
   } else if (member == "StartNotify" || member == "StopNotify") {
     notifying_[path] = member == "StartNotify";
     call.reply();
@@ -311,21 +296,6 @@ void FakeBlueZ::listObjects(const kv::BusCall& call) const {
     }
     sd_bus_message_close_container(reply);
   });
-}
-
-void FakeBlueZ::acquireNotify(const kv::BusCall& call) {
-  std::array<int, 2> ends{};
-  if (!offersSockets || socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) {
-    call.fail("org.bluez.Error.NotSupported", "Operation is not supported");
-    return;
-  }
-  int& ours = sockets_.try_emplace(sd_bus_message_get_path(call.message()), -1).first->second;
-  if (ours >= 0) {
-    close(ours);
-  }
-  ours = ends[0];
-  call.reply([&](sd_bus_message* reply) { sd_bus_message_append(reply, "hq", ends[1], 512); });
-  close(ends[1]);
 }
 
 void FakeBlueZ::writeValue(const kv::BusCall& call) {

@@ -72,7 +72,7 @@ class FakeBlueZ {
   void addServices(const std::string& address);
   static std::string characteristicPath(const std::string& address);
   bool subscribed(const std::string& address) const;
-  /// The tag sends a notification, by whichever way it is subscribed.
+  /// The tag sends a notification, if it is subscribed.
   void notify(const std::string& address, const KVData& value);
 
   // ---- The calls
@@ -96,13 +96,11 @@ class FakeBlueZ {
   KVData readValue{0x0a, 0x0b};
   std::vector<KVData> written;
   std::string lastWriteType;
-  bool offersSockets = true;  ///< Whether AcquireNotify works.
 
  private:
   static int onMessage(sd_bus_message* message, void* userdata, sd_bus_error* error);
   void handle(sd_bus_message* message);
   void listObjects(const kv::BusCall& call) const;
-  void acquireNotify(const kv::BusCall& call);
   void writeValue(const kv::BusCall& call);
   static void append(sd_bus_message* message, const Properties& properties);
 
@@ -116,7 +114,6 @@ class FakeBlueZ {
   std::vector<std::string> calls_;
   std::map<std::string, int> counts_;        ///< By method,
   std::map<std::string, int> deviceCounts_;  ///< and by method and path.
-  std::map<std::string, int> sockets_;       ///< Our end, by characteristic.
   std::map<std::string, bool> notifying_;
 };
 

@@ -40,6 +40,7 @@ constexpr std::array kRules{
     Rule{"org.freedesktop.DBus.Error.AccessDenied", "", Fault::accessDenied},
     Rule{"org.freedesktop.DBus.Error.NoReply", "", Fault::noReply},
     Rule{"org.freedesktop.DBus.Error.Timeout", "", Fault::noReply},
+    Rule{"org.bluez.Error.Failed", "ATT error: 0x01", Fault::invalidHandle},
 };
 
 std::optional<std::int64_t> attCode(std::string_view text) {

@@ -23,6 +23,7 @@ enum class Fault {
   noBus,             ///< The connection to the bus has ended.
   accessDenied,      ///< The bus's policy forbids it.
   noReply,           ///< The time given to the call is over.
+  invalidHandle,     ///< The tag has no such attribute: the daemon's cache is wrong.
   failed,            ///< Anything else, most of it worth another try.
 };
 
@@ -32,7 +33,7 @@ Fault classify(const BusFault& error);
 enum KVBlueZErrorCode : std::int64_t {
   kErrorLinkLost = 1001,       ///< The link ended by itself.
   kErrorAdapterLost = 1002,    ///< The adapter or the Bluetooth service went away.
-  kErrorLinkGivenUp = 1003,    ///< The link was given up: no answer in time, or other services.
+  kErrorLinkGivenUp = 1003,    ///< The link was given up: no answer in time, or other attributes.
   kErrorRequestFailed = 1004,  ///< BlueZ refused a request.
   kErrorAtt = 1100,            ///< Plus the ATT error code that the tag answered.
 };

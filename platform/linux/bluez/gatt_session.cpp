@@ -6,14 +6,9 @@
 #include "platform/linux/bluez/errors.h"
 
 namespace kv {
-namespace {
-
-constexpr const char* kCharacteristic = "org.bluez.GattCharacteristic1";
-
-}  // namespace
 
 GattSession::GattSession(Context& context, std::shared_ptr<BlueZPeripheral> peripheral,
-                         std::string devicePath, std::function<void(const std::string& why)> broken)
+                         std::string devicePath, std::function<void(Broken why)> broken)
     : context_(context),
       peripheral_(std::move(peripheral)),
       devicePath_(std::move(devicePath)),
@@ -22,8 +17,8 @@ GattSession::GattSession(Context& context, std::shared_ptr<BlueZPeripheral> peri
       changed_(context) {}
 
 GattSession::~GattSession() {
-  for (auto& [path, subscription] : subscriptions_) {
-    closeSubscription(subscription);
+  for (const auto& [path, characteristic] : subscriptions_) {
+    stopNotify(path);
   }
 }
 
@@ -108,30 +103,28 @@ BusMessage GattSession::characteristicCall(const char* member) const {
 void GattSession::send(BusMessage message, BusConnection::Answer answered) {
   // The limit is ours: it also covers an answer that comes in several steps.
   if (!limit_.pending()) {
-    limit_.set(context_.options.requestTimeout,
-               [this] { broken_("the tag does not answer a request"); });
+    limit_.set(context_.options.requestTimeout, [this] { broken_(Broken::silent); });
   }
   call_ = context_.daemon->call(std::move(message), 2 * context_.options.requestTimeout,
                                 std::move(answered));
 }
 
-bool GattSession::linkIsGone(const BusFault& error) {
+bool GattSession::endsTheLink(const BusFault& error) {
   const Fault fault = classify(error);
   if (fault == Fault::notConnected || fault == Fault::noDaemon || fault == Fault::noBus) {
     // The end of the link is about to be signalled, and takes this request with it; if it is not,
     // the request's limit ends the link.
     return true;
   }
-  if (fault == Fault::noReply) {
-    broken_("the tag does not answer a request");
+  if (fault == Fault::noReply || fault == Fault::invalidHandle) {
+    broken_(fault == Fault::noReply ? Broken::silent : Broken::stale);
     return true;
   }
   return false;
 }
 
 void GattSession::sendRead() {
-  const auto found = subscriptions_.find(requests_.front().characteristic->path());
-  if (found != subscriptions_.end() && found->second.socket < 0) {
+  if (subscriptions_.contains(requests_.front().characteristic->path())) {
     valuesDuringRead_.emplace();
   }
   BusMessage message = characteristicCall("ReadValue");
@@ -143,7 +136,7 @@ void GattSession::sendRead() {
 }
 
 void GattSession::readDone(const BusMessage& reply, const BusFault& error) {
-  if (linkIsGone(error)) {
+  if (endsTheLink(error)) {
     return;
   }
   const auto characteristic = requests_.front().characteristic;
@@ -176,7 +169,7 @@ void GattSession::sendWrite() {
 }
 
 void GattSession::writeDone(const BusFault& error) {
-  if (linkIsGone(error)) {
+  if (endsTheLink(error)) {
     return;
   }
   post([characteristic = requests_.front().characteristic,
@@ -193,7 +186,7 @@ void GattSession::attributeRemoved(std::string_view path) {
     // The tag's attributes were found anew, at other paths: a call to an old one may never be
     // answered, and the handles that were given out are void. When the device or its adapter is
     // removed the same happens first; then this session is dropped before it is due.
-    changed_.set(context_.timing.dropHold, [this] { broken_("the tag's services have changed"); });
+    changed_.set(context_.timing.dropHold, [this] { broken_(Broken::changed); });
   }
 }
 

@@ -23,10 +23,15 @@ namespace kv {
 /// posted. Dropping the session drops the requests that have not been answered.
 class GattSession : public std::enable_shared_from_this<GattSession> {
  public:
-  /// `broken` is called when the link has to be given up: a request was not answered in time, or
-  /// the attributes have changed under it.
+  /// Why the link has to be given up.
+  enum class Broken {
+    silent,   ///< A request was not answered in time.
+    changed,  ///< The tag's attributes were found anew.
+    stale,    ///< They are not where the daemon remembers them.
+  };
+
   GattSession(Context& context, std::shared_ptr<BlueZPeripheral> peripheral, std::string devicePath,
-              std::function<void(const std::string& why)> broken);
+              std::function<void(Broken why)> broken);
   ~GattSession();
 
   void discoverServices();
@@ -46,29 +51,21 @@ class GattSession : public std::enable_shared_from_this<GattSession> {
     std::shared_ptr<BlueZCharacteristic> characteristic;
     KVData value = {};
   };
-  /// How the values of one subscribed characteristic reach us.
-  struct Subscription {
-    std::shared_ptr<BlueZCharacteristic> characteristic;
-    int socket = -1;  ///< A socket of its own; -1 when the daemon's signals carry the values.
-    std::unique_ptr<KVLinuxEventQueue::Watch> watch;
-  };
+  static constexpr const char* kCharacteristic = "org.bluez.GattCharacteristic1";
 
   void enqueue(Request request);
   void next();
   void finish();
   void subscribe();
-  void acquired(const BusMessage& reply, const BusFault& error);
-  void startNotify();
   void unsubscribe();
+  void stopNotify(const std::string& path);
   void sendRead();
   void readDone(const BusMessage& reply, const BusFault& error);
   void sendWrite();
   void writeDone(const BusFault& error);
   void send(BusMessage message, BusConnection::Answer answered);
   BusMessage characteristicCall(const char* member) const;
-  bool linkIsGone(const BusFault& error);
-  void drain(const std::string& path);
-  void closeSubscription(Subscription& subscription);
+  bool endsTheLink(const BusFault& error);
   void post(std::function<void(BlueZPeripheral&, KVPeripheralDelegate&)> event);
   void postValue(const std::shared_ptr<BlueZCharacteristic>& characteristic,
                  std::optional<KVData> value, std::optional<KVError> error);
@@ -76,11 +73,11 @@ class GattSession : public std::enable_shared_from_this<GattSession> {
   Context& context_;
   std::shared_ptr<BlueZPeripheral> peripheral_;
   std::string devicePath_;
-  std::function<void(const std::string&)> broken_;
+  std::function<void(Broken)> broken_;
   std::deque<Request> requests_;
   bool busy_ = false;
-  std::map<std::string, Subscription, std::less<>> subscriptions_;
-  /// While a read of a characteristic is under way whose values come as signals: those values.
+  std::map<std::string, std::shared_ptr<BlueZCharacteristic>, std::less<>> subscriptions_;
+  /// While a read of a subscribed characteristic is under way: the values signalled meanwhile.
   std::optional<std::vector<KVData>> valuesDuringRead_;
   BusSlot call_;
   Timer limit_;

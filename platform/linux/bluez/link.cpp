@@ -11,6 +11,18 @@ namespace {
 
 constexpr const char* kDevice = "org.bluez.Device1";
 
+const char* text(GattSession::Broken why) {
+  switch (why) {
+    case GattSession::Broken::silent:
+      return "does not answer a request";
+    case GattSession::Broken::changed:
+      return "has other attributes than before";
+    case GattSession::Broken::stale:
+      return "has other attributes than bluetoothd remembers";
+  }
+  return "";
+}
+
 }  // namespace
 
 Link::Link(Context& context, LinkHost& host, std::shared_ptr<BlueZPeripheral> peripheral)
@@ -117,12 +129,17 @@ void Link::deviceChanged(const DeviceObject& device) {
   }
 }
 
-void Link::giveUpLink(const std::string& why) {
-  if (phase_ == Phase::up) {
-    context_.log(address() + ": " + why + "; the link is dropped");
-    downError_ = KVError{why, kErrorLinkGivenUp, std::nullopt};
-    disconnect(context_.options.disconnectTimeout);
+void Link::giveUpLink(GattSession::Broken why) {
+  if (phase_ != Phase::up) {
+    return;
   }
+  if (why == GattSession::Broken::stale) {
+    forgetDevice(text(why));
+  } else {
+    context_.log(address() + " " + text(why) + "; the link is dropped");
+  }
+  downError_ = KVError{std::string("The tag ") + text(why), kErrorLinkGivenUp, std::nullopt};
+  disconnect(context_.options.disconnectTimeout);
 }
 
 void Link::dropped(const KVError& error) {
@@ -138,6 +155,7 @@ void Link::leave(Phase phase, std::chrono::milliseconds limit) {
     const bool brief = context_.queue->now() - upSince_ < context_.timing.flap;
     flaps_ = brief ? flaps_ + 1 : 0;
     failures_ = flaps_;
+    removedOnce_ = removedOnce_ && brief;
     session_.reset();
   } else {
     ++failures_;

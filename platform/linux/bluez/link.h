@@ -90,7 +90,8 @@ class Link {
   void leave(Phase phase, std::chrono::milliseconds limit);
   void disconnect(std::chrono::milliseconds limit);
   void ended();
-  void giveUpLink(const std::string& why);
+  void giveUpLink(GattSession::Broken why);
+  void forgetDevice(const std::string& why);
   void explain(Fault fault, const BusError& error);
   std::chrono::milliseconds backoff() const;
   DeviceObject* device() const;
@@ -106,7 +107,7 @@ class Link {
   bool silent_ = false;               ///< The last attempt found nobody.
   bool heard_ = false;                ///< This attempt follows an advertisement.
   bool refreshed_ = false;            ///< The objects were read anew for missing services.
-  bool removedOnce_ = false;          ///< The device was removed for missing services.
+  bool removedOnce_ = false;          ///< The device was removed for what the daemon knew of it.
   std::string lastExplained_;
   int failures_ = 0;  ///< In a row, which decides on the next pause.
   int flaps_ = 0;     ///< Links in a row that ended at once.

@@ -135,29 +135,35 @@ void Link::resolve(const DeviceObject& device) {
   }
 }
 
-// The flag is also set when the discovery has failed, and a discovery can be spared for a cache
-// that is wrong. Forgetting the device mends both.
+// The flag is also set when the discovery has failed.
 void Link::servicesMissing() {
   const DeviceObject* known = device();
   if (known != nullptr && context_.daemon->tree().hasServices(known->path)) {
     becomeUp();
     return;
   }
+  forgetDevice("was connected without any service");
+  disconnect(context_.options.disconnectTimeout);
+}
+
+// What the daemon has stored of the device can be wrong for good, as it spares it later
+// discoveries.
+void Link::forgetDevice(const std::string& why) {
   const bool again = std::exchange(removedOnce_, true);
-  context_.log(address() + " was connected without any service" +
+  context_.log(address() + " " + why +
                (again
                     ? "; if that goes on, Cache = no in the section GATT of bluetoothd's main.conf "
                       "may help"
                     : ""));
-  if (!again) {
-    BusMessage removal =
-        context_.daemon->methodCall(host_.adapterPath(), "org.bluez.Adapter1", "RemoveDevice");
-    if (removal) {
-      sd_bus_message_append(removal.get(), "o", devicePath_.c_str());
-    }
-    context_.daemon->send(removal);
+  if (again) {
+    return;
   }
-  disconnect(context_.options.disconnectTimeout);
+  BusMessage removal =
+      context_.daemon->methodCall(host_.adapterPath(), "org.bluez.Adapter1", "RemoveDevice");
+  if (removal) {
+    sd_bus_message_append(removal.get(), "o", devicePath_.c_str());
+  }
+  context_.daemon->send(removal);
 }
 
 void Link::becomeUp() {
@@ -166,12 +172,11 @@ void Link::becomeUp() {
   refreshCall_.reset();
   host_.releaseTurn(*this);
   wanted_ = false;
-  removedOnce_ = false;
   silent_ = false;
   lastExplained_.clear();
   upSince_ = context_.queue->now();
   session_ = std::make_shared<GattSession>(context_, peripheral_, devicePath_,
-                                           [this](const std::string& why) { giveUpLink(why); });
+                                           [this](GattSession::Broken why) { giveUpLink(why); });
   reportDown_ = true;
   downError_.reset();
   host_.reportConnected(*this);
