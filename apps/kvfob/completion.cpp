@@ -157,8 +157,11 @@ std::string bashScript(const Command& common, const std::vector<Command>& comman
          joined(first, "\\n") + "' ;;\n" + cases +
          "    esac ;;\n"
          "  esac\n"
-         "  local IFS=$'\\n'\n"
-         "  mapfile -t COMPREPLY < <(compgen -W \"$words\" -- \"$word\" | sed 's/[ ()]/\\\\&/g')\n"
+         // Not by compgen, which would expand what a name holds.
+         "  mapfile -t words <<<\"$words\"\n"
+         "  for i in \"${words[@]}\"; do\n"
+         "    if [[ -n $i && $i == \"$word\"* ]]; then COMPREPLY+=(\"$(printf %q \"$i\")\"); fi\n"
+         "  done\n"
          "}\n"
          "complete -F _kvfob kvfob\n";
 }
@@ -235,9 +238,13 @@ std::string fishArgument(const Argument& argument, const std::string& condition)
 
 std::string fishScript(const Command& common, const std::vector<Command>& commands) {
   std::string text = "# fish completion for kvfob\ncomplete -c kvfob -f\n";
-  for (const auto& option : common.options) text += fishArgument(option, "__fish_use_subcommand");
+  Words names;
+  for (const auto& command : commands) names.push_back(command.name);
+  // Fish's own test for this takes the value of an option for a command.
+  const auto none = "not __fish_seen_subcommand_from " + joined(names, " ");
+  for (const auto& option : common.options) text += fishArgument(option, none);
   for (const auto& command : commands) {
-    text += "complete -c kvfob -n __fish_use_subcommand -a " + command.name + " -d " +
+    text += "complete -c kvfob -n " + shellWord(none) + " -a " + command.name + " -d " +
             shellWord(command.help) + "\n";
     const auto seen = "__fish_seen_subcommand_from " + command.name;
     for (const auto& option : command.options) text += fishArgument(option, seen);

@@ -126,18 +126,20 @@ TEST_F(BookTest, WritersDoNotLoseEachOthersTags) {
 
 TEST_F(BookTest, BashCompletesCommandsWordsAndTags) {
   ASSERT_EQ(bind("0a1b2c3d4e60", {"--name", "my keys"}).status, kDone);
+  ASSERT_EQ(bind("0a1b2c3d4e61", {"--name", "*$(date)\""}).status, kDone);
   const std::string script =
       "kvfob() { \"$program\" \"$@\"; }; eval \"$(kvfob completion bash)\";"
       "complete_words() { COMP_WORDS=(\"$@\") COMP_CWORD=$(($# - 1)) COMPREPLY=(); _kvfob;"
       "  echo \"${COMPREPLY[@]}\"; };"
       "complete_words kvfob unb; complete_words kvfob --radio s; complete_words kvfob ring my;"
-      "complete_words kvfob alert keys o; complete_words kvfob scan --sort h";
+      "complete_words kvfob alert keys o; complete_words kvfob scan --sort h;"
+      "complete_words kvfob ring \\*";
   const auto command = "program=" KVFOB_PROGRAM " bash -c '" + script + "'";
   std::string shown;
   std::FILE* pipe = popen(command.c_str(), "r");
   for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) shown += static_cast<char>(c);
   pclose(pipe);
-  EXPECT_EQ(shown, "unbind\nsim\nmy\\ keys\non off\nheard\n");
+  EXPECT_EQ(shown, "unbind\nsim\nmy\\ keys\non off\nheard\n\\*\\$\\(date\\)\\\"\n");
 }
 
 }  // namespace

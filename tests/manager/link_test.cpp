@@ -315,7 +315,10 @@ class Unbind : public Bind {
     answer("01021300");
     took();
   }
-  ~Unbind() override { tracker->setPasswordRemoveBlock(nullptr); }  // it holds the tracker
+  ~Unbind() override {
+    if (tracker)
+      tracker->setPasswordRemoveBlock(nullptr);  // without an answer it holds the tracker
+  }
 };
 
 TEST_F(Unbind, EarlyReturnsNeverCallTheCompletion) {
@@ -367,6 +370,18 @@ TEST_F(Unbind, RefusedTagStaysInTheListButNotBound) {
   EXPECT_EQ(took(), Lines{"unbound false password removed. 500"});
   EXPECT_FALSE(tracker->bound());
   EXPECT_EQ(manager->existTracker(kMac, /*bind=*/true), tracker);
+
+  // The completion is still in its slot, but keeps nobody alive.
+  const std::weak_ptr<KVTrackerManager> owner = manager;
+  const std::weak_ptr<KVTracker> watched = tracker;
+  manager.reset();
+  EXPECT_TRUE(owner.expired());
+  answer("01021400");  // a second answer
+  EXPECT_EQ(took(), Lines{"unbound true"});
+  queue->clear();  // the time-out of the bind request
+  tracker.reset();
+  EXPECT_TRUE(watched.expired());
+  EXPECT_EQ(took(), Lines{"timer stop"});
 }
 
 TEST_F(Unbind, CompletionDropsTheManager) {

@@ -167,6 +167,7 @@ TEST_F(Registry, ListKeepsOrderThroughEveryChange) {
   EXPECT_EQ(list.firstWithPeripheral("d"), a);
   EXPECT_EQ(std::vector(list.begin(), list.end()), (std::vector{a, b, c}));
   list.insert(1, c);
+  list.remove(nullptr);
   list.remove(a);
   EXPECT_EQ(list.firstWithMac("m"), c);
   EXPECT_EQ(list.firstWithPeripheral("d"), c);

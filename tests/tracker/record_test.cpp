@@ -148,6 +148,8 @@ TEST_F(Record, WithoutAPeripheralThereIsNothingToAsk) {
   tracker->switchBellStatus(/*status=*/true, nullptr);
   EXPECT_EQ(took(), Lines{"log: Cipher Key Error!"});
   tracker->writeLossDistance(KVDistanceFar, nullptr);
+  tracker->didDiscoverServices(*p, std::nullopt);
+  EXPECT_EQ(took(), Lines{"log: Error When discover services:(null)"});
 }
 
 TEST_F(Record, DiscoveryAsksTheOwnPeripheralAndSubscribesOnTheReportingOne) {
