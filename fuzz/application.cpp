@@ -11,19 +11,18 @@ using kvfuzz::require;
 
 constexpr int kMostSteps = 60;
 constexpr int kMostDepth = 3;
-constexpr int kTags = 3;
+constexpr int kTags = kvfuzz::kAddresses - 1;  // the last address is nobody's
 
 class World {
  public:
   explicit World(Input& input) : input_(input) {
-    for (int i = 0; i < kTags; ++i) tags_.push_back(radio_.addTag({.address = mac(i)}));
+    for (int i = 0; i < kTags; ++i) tags_.push_back(radio_.addTag({.address = kvfuzz::address(i)}));
     manager_->setPassword(kvfuzz::kPassword);
   }
   ~World() {
     ended_ = true;
     held_.clear();
-    manager_->setBindArray(std::make_shared<KVTrackerList>());
-    manager_->removeAllTrackers();
+    watch_.forgetUnbinds();
     manager_.reset();
     radio_.clock().runFor(31s);
     watch_.expectNothingLeft();
@@ -163,7 +162,7 @@ class World {
       case 8:
         return target.updateData(1, anyMac());  // another address
       case 9:
-        return target.setBinding(input_.ConsumeBool());
+        return target.setBound(input_.ConsumeBool());
       case 10:
         return target.setState(input_.ConsumeIntegralInRange(0, 3));
       case 11:

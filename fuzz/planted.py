@@ -11,9 +11,9 @@ PLANTED = [
     ("bluez", "platform/linux/bluez/object_tree.cpp", "      node.mapped().connected = false;\n", ""),
     # What is freed while it is in use, a secret in the log, a second thread, a report too many.
     ("tag", "tracker/handshake.cpp", 'log("device token validated.");', "log(password_.value_or(std::string()));"),
-    ("tag", "tracker/rssi_poller.cpp", "  stop();\n  auto timer", "  auto timer"),
+    ("tag", "tracker/rssi_poller.cpp", "  stop();\n  auto timer",
+     "  static_cast<void>(new std::shared_ptr<KVTimerThread>(timer_));\n  auto timer"),
     ("tag", "tracker/answers.cpp", "    binding_ = false;\n", ""),
-    ("tag", "tracker/answers.cpp", "value.size() < kTokenSize", "value.size() < kTokenSize - 1"),
     ("tag", "manager/binding.cpp", "        manager->release();\n        if (alive) alive->finishBinding",
      "        if (alive) alive->finishBinding"),
     # An index that disagrees with its collection, a list that changes, a callback that frees itself.

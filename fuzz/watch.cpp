@@ -84,7 +84,7 @@ void Watch::check(const KVTrackerManager& manager) {
 
 void Watch::checkBound(const KVTrackerManager& manager) const {
   const auto& list = *manager.bindArray();
-  for (const auto& [address, weak] : trackers_) {
+  for (const auto& [at, weak] : trackers_) {
     const auto tracker = weak.lock();
     if (!tracker) continue;
     if (const auto& mac = tracker->mac()) {
@@ -106,7 +106,14 @@ void Watch::checkBound(const KVTrackerManager& manager) const {
 void Watch::checkScanned(const KVTrackerManager& manager) const {
   const KVTrackers values = manager.scannedDict()->values();
   require(values.size() == manager.scannedDict()->size(), "all scanned tags are listed");
-  for (const auto& [address, weak] : trackers_) {
+  for (const auto& each : values) {
+    bool there = manager.scannedDict()->find(each->mac().value_or("")) == each;
+    for (int i = 0; i < kAddresses; ++i) {
+      there = there || manager.scannedDict()->find(address(i)) == each;
+    }
+    require(there, "what is listed is there");
+  }
+  for (const auto& [at, weak] : trackers_) {
     const auto tracker = weak.lock();
     if (!tracker || !tracker->peripheral()) continue;
     const std::string& identifier = tracker->peripheral()->identifier();
@@ -121,16 +128,22 @@ void Watch::checkScanned(const KVTrackerManager& manager) const {
 
 void Watch::checkTimers() const {
   int polled = 0;
-  for (const auto& [address, weak] : trackers_) {
+  for (const auto& [at, weak] : trackers_) {
     const auto tracker = weak.lock();
     polled += tracker && tracker->timer() ? 1 : 0;
   }
   require(timers_->running() <= polled, "one polling thread for a tracker, none without");
 }
 
+void Watch::forgetUnbinds() {
+  for (const auto& [at, weak] : trackers_) {
+    if (const auto tracker = weak.lock()) tracker->setPasswordRemoveBlock(nullptr);
+  }
+}
+
 void Watch::expectNothingLeft() const {
   require(timers_->running() == 0, "no thread outlives its tracker");
-  for (const auto& [address, weak] : trackers_) require(weak.expired(), "no tracker is kept");
+  for (const auto& [at, weak] : trackers_) require(weak.expired(), "no tracker is kept");
 }
 
 KVResultCallback Completions::replace(const KVTracker* tracker, int kind, unsigned most,

@@ -14,6 +14,8 @@
 namespace kvfuzz {
 
 inline constexpr const char* kPassword = "open sesame";
+inline constexpr int kAddresses = 4;
+inline std::string address(int i) { return "a1b2c3d4e5f" + std::to_string(i); }
 
 /// Sets a platform on the simulated radio, whose log must hold no secret and whose timer threads
 /// are counted.
@@ -26,6 +28,9 @@ class Watch {
 
   /// Looks at all that the manager shows. Trackers that were seen once are watched from then on.
   void check(const KVTrackerManager& manager);
+
+  /// Unbind requests that no tag has answered keep their tracker and the manager; no longer.
+  void forgetUnbinds();
 
   /// After all was let go of and 31 seconds have passed: nothing is left.
   void expectNothingLeft() const;
