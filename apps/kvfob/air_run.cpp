@@ -62,8 +62,10 @@ Outcome AirRun::run() {
 
 void AirRun::stateChanged(kvsim::AirState state, const std::string& reason) {
   if (state == kvsim::AirState::OnAir) {
-    everOnAir_ = true;
     console_.line("ready: " + reason);
+    if (!std::exchange(everOnAir_, true) && isatty(STDIN_FILENO) == 1) {
+      console_.note("type press, battery N (0 to 255) or quit, or just p, b N or q");
+    }
   } else if (everOnAir_) {
     console_.line("waiting: " + reason);
   }
@@ -107,26 +109,26 @@ void AirRun::readInput() {
 }
 
 void AirRun::obey(const std::string& line) {
-  constexpr std::string_view kBattery = "battery ";
   if (line.empty()) return;
-  if (line == "quit") {
+  const std::string_view word = std::string_view(line).substr(0, line.find(' '));
+  if (line == "quit" || line == "q") {
     quit_ = true;
     return;
   }
-  if (line == "press") {
+  if (line == "press" || line == "p") {
     tag_.pressButton();
     return;
   }
-  if (line.starts_with(kBattery)) {
+  if ((word == "battery" || word == "b") && word.size() < line.size()) {
     unsigned value = 0;
     const auto* end = line.data() + line.size();
-    const auto result = std::from_chars(line.data() + kBattery.size(), end, value);
+    const auto result = std::from_chars(line.data() + word.size() + 1, end, value);
     if (result.ec == std::errc() && result.ptr == end && value <= UINT8_MAX) {
       tag_.setBattery(static_cast<std::uint8_t>(value));
       return;
     }
   }
-  console_.note("\"" + line + "\" is not press, battery N (0 to 255) or quit");
+  console_.note("\"" + line + "\" is not press, battery N (0 to 255) or quit, nor p, b N or q");
 }
 
 }  // namespace kvfob
