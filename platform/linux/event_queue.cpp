@@ -82,7 +82,9 @@ std::unique_ptr<KVLinuxEventQueue::Watch> EventQueue::watch(int fd, short events
   return watches_->add(fd, events, std::move(ready));
 }
 
-std::size_t EventQueue::dispatch() { return dispatching_ ? 0 : dispatchRound(/*stoppable=*/false); }
+std::size_t EventQueue::dispatch() {
+  return dispatching_ ? 0 : dispatchRound(/*stoppable=*/false, /*wait=*/false);
+}
 
 void EventQueue::runFor(Duration duration) {
   const Duration start = now();
@@ -97,9 +99,10 @@ void EventQueue::runUntil(std::optional<Duration> deadline) {
     running_ = true;
   }
   while (!stopRequested()) {
-    dispatchRound(/*stoppable=*/true);
-    if (deadline && now() >= *deadline) break;
-    wait(deadline);
+    dispatchRound(/*stoppable=*/true, /*wait=*/!deadline);
+    if (!deadline) continue;
+    if (now() >= *deadline) break;
+    waitUntil(*deadline);
   }
   const std::lock_guard lock(mutex_);
   running_ = false;
@@ -107,7 +110,8 @@ void EventQueue::runUntil(std::optional<Duration> deadline) {
   updateFds();
 }
 
-std::size_t EventQueue::dispatchRound(bool stoppable) {
+std::size_t EventQueue::dispatchRound(bool stoppable, bool wait) {
+  const std::vector<WatchSet::Event> ready = watches_->poll(wait);
   Duration start;
   TaskId limit = 0;
   {
@@ -116,7 +120,7 @@ std::size_t EventQueue::dispatchRound(bool stoppable) {
     start = now();
     limit = tasks_.lastId();
   }
-  std::size_t count = dispatchWatches(stoppable);
+  std::size_t count = dispatchWatches(ready, stoppable);
   for (;;) {
     std::optional<Task> task;
     {
@@ -133,9 +137,9 @@ std::size_t EventQueue::dispatchRound(bool stoppable) {
   }
 }
 
-std::size_t EventQueue::dispatchWatches(bool stoppable) {
+std::size_t EventQueue::dispatchWatches(const std::vector<WatchSet::Event>& ready, bool stoppable) {
   std::size_t count = 0;
-  for (const WatchSet::Event& event : watches_->poll()) {
+  for (const WatchSet::Event& event : ready) {
     if (stoppable && stopRequested()) break;
     if (watches_->deliver(event)) ++count;
   }
@@ -147,11 +151,10 @@ bool EventQueue::stopRequested() const {
   return stop_;
 }
 
-void EventQueue::wait(std::optional<Duration> deadline) const {
+void EventQueue::waitUntil(Duration deadline) const {
   pollfd self{fd(), POLLIN, 0};
-  timespec left{};
-  if (deadline) left = toTimespec(std::max(Duration::zero(), *deadline - now()));
-  ppoll(&self, 1, deadline ? &left : nullptr, nullptr);
+  const timespec left = toTimespec(std::max(Duration::zero(), deadline - now()));
+  ppoll(&self, 1, &left, nullptr);
 }
 
 /// Makes the descriptor readable exactly if there is work. While a round is in progress nobody

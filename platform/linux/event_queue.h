@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <vector>
 
 #include "KVFobLink/KVLinuxPlatform.h"
 #include "platform/linux/owned_fd.h"
@@ -32,10 +33,11 @@ class EventQueue : public KVLinuxEventQueue {
 
  private:
   void runUntil(std::optional<Duration> deadline);
-  std::size_t dispatchRound(bool stoppable);
-  std::size_t dispatchWatches(bool stoppable);
+  /// If `wait`, not before there is work.
+  std::size_t dispatchRound(bool stoppable, bool wait);
+  std::size_t dispatchWatches(const std::vector<WatchSet::Event>& ready, bool stoppable);
   bool stopRequested() const;
-  void wait(std::optional<Duration> deadline) const;
+  void waitUntil(Duration deadline) const;
   void updateFds();
   void setSignal(bool on);
   void setAlarm(std::optional<Duration> due);

@@ -79,11 +79,11 @@ void WatchSet::remove(std::uint64_t id) {
   control(EPOLL_CTL_DEL, id, *entry);
 }
 
-std::vector<WatchSet::Event> WatchSet::poll() const {
+std::vector<WatchSet::Event> WatchSet::poll(bool wait) const {
   std::vector<Event> found;
-  if (entries_.empty()) return found;
+  if (entries_.empty() && !wait) return found;
   std::array<epoll_event, kEventsPerRound> ready;
-  const int count = epoll_wait(epoll_->get(), ready.data(), kEventsPerRound, 0);
+  const int count = epoll_wait(epoll_->get(), ready.data(), kEventsPerRound, wait ? -1 : 0);
   for (int i = 0; i < count; ++i) {
     const epoll_event& event = ready[static_cast<std::size_t>(i)];
     if (event.data.u64 != 0) found.push_back({event.data.u64, static_cast<short>(event.events)});

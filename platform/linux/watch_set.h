@@ -30,8 +30,9 @@ class WatchSet : public std::enable_shared_from_this<WatchSet> {
   void setEvents(std::uint64_t id, short events);
   void remove(std::uint64_t id);
 
-  /// Finds what is ready now, without waiting and at most a bounded number.
-  std::vector<Event> poll() const;
+  /// Finds what is ready, at most a bounded number; if `wait`, not before anything on the epoll
+  /// descriptor is.
+  std::vector<Event> poll(bool wait) const;
 
   /// Calls the watch, if it still lives and still wants the event.
   bool deliver(const Event& event);
