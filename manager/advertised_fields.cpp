@@ -47,7 +47,7 @@ std::optional<AdvertisedFields> decodeAdvertisement(KVBytes frame) {
   fields->battery = frame[2];
   writeAddress(frame.subspan<kAddressOffset, kAddressSize>(),
                fields->mac.emplace(2 * kAddressSize, '0').data());
-  fields->radioTx = static_cast<std::int8_t>(frame[9]);
+  fields->radioTx = frame[9] < 0x80 ? frame[9] : frame[9] - 0x100;  // signed
   fields->model = frame.size() == kLongFrame ? frame[10] : kNoModel;
   return fields;
 }

@@ -80,7 +80,7 @@ Outcome runOnTag(Options options, const Book& book, const SignalFd& signals, Con
   const auto password = passwordFor(options, known);
   if (const auto* failure = std::get_if<Outcome>(&password)) return *failure;
   const auto& secret = std::get<Secret>(password);
-  const auto outcome = runOnRadio(options, secret, book, signals, console);
+  auto outcome = runOnRadio(options, secret, book, signals, console);
   if (outcome.code != kDone) return outcome;
   if (options.command == Command::bind) return rememberBound(options, *address, secret);
   if (options.command == Command::unbind) return rememberUnbound(options, *address);

@@ -9,9 +9,10 @@
 
 std::shared_ptr<KVLinuxDiagnosis> KVLinuxDiagnosis::start(std::shared_ptr<KVLinuxEventQueue> queue,
                                                           KVBlueZOptions options, Done done) {
+  KVLinuxEventQueue& on = *queue;
   const auto diagnosis =
-      std::make_shared<kv::Diagnosis>(queue, std::move(options), std::move(done));
-  queue->post([weak = std::weak_ptr(diagnosis)] {
+      std::make_shared<kv::Diagnosis>(std::move(queue), std::move(options), std::move(done));
+  on.post([weak = std::weak_ptr(diagnosis)] {
     if (const auto alive = weak.lock()) {
       alive->begin();
     }

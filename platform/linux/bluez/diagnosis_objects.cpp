@@ -56,7 +56,8 @@ std::string kernelAdapters(const std::string& sys) {
     const std::string name = entry.path().filename();
     // A link to a tag is listed there too, as "hci0:64".
     if (name.starts_with("hci") && name.find(':') == std::string::npos) {
-      names += (names.empty() ? "" : ", ") + name;
+      names += names.empty() ? "" : ", ";
+      names += name;
     }
   }
   return names;
@@ -65,7 +66,8 @@ std::string kernelAdapters(const std::string& sys) {
 // Whether a switch of the given kind, "soft" or "hard", keeps the adapter off.
 bool isBlocked(const std::string& sys, const std::string& adapter, const char* kind) {
   std::error_code none;
-  for (const auto& entry : fs::directory_iterator(sys + "/class/bluetooth/" + adapter, none)) {
+  for (const auto& entry :
+       fs::directory_iterator(fs::path(sys) / "class/bluetooth" / adapter, none)) {
     if (entry.path().filename().string().starts_with("rfkill")) {
       std::ifstream file(entry.path() / kind);
       if (file.get() == '1') {
