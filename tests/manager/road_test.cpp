@@ -3,16 +3,12 @@
 
 #include "KVFobLink/KVFobLink.h"
 #include "KVFobSimulator/KVFobSimulator.h"
+#include "tests/support/no_log.h"
 
 namespace kvtest {
 namespace {
 
 using std::chrono::seconds;
-
-class SilentLog final : public KVLog {
- public:
-  void write(std::string_view) override {}
-};
 
 class Road : public ::testing::Test {
  protected:
@@ -59,7 +55,7 @@ class Road : public ::testing::Test {
     return result;
   }
 
-  kvsim::SimulatedRadio radio{{.seed = 7, .log = std::make_shared<SilentLog>()}};
+  kvsim::SimulatedRadio radio{{.seed = 7, .log = std::make_shared<NoLog>()}};
   std::shared_ptr<KVTrackerManager> manager;
   std::shared_ptr<KVTracker> tracker;
   std::optional<std::string> bindOutcome;

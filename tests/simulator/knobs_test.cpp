@@ -3,16 +3,12 @@
 
 #include "KVFobLink/KVFobLink.h"
 #include "KVFobSimulator/KVFobSimulator.h"
+#include "tests/support/no_log.h"
 
 namespace kvsim {
 namespace {
 
 using namespace std::chrono_literals;
-
-class NoLog final : public KVLog {
- public:
-  void write(std::string_view) override {}
-};
 
 struct Knob {
   const char* name;
@@ -20,19 +16,12 @@ struct Knob {
   const char* outcome;
 };
 
-StepBehaviour once(StepFault fault, std::chrono::nanoseconds after = 0s) {
-  return {.fault = fault, .times = 1, .after = after};
-}
-
 constexpr const char* kGood = "bound, rang";
 constexpr const char* kTimedOut = "Error! Binding Timeout. 400";
 constexpr const char* kUnanswered = "bound, no answer";
 
 const Knob kKnobs[] = {
     {"Good", [](TagBehaviour&) {}, kGood},
-    {"BellRefused", [](TagBehaviour& b) { b.commands[kBellCommand].status = 2; },
-     "bound, ring device failed. 200"},
-    {"BellMute", [](TagBehaviour& b) { b.commands[kBellCommand].mute = true; }, kUnanswered},
     {"BellSecondType",
      [](TagBehaviour& b) { b.commands[kBellCommand].fault = AnswerFault::SecondType; },
      kUnanswered},
@@ -53,18 +42,11 @@ const Knob kKnobs[] = {
      [](TagBehaviour& b) { b.commands[kBellCommand].fault = AnswerFault::WrongKey; }, kUnanswered},
     {"BindAnswerReplayed",
      [](TagBehaviour& b) { b.commands[kBellCommand].fault = AnswerFault::Replay; }, kUnanswered},
-    {"PasswordRefused", [](TagBehaviour& b) { b.commands[kBindCommand].status = 1; },
-     "error password. 100"},
-    {"BindAnswerCorrupt",
-     [](TagBehaviour& b) { b.commands[kBindCommand].fault = AnswerFault::Corrupt; }, kTimedOut},
     {"AnswersLate", [](TagBehaviour& b) { b.answerDelay = 20s; }, kGood},
     {"AnswersTooLate", [](TagBehaviour& b) { b.answerDelay = 31s; }, kTimedOut},
-    {"NotifiesTwice", [](TagBehaviour& b) { b.duplicateNotifications = true; }, kGood},
     {"OpeningTooShort", [](TagBehaviour& b) { b.openingLength = 15; }, kTimedOut},
     {"OpeningEmpty", [](TagBehaviour& b) { b.openingLength = 0; }, kTimedOut},
     {"OpeningTooLong", [](TagBehaviour& b) { b.openingLength = 17; }, kTimedOut},
-    {"NoCommandService", [](TagBehaviour& b) { b.commandService = false; }, kTimedOut},
-    {"NoCommandCharacteristic", [](TagBehaviour& b) { b.commandCharacteristics = 0; }, kTimedOut},
     {"TwoCommandCharacteristics", [](TagBehaviour& b) { b.commandCharacteristics = 2; }, kGood},
     {"NoSecondService", [](TagBehaviour& b) { b.secondService = false; }, kGood},
     {"ConnectFailsThrice",
@@ -72,29 +54,13 @@ const Knob kKnobs[] = {
        b.steps[RoadStep::Connecting] = {StepFault::Fail, 3};
      },
      kGood},
-    {"ConnectHangsOnce",
-     [](TagBehaviour& b) { b.steps[RoadStep::Connecting] = once(StepFault::Mute); }, kGood},
     {"ConnectNever", [](TagBehaviour& b) { b.steps[RoadStep::Connecting] = {StepFault::Fail}; },
      kTimedOut},
-    {"NoServicesAtAll",
-     [](TagBehaviour& b) { b.steps[RoadStep::ServiceDiscovery] = once(StepFault::Fail); },
-     kTimedOut},
-    {"InformationUnreadable",
-     [](TagBehaviour& b) { b.steps[RoadStep::InformationRead] = {StepFault::Fail}; }, kGood},
-    {"OpeningReadFails",
-     [](TagBehaviour& b) { b.steps[RoadStep::OpeningRead] = once(StepFault::Fail); }, kTimedOut},
-    {"OpeningReadMute",
-     [](TagBehaviour& b) { b.steps[RoadStep::OpeningRead] = once(StepFault::Mute); }, kTimedOut},
     {"TokenConfirmedLate",
-     [](TagBehaviour& b) { b.steps[RoadStep::TokenWrite] = once(StepFault::Delay, 5s); }, kGood},
-    {"TokenWriteFails",
-     [](TagBehaviour& b) { b.steps[RoadStep::TokenWrite] = once(StepFault::Fail); }, kTimedOut},
-    {"BindAnswerBeforeConfirmation",
-     [](TagBehaviour& b) { b.steps[RoadStep::BindWrite] = once(StepFault::Delay, 1s); }, kGood},
-    {"DropInBindAnswer",
-     [](TagBehaviour& b) { b.steps[RoadStep::BindAnswer] = once(StepFault::Drop); }, kTimedOut},
-    {"DropInCommandWrite",
-     [](TagBehaviour& b) { b.steps[RoadStep::CommandWrite] = once(StepFault::Drop); }, kUnanswered},
+     [](TagBehaviour& b) {
+       b.steps[RoadStep::TokenWrite] = {StepFault::Delay, 1, 5s};
+     },
+     kGood},
 };
 
 class Knobs : public ::testing::TestWithParam<Knob> {};
@@ -104,7 +70,7 @@ std::string describe(const std::optional<KVError>& error) {
 }
 
 TEST_P(Knobs, BindAndRing) {
-  SimulatedRadio radio({.log = std::make_shared<NoLog>()});
+  SimulatedRadio radio({.log = std::make_shared<kvtest::NoLog>()});
   KVPlatform::setCurrent(radio.platform());
   TagBehaviour behaviour;
   GetParam().turn(behaviour);

@@ -11,6 +11,7 @@
 
 #include "KVFobLink/KVFobLink.h"
 #include "KVFobSimulator/KVFobSimulator.h"
+#include "tests/support/no_log.h"
 
 namespace kvsim {
 namespace {
@@ -22,15 +23,10 @@ constexpr const char* kPassword = "open sesame";
 constexpr const char* kOthers = "wrong word";
 constexpr std::size_t kHeapSlack = 64 * 1024;
 
-class NoLog final : public KVLog {
- public:
-  void write(std::string_view) override {}
-};
-
 class Soak {
  public:
   explicit Soak(unsigned seed)
-      : random_(seed), radio_({.seed = seed, .log = std::make_shared<NoLog>()}) {
+      : random_(seed), radio_({.seed = seed, .log = std::make_shared<kvtest::NoLog>()}) {
     KVPlatform::setCurrent(radio_.platform());
     manager_ = std::make_shared<KVTrackerManager>();
     manager_->startScan([](const KVTrackers&) {});
