@@ -1,10 +1,10 @@
 # The libraries that the project is built on. Debian 12's packages are the baseline; `./run setup` installs them.
 find_package(Threads REQUIRED)
 find_package(PkgConfig REQUIRED)
-pkg_check_modules(NETTLE REQUIRED IMPORTED_TARGET nettle)
 pkg_check_modules(ICU REQUIRED IMPORTED_TARGET icu-i18n icu-uc)
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 find_package(CLI11 REQUIRED)
+include(${CMAKE_CURRENT_LIST_DIR}/MbedCrypto.cmake)
 if(KVFOB_TESTS)
   find_package(GTest REQUIRED)
 endif()

@@ -14,5 +14,5 @@ configure_package_config_file(cmake/KVFobLinkConfig.cmake.in KVFobLinkConfig.cma
 write_basic_package_version_file(KVFobLinkConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 configure_file(cmake/KVFobLink.pc.in KVFobLink.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/KVFobLinkConfig.cmake ${PROJECT_BINARY_DIR}/KVFobLinkConfigVersion.cmake
-  DESTINATION ${package_dir})
+  cmake/MbedCrypto.cmake DESTINATION ${package_dir})
 install(FILES ${PROJECT_BINARY_DIR}/KVFobLink.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,4 +1,4 @@
-/// The Linux platform: BlueZ over D-Bus, epoll, Nettle, ICU.
+/// The Linux platform: BlueZ over D-Bus, epoll, Mbed TLS, ICU.
 #ifndef KVFOBLINK_KVLINUXPLATFORM_H
 #define KVFOBLINK_KVLINUXPLATFORM_H
 

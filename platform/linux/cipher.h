@@ -5,9 +5,10 @@
 
 namespace kv {
 
-/// AES-128 and MD5 of Nettle. Nothing is allocated, and no key material stays behind.
+/// AES-128 and MD5 of Mbed TLS. Nothing is allocated, and no key material stays behind.
 class Cipher : public KVCipher {
  public:
+  Cipher();
   bool aes128Block(std::span<const std::uint8_t, 16> key, std::span<const std::uint8_t, 16> in,
                    std::span<std::uint8_t, 16> out, bool encrypt) const override;
   void md5(KVBytes data, std::span<std::uint8_t, 16> digest) const override;

@@ -1,6 +1,6 @@
 #include "simulator/tag/wire.h"
 
-#include <nettle/aes.h>
+#include <mbedtls/aes.h>
 
 #include <algorithm>
 #include <charconv>
@@ -10,20 +10,30 @@ namespace kvsim {
 const Block kFixedKey = {'Q', 'P', 'R', 'T', 'V', 'X', '-', 'H',
                          'a', 'r', 'b', 'o', 'n', 'i', 'c', 's'};
 
+namespace {
+
+constexpr unsigned kKeyBits = 128;
+
+using SetKey = int (*)(mbedtls_aes_context*, const unsigned char*, unsigned);
+
+Block transform(const Block& key, const Block& in, SetKey setKey, int mode) {
+  mbedtls_aes_context context;
+  mbedtls_aes_init(&context);
+  Block out{};
+  setKey(&context, key.data(), kKeyBits);
+  mbedtls_aes_crypt_ecb(&context, mode, in.data(), out.data());
+  mbedtls_aes_free(&context);
+  return out;
+}
+
+}  // namespace
+
 Block encryptBlock(const Block& key, const Block& plain) {
-  aes128_ctx context;
-  aes128_set_encrypt_key(&context, key.data());
-  Block wire;
-  aes128_encrypt(&context, wire.size(), wire.data(), plain.data());
-  return wire;
+  return transform(key, plain, mbedtls_aes_setkey_enc, MBEDTLS_AES_ENCRYPT);
 }
 
 Block decryptBlock(const Block& key, const Block& wire) {
-  aes128_ctx context;
-  aes128_set_decrypt_key(&context, key.data());
-  Block plain;
-  aes128_decrypt(&context, plain.size(), plain.data(), wire.data());
-  return plain;
+  return transform(key, wire, mbedtls_aes_setkey_dec, MBEDTLS_AES_DECRYPT);
 }
 
 std::optional<Block> toBlock(KVBytes bytes) {

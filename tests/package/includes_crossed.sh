@@ -28,7 +28,7 @@ crossing() {
 }
 crossing toolkit/b.cpp '"tracker/a.h"'
 crossing toolkit/b.cpp '"KVFobLink/KVTracker.h"'
-crossing toolkit/b.cpp '<nettle/aes.h>'
+crossing toolkit/b.cpp '<mbedtls/aes.h>'
 crossing tracker/b.cpp '"manager/a.h"'
 crossing tracker/b.cpp '"platform/linux/a.h"'
 crossing platform/b.h '"platform/linux/a.h"'
