@@ -1,8 +1,8 @@
 """Faults that the fuzzers must find, one of each kind: fuzzer, file, text, what it becomes."""
 
 PLANTED = [
-    ("advertisement", "manager/advertised_fields.cpp", "frame[1] > kLastProduct", "frame[1] > kLastProduct + 1"),
-    ("advertisement", "manager/advertised_fields.cpp", "kAddressSize - 1 - i", "kAddressSize - i"),
+    ("advertisement", "manager/advertised_frame.cpp", "bytes[1] > kLastProduct", "bytes[1] > kLastProduct + 1"),
+    ("advertisement", "manager/advertised_frame.cpp", "kAddressSize - 1 - i", "kAddressSize - i"),
     ("frame", "toolkit/command_frame.cpp", "length > kMostPayload + 1", "length > kMostPayload + 2"),
     ("cipher", "toolkit/cipher.cpp", "text.substr(0, text.find('\\0'))", "text"),
     ("hex", "toolkit/hex.cpp", "i + 1 < units.size()", "i < units.size()"),

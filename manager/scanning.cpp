@@ -2,7 +2,7 @@
 #include <array>
 
 #include "KVFobLink/KVTrackerManager.h"
-#include "manager/advertised_fields.h"
+#include "manager/advertised_frame.h"
 
 namespace {
 
@@ -41,43 +41,44 @@ void KVTrackerManager::didDiscoverPeripheral(KVCentral& /*central*/,
                                              std::optional<std::int64_t> rssi) {
   if (advertisement.serviceData.empty()) return;
   // Which service the data belongs to is not examined: the frame tells for itself.
-  const auto fields = kv::decodeAdvertisement(advertisement.serviceData.front().value);
-  if (!fields) return;
+  const auto frame = kv::AdvertisedFrame::accept(advertisement.serviceData.front().value);
+  if (!frame) return;
   const auto self = weak_from_this().lock();
-  if (const auto tracker = bindArray_->firstWithMac(*fields->mac)) {
-    takeInBound(tracker, *fields, peripheral, rssi);
+  const auto mac = frame->mac();
+  if (const auto tracker = bindArray_->firstWithMac(*mac)) {
+    takeInBound(tracker, *frame, peripheral, rssi);
   } else {
-    takeInScanned(*fields, peripheral, rssi);
+    takeInScanned(*mac, *frame, peripheral, rssi);
   }
 }
 
 void KVTrackerManager::takeInBound(const std::shared_ptr<KVTracker>& tracker,
-                                   const kv::AdvertisedFields& fields,
+                                   const kv::AdvertisedFrame& frame,
                                    const std::shared_ptr<KVPeripheral>& peripheral,
                                    std::optional<std::int64_t> rssi) {
   if (!tracker->peripheral()) tracker->setPeripheral(peripheral);
   tracker->updateData(KVTrackerDataAdvUpdate, platform_->clock->now());
-  tracker->updateData(KVTrackerDataBattery, fields.battery);
-  tracker->updateData(KVTrackerDataRadioTx, fields.radioTx);
+  tracker->updateData(KVTrackerDataBattery, frame.battery());
+  tracker->updateData(KVTrackerDataRadioTx, frame.radioTx());
   tracker->updateData(KVTrackerDataRssi, valueOf(rssi));
-  tracker->updateData(KVTrackerDataModel, fields.model);
+  tracker->updateData(KVTrackerDataModel, frame.model());
   forceConnect(tracker, peripheral);
 }
 
-void KVTrackerManager::takeInScanned(const kv::AdvertisedFields& fields,
+void KVTrackerManager::takeInScanned(const std::string& mac, const kv::AdvertisedFrame& frame,
                                      const std::shared_ptr<KVPeripheral>& peripheral,
                                      std::optional<std::int64_t> rssi) {
-  auto tracker = scannedDict_->find(*fields.mac);
+  auto tracker = scannedDict_->find(mac);
   if (!tracker) {
     tracker = std::make_shared<KVTracker>();
     tracker->setPassword(password_);
     tracker->setPeripheral(peripheral);
-    scannedDict_->set(*fields.mac, tracker);
+    scannedDict_->set(mac, tracker);
   }
-  tracker->updateData(KVTrackerDataMac, *fields.mac);
+  tracker->updateData(KVTrackerDataMac, mac);
   tracker->updateData(KVTrackerDataRssi, valueOf(rssi));
-  tracker->updateData(KVTrackerDataModel, fields.model);
-  tracker->updateData(KVTrackerDataBattery, fields.battery);
+  tracker->updateData(KVTrackerDataModel, frame.model());
+  tracker->updateData(KVTrackerDataBattery, frame.battery());
   tracker->updateData(KVTrackerDataAdvUpdate, platform_->clock->now());
   if (scanning_ && scanBlock_) scanBlock_(scannedDict_->values());
 }

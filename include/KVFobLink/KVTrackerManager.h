@@ -19,7 +19,7 @@
 #include "KVFobLink/KVTypes.h"
 
 namespace kv {
-struct AdvertisedFields;
+class AdvertisedFrame;
 }
 
 /// Scans for tags, binds them with a password, and keeps bound tags connected.
@@ -207,10 +207,10 @@ class KVFOB_EXPORT KVTrackerManager final : public KVCentralDelegate,
   void finishBinding(const std::shared_ptr<KVTracker>& tracker, bool success);
   void finishUnbinding(const std::shared_ptr<KVTracker>& tracker, bool success);
   KVFOB_LOCAL void takeInBound(const std::shared_ptr<KVTracker>& tracker,
-                               const kv::AdvertisedFields& fields,
+                               const kv::AdvertisedFrame& frame,
                                const std::shared_ptr<KVPeripheral>& peripheral,
                                std::optional<std::int64_t> rssi);
-  KVFOB_LOCAL void takeInScanned(const kv::AdvertisedFields& fields,
+  KVFOB_LOCAL void takeInScanned(const std::string& mac, const kv::AdvertisedFrame& frame,
                                  const std::shared_ptr<KVPeripheral>& peripheral,
                                  std::optional<std::int64_t> rssi);
 

@@ -1,4 +1,4 @@
-#include "manager/advertised_fields.h"
+#include "manager/advertised_frame.h"
 
 #include <array>
 #include <cstddef>
@@ -29,27 +29,33 @@ constexpr auto kPairs = [] {
   return pairs;
 }();
 
-/// The address as text, most significant byte first; on the air it is the last.
-void writeAddress(std::span<const std::uint8_t, kAddressSize> address, char* text) {
-  for (std::size_t i = 0; i < kAddressSize; ++i) {
-    std::memcpy(text + 2 * i, kPairs[address[kAddressSize - 1 - i]].data(), 2);
-  }
-}
-
 }  // namespace
 
-std::optional<AdvertisedFields> decodeAdvertisement(KVBytes frame) {
-  std::optional<AdvertisedFields> fields;
-  if (frame.size() != kShortFrame && frame.size() != kLongFrame) return fields;
-  if (frame[0] != kFrameType) return fields;
-  if (frame[1] < kFirstProduct || frame[1] > kLastProduct) return fields;
-  fields.emplace();
-  fields->battery = frame[2];
-  writeAddress(frame.subspan<kAddressOffset, kAddressSize>(),
-               fields->mac.emplace(2 * kAddressSize, '0').data());
-  fields->radioTx = frame[9] < 0x80 ? frame[9] : frame[9] - 0x100;  // signed
-  fields->model = frame.size() == kLongFrame ? frame[10] : kNoModel;
-  return fields;
+std::optional<AdvertisedFrame> AdvertisedFrame::accept(KVBytes bytes) {
+  if (bytes.size() != kShortFrame && bytes.size() != kLongFrame) return std::nullopt;
+  if (bytes[0] != kFrameType) return std::nullopt;
+  if (bytes[1] < kFirstProduct || bytes[1] > kLastProduct) return std::nullopt;
+  return AdvertisedFrame(bytes);
+}
+
+std::int64_t AdvertisedFrame::battery() const { return bytes_[2]; }
+
+/// Most significant byte first; on the air it is the last.
+std::optional<std::string> AdvertisedFrame::mac() const {
+  std::optional<std::string> text(std::in_place, 2 * kAddressSize, '0');
+  const auto address = bytes_.subspan<kAddressOffset, kAddressSize>();
+  for (std::size_t i = 0; i < kAddressSize; ++i) {
+    std::memcpy(text->data() + 2 * i, kPairs[address[kAddressSize - 1 - i]].data(), 2);
+  }
+  return text;
+}
+
+std::int64_t AdvertisedFrame::radioTx() const {
+  return bytes_[9] < 0x80 ? bytes_[9] : bytes_[9] - 0x100;  // signed
+}
+
+std::int64_t AdvertisedFrame::model() const {
+  return bytes_.size() == kLongFrame ? bytes_[10] : kNoModel;
 }
 
 }  // namespace kv
@@ -59,8 +65,9 @@ void KVUtils::validateAdv(KVBytes data, std::optional<std::int64_t> rssi,
   if (!completion) return;
   constexpr std::int64_t kRejected = -1;
   constexpr std::int64_t kRejectedRssi = -100;
-  if (const auto fields = kv::decodeAdvertisement(data)) {
-    completion(true, fields->battery, fields->mac, fields->radioTx, rssi, fields->model);
+  if (const auto frame = kv::AdvertisedFrame::accept(data)) {
+    const auto mac = frame->mac();
+    completion(true, frame->battery(), mac, frame->radioTx(), rssi, frame->model());
   } else {
     completion(false, kRejected, std::nullopt, kRejected, kRejectedRssi, kRejected);
   }
