@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <limits>
+#include <optional>
 
 namespace kv {
 namespace {
@@ -26,15 +27,24 @@ icu::UnicodeString toUtf16(std::string_view utf8) {
       icu::StringPiece(utf8.data(), static_cast<std::int32_t>(utf8.size())));
 }
 
-/// ICU's own time limit counts steps, so a text with many starts escapes it; the clock does not.
-struct Deadline {
-  Clock::time_point at = Clock::now() + kTimeLimit;
-
-  static UBool goesOn(const void* context) {
-    return Clock::now() < static_cast<const Deadline*>(context)->at;
+/// ICU's own time limit counts steps, so a text with many starts escapes it; the clock does not. It
+/// is first read when ICU first asks, after thousands of steps: most matches are over by then.
+class Deadline {
+ public:
+  bool goesOn() const {
+    const auto now = Clock::now();
+    if (!at_) at_ = now + kTimeLimit;
+    return now < *at_;
   }
-  static UBool whileMatching(const void* context, std::int32_t) { return goesOn(context); }
-  static UBool whileFinding(const void* context, std::int64_t) { return goesOn(context); }
+  static UBool whileMatching(const void* context, std::int32_t) {
+    return static_cast<const Deadline*>(context)->goesOn();
+  }
+  static UBool whileFinding(const void* context, std::int64_t) {
+    return static_cast<const Deadline*>(context)->goesOn();
+  }
+
+ private:
+  mutable std::optional<Clock::time_point> at_;  // ICU hands a context on as constant
 };
 
 }  // namespace
@@ -116,11 +126,10 @@ std::size_t PatternMatcher::cached() const {
 }
 
 PatternMatcher::CompiledPtr PatternMatcher::compiled(std::string_view pattern, bool ignoreCase) {
-  std::string key(1, ignoreCase ? 'i' : '=');
-  key += pattern;
+  auto& kept = kept_[ignoreCase ? 1 : 0];
   {
     const std::lock_guard lock(mutex_);
-    if (const auto found = byKey_.find(key); found != byKey_.end()) {
+    if (const auto found = kept.find(pattern); found != kept.end()) {
       recent_.splice(recent_.begin(), recent_, found->second);
       return recent_.front().compiled;
     }
@@ -128,11 +137,12 @@ PatternMatcher::CompiledPtr PatternMatcher::compiled(std::string_view pattern, b
   auto fresh = std::make_shared<Compiled>(pattern, ignoreCase);
   if (pattern.size() > kLongestCached) return fresh;
   const std::lock_guard lock(mutex_);
-  if (byKey_.contains(key)) return fresh;  // another thread was faster
-  recent_.push_front({key, fresh});
-  byKey_.emplace(std::move(key), recent_.begin());
+  if (kept.contains(pattern)) return fresh;  // another thread was faster
+  recent_.push_front({std::string(pattern), ignoreCase, fresh});
+  kept.emplace(recent_.front().pattern, recent_.begin());
   if (recent_.size() > kCacheSize) {
-    byKey_.erase(recent_.back().key);
+    const Slot& oldest = recent_.back();
+    kept_[oldest.ignoreCase ? 1 : 0].erase(oldest.pattern);
     recent_.pop_back();
   }
   return fresh;

@@ -1,11 +1,13 @@
 #ifndef PLATFORM_LINUX_PATTERN_MATCHER_H
 #define PLATFORM_LINUX_PATTERN_MATCHER_H
 
+#include <array>
 #include <cstddef>
 #include <list>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
 #include "KVFobLink/KVPlatform.h"
@@ -33,7 +35,8 @@ class PatternMatcher : public KVPatternMatcher {
   class Compiled;
   using CompiledPtr = std::shared_ptr<Compiled>;
   struct Slot {
-    std::string key;
+    std::string pattern;
+    bool ignoreCase;
     CompiledPtr compiled;
   };
 
@@ -41,7 +44,8 @@ class PatternMatcher : public KVPatternMatcher {
 
   mutable std::mutex mutex_;
   std::list<Slot> recent_;  // the latest used first
-  std::unordered_map<std::string, std::list<Slot>::iterator> byKey_;
+  /// Into `recent_`, by pattern; first those that look at case, then those that ignore it.
+  std::array<std::unordered_map<std::string_view, std::list<Slot>::iterator>, 2> kept_;
 };
 
 }  // namespace kv
