@@ -11,9 +11,6 @@
 namespace kv {
 namespace {
 
-// So many messages are handled in one turn; the queue then serves its other work first.
-constexpr int kMessagesPerTurn = 64;
-
 std::uint64_t monotonicMicroseconds() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
@@ -216,16 +213,15 @@ void BusConnection::armTimer() {
   });
 }
 
+/// Handles one message: to look for another in the same turn costs a system call, mostly in vain.
+/// One that waits in the socket makes the watch ready again, one that was read makes the timer due.
 void BusConnection::process() {
   const auto self = shared_from_this();
   if (!watch_ || processing_) {
     return;
   }
   processing_ = true;
-  int result = 1;
-  for (int i = 0; i < kMessagesPerTurn && result > 0; ++i) {
-    result = sd_bus_process(bus_, nullptr);
-  }
+  const int result = sd_bus_process(bus_, nullptr);
   processing_ = false;
   if (result < 0) {
     fail(-result);
