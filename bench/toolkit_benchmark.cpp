@@ -97,7 +97,7 @@ __attribute__((target("aes,sse2"))) void AesBlockRaw(benchmark::State& state) {
     benchmark::DoNotOptimize(out.data());
   }
 }
-BENCHMARK(AesBlockRaw);
+BENCHMARK(AesBlockRaw)->Threads(1)->Threads(2);
 #endif
 
 constexpr std::string_view kText = "a1b2c3d4e5f6 open sesame";

@@ -1,5 +1,7 @@
-"""The CPU time that one advertisement costs each of three scanning programs, on a bus and with a daemon of their own."""
+"""What one advertisement costs each of three scanning programs, on a bus and with a daemon of their own."""
+import contextlib
 import os
+import re
 import statistics
 import subprocess
 import sys
@@ -15,6 +17,7 @@ PROGRAMS = {
     "bare sd-bus": lambda build, bus: [build + "/bench_scan_bare", bus],
     "bleak": lambda build, bus: [sys.executable, HERE + "/scan_bleak.py"],
 }
+CALLGRIND = ["valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null"]
 
 
 def start(command, **how):
@@ -32,46 +35,86 @@ def cpu_seconds(process):
     return time.clock_gettime((~process.pid << 3) | 2)
 
 
-def seconds_each(build, name, bus, tags, count):
+class Scan:
+    """A program that scans, from its start until the daemon has its request, and the daemon that sends it signals."""
+
+    def __init__(self, build, name, bus, tags, under=(), **how):
+        self.daemon = start([build + "/bench_advertiser", bus, str(tags)])
+        expect(self.daemon, "ready")
+        begun = time.monotonic()
+        self.program = start([*under, *PROGRAMS[name](build, bus)], env={**os.environ, "DBUS_SYSTEM_BUS_ADDRESS": bus},
+                             **how)
+        expect(self.daemon, "scanning")
+        self.seconds_to_scanning = time.monotonic() - begun
+        self.sent = 0
+        time.sleep(SETTLE)
+
+    def send(self, count):
+        self.daemon.stdin.write(f"{count}\n")
+        self.daemon.stdin.flush()
+        expect(self.daemon, "sent")
+        self.sent += count
+        time.sleep(SETTLE)
+
+    def end(self):
+        """Ends both; returns what the program wrote to standard error, where that was asked for."""
+        self.program.stdin.close()
+        expect(self.program, str(self.sent))
+        self.daemon.stdin.close()
+        self.daemon.wait()
+        said = self.program.stderr.read() if self.program.stderr else ""
+        self.program.wait()
+        return said
+
+
+def seconds_each(scan, count):
     """The CPU time of one signal among so many, start-up and warm-up left out."""
-    with start([build + "/bench_advertiser", bus, str(tags)]) as daemon:
-        expect(daemon, "ready")
-        with start(PROGRAMS[name](build, bus), env={**os.environ, "DBUS_SYSTEM_BUS_ADDRESS": bus}) as program:
-            expect(daemon, "scanning")
-            time.sleep(SETTLE)
-
-            def send(signals):
-                daemon.stdin.write(f"{signals}\n")
-                daemon.stdin.flush()
-                expect(daemon, "sent")
-                time.sleep(SETTLE)
-                return cpu_seconds(program)
-
-            begun = send(WARM_UP)
-            took = send(count) - begun
-            program.stdin.close()
-            expect(program, str(WARM_UP + count))
-        daemon.stdin.close()
-    return took / count
+    scan.send(WARM_UP)
+    begun = cpu_seconds(scan.program)
+    scan.send(count)
+    return (cpu_seconds(scan.program) - begun) / count
 
 
-def measure(build, rounds, count):
-    """For each program and number of tags the seconds of each round, in which they take turns."""
-    found = {}
+@contextlib.contextmanager
+def private_bus():
     with tempfile.TemporaryDirectory() as folder:
         bus = f"unix:path={folder}/bus"
         broker = start(["dbus-daemon", "--session", "--nofork", "--nopidfile", "--print-address", "--address=" + bus],
                        stderr=subprocess.DEVNULL)  # complains about file limits
         try:
             broker.stdout.readline()
-            for _ in range(rounds):
-                for tags in TAGS:
-                    for name in PROGRAMS:
-                        found.setdefault((name, tags), []).append(seconds_each(build, name, bus, tags, count))
+            yield bus
         finally:
             broker.kill()
             broker.wait()
+
+
+def measure(build, rounds, count):
+    """What each program took in each round, in which they take turns: the seconds to scanning by its name, those of a
+    signal by its name and the number of tags."""
+    found = {}
+    with private_bus() as bus:
+        for _ in range(rounds):
+            for tags in TAGS:
+                for name in PROGRAMS:
+                    scan = Scan(build, name, bus, tags)
+                    found.setdefault(name, []).append(scan.seconds_to_scanning)
+                    found.setdefault((name, tags), []).append(seconds_each(scan, count))
+                    scan.end()
     return found
+
+
+def instructions_each(build, name):
+    """The instructions of one signal outside of the kernel: what a run with more of them has more."""
+    few, many = 1_000, 3_000
+
+    def collected(count):
+        scan = Scan(build, name, bus, TAGS[-1], CALLGRIND, stderr=subprocess.PIPE)
+        scan.send(count)
+        return int(re.search(r"Collected : (\d+)", scan.end()).group(1))
+
+    with private_bus() as bus:
+        return (collected(many) - collected(few)) / (many - few)
 
 
 def ratio(some, others):
