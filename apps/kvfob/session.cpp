@@ -10,8 +10,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// The Bluetooth service is asked over the bus, and it may just be starting.
-constexpr Session::Duration kAdapterPatience = 3s;
+// The Bluetooth service may just be starting; on a busy machine it takes seconds to answer.
+constexpr Session::Duration kAdapterPatience = 10s;
+constexpr Session::Duration kAdapterHint = 2s;
 // BlueZ takes about two seconds to end a link.
 constexpr auto kDropPatience = 6s;
 
@@ -41,6 +42,9 @@ Session::~Session() { manager_->didChangeBluetooth({}); }
 
 void Session::whenOn(std::function<void()> ready, Duration patience) {
   ready_ = std::move(ready);
+  after(kAdapterHint, [this] {
+    if (ready_) console_.note("waiting for the Bluetooth service");
+  });
   after(std::min(patience, kAdapterPatience), [this] {
     if (ready_) {
       finish(
