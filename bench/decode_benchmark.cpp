@@ -1,4 +1,4 @@
-/// Decoding one advertisement, beside the least and the usual way of it.
+// Decoding one advertisement, beside the least and the usual way of it.
 #include <benchmark/benchmark.h>
 
 #include <array>

@@ -1,4 +1,4 @@
-/// What it costs to take in one advertisement, with more and more tags known.
+// What it costs to take in one advertisement, with more and more tags known.
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 
@@ -13,14 +13,14 @@ namespace {
 
 using Frame = std::array<std::uint8_t, 11>;
 
-/// The service data of tag number `n`.
+// The service data of tag number `n`.
 Frame frameOf(std::uint32_t n) {
   Frame frame{0xA1, 0x0B, 100, 0, 0, 0, 0, 0xC0, 0xDE, 0xF4, 3};
   for (std::size_t i = 0; i < 4; ++i) frame[3 + i] = static_cast<std::uint8_t>(n >> (8 * i));
   return frame;
 }
 
-/// A manager, and tags around it.
+// A manager, and tags around it.
 class Crowd {
  public:
   explicit Crowd(std::uint32_t count)
@@ -34,7 +34,7 @@ class Crowd {
     }
   }
 
-  /// Has the manager know them all, each heard once.
+  // Has the manager know them all, each heard once.
   void meet(bool bound) {
     for (std::size_t n = 0; n < size(); ++n) {
       if (bound) {
@@ -61,12 +61,11 @@ class Crowd {
   std::shared_ptr<KVTrackerManager> manager_;
 };
 
-/// What the heap has handed out and not got back, with its own overhead.
+// What the heap has handed out and not got back, with its own overhead.
 std::size_t heapInUse() { return mallinfo2().uordblks + mallinfo2().hblkhd; }
 
-/// @param onAir  How many of the known tags are heard, in turn. With few, what is measured is the
-///               look-up; with all of them, also the cache misses of going through more memory than
-///               fits.
+// @param onAir  How many of the known tags are heard, in turn. With few, what is measured is the
+//               look-up; with all of them, also the misses in a cache that cannot hold them.
 void intake(benchmark::State& state, bool bound, std::size_t onAir) {
   Crowd crowd(static_cast<std::uint32_t>(state.range(0)));
   const std::size_t before = heapInUse();

@@ -1,5 +1,5 @@
-/// A whole road on the simulated radio in virtual time, by one tag and by many at once: advertised,
-/// connected, discovered, bound, five commands, lost.
+// A whole road on the simulated radio in virtual time, by one tag and by many at once: advertised,
+// connected, discovered, bound, five commands, lost.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -9,7 +9,7 @@
 
 namespace {
 
-/// Every tag of a crowd goes down the road at its own pace.
+// Every tag of a crowd goes down the road at its own pace.
 class Crowd {
  public:
   explicit Crowd(std::size_t count) : count_(count) {
@@ -30,7 +30,7 @@ class Crowd {
   Crowd(const Crowd&) = delete;
   Crowd& operator=(const Crowd&) = delete;
 
-  /// Whether every tag came to the end of it.
+  // Whether every tag came to the end of it.
   [[gnu::noinline]] bool run() {  // the report counts the instructions inside
     manager_->startScan([this](const KVTrackers& trackers) {
       if (trackers.size() < count_ || !begun_.empty()) return;

@@ -1,4 +1,4 @@
-/// The toolkit's helpers beside what one would use instead.
+// The toolkit's helpers beside what one would use instead.
 #include <benchmark/benchmark.h>
 #include <openssl/evp.h>
 #include <unicode/regex.h>
@@ -28,7 +28,7 @@ void installQuietPlatform(const benchmark::State& /*state*/) {
   KVPlatform::setCurrent(kvbench::quietPlatform());
 }
 
-/// Counts what the loop allocates from its making to its end.
+// Counts what the loop allocates from its making to its end.
 class AllocationCount {
  public:
   explicit AllocationCount(benchmark::State& state) : state_(state) {}
@@ -51,7 +51,7 @@ void AesBlock(benchmark::State& state) {
   }
 }
 
-/// OpenSSL as it is meant to be used: the algorithm is fetched once, the context is kept.
+// OpenSSL as it is meant to be used: the algorithm is fetched once, the context is kept.
 void AesBlockOpenSsl(benchmark::State& state) {
   EVP_CIPHER* const cipher = EVP_CIPHER_fetch(nullptr, "AES-128-ECB", nullptr);
   EVP_CIPHER_CTX* const context = EVP_CIPHER_CTX_new();
@@ -75,7 +75,7 @@ __attribute__((target("aes,sse2"))) __m128i nextRoundKey(__m128i key) {
   return _mm_xor_si128(key, assist);
 }
 
-/// The least that can be done: the processor's own instructions, with the same one allocation.
+// The least that can be done: the processor's own instructions, with the same one allocation.
 __attribute__((target("aes,sse2"))) void AesBlockRaw(benchmark::State& state) {
   for (auto _ : state) {
     KVData out(kPlain.size());

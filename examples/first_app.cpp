@@ -1,4 +1,4 @@
-// Binds the first tag that is heard, and rings it.
+// Binds the first tag that a scan finds, and rings it.
 #include <KVFobLink/KVFobLink.h>
 
 #include <iostream>
@@ -7,28 +7,31 @@ int main() {
   const auto queue = KVPlatform::current().eventQueue;
   const auto manager = KVTrackerManager::sharedInstance();
   int status = 1;
+  const auto end = [&](std::string_view outcome, int result = 1) {
+    (result == 0 ? std::cout : std::cerr) << outcome << '\n';
+    status = result;
+    queue->stop();
+  };
+
+  // Unknown and Resetting pass, and didChangeBluetooth reports changes only: so look in a while.
+  queue->postAfter(std::chrono::seconds(10), [&] {
+    if (manager->bleState() != KVCentralStatePoweredOn) end("no Bluetooth; ask: kvfob doctor");
+  });
+  queue->postAfter(std::chrono::minutes(1), [&] { end("no tag, or no answer"); });
 
   manager->setPassword("secret");  // 1 to 13 bytes; the tag keeps the first one that binds it
-  manager->didChangeBluetooth([](std::int64_t state) {
-    if (state != KVCentralStatePoweredOn) std::cerr << "Bluetooth is not on: " << state << '\n';
-  });
-
   manager->startScan([&](const KVTrackers& trackers) {
+    manager->stopScan();  // a scan that starts anew forgets the tag that is being bound
     const auto& tag = trackers[0];
-    manager->stopScan();
     std::cout << "binding " << *tag->mac() << ", " << tag->rssi() << " dBm\n";
 
-    manager->bindingVerify(tag, [&, tag](bool bound, const std::optional<KVError>& error) {
-      if (!bound) {
-        std::cerr << error->domain << '\n';
-        return queue->stop();
-      }
-      tag->switchBellStatus(/*status=*/true,
-                            [&](bool ringing, const std::optional<KVError>& refusal) {
-                              std::cout << (ringing ? "ringing" : refusal->domain) << '\n';
-                              status = ringing ? 0 : 1;
-                              queue->stop();
-                            });
+    // Weakly: the tag keeps its completions. Once bound, the manager keeps the tag.
+    manager->bindingVerify(tag, [&, weak = std::weak_ptr(tag)](bool bound, const auto& error) {
+      if (!bound) return end(error->domain);
+      weak.lock()->switchBellStatus(/*status=*/true, [&](bool ringing, const auto& refusal) {
+        if (ringing) return end("ringing", 0);
+        end(refusal->domain);
+      });
     });
   });
 

@@ -1,5 +1,5 @@
-// Tests an application without a radio: rings a tag that loses the link on the way, in virtual
-// time.
+// Tests an application without a radio: in virtual time, rings a tag that loses the link twice on
+// the way.
 #include <KVFobLink/KVFobLink.h>
 #include <KVFobSimulator/KVFobSimulator.h>
 
@@ -10,11 +10,11 @@ int main() {
 
   kvsim::SimulatedRadio radio;
   const auto tag = radio.addTag({.address = "a1b2c3d4e5f6", .password = "secret"});
-  tag->behaviour().steps[kvsim::RoadStep::ServiceDiscovery] = {.fault = kvsim::StepFault::Drop,
-                                                               .times = 2};
+  tag->behaviour().steps[kvsim::Procedure::ServiceDiscovery] = {.fault = kvsim::StepFault::Drop,
+                                                                .times = 2};
   KVPlatform::setCurrent(radio.platform());
 
-  // The application: a tag that was bound before, which connects when it is heard.
+  // The application: a tag that was bound before, which connects when it advertises.
   const auto manager = KVTrackerManager::sharedInstance();
   manager->setPassword("secret");
   const auto tracker = manager->addTracker("a1b2c3d4e5f6");

@@ -76,7 +76,7 @@ class World {
     }
   }
 
-  /// What every callback does: anything.
+  // What every callback does: anything.
   void act() {
     if (ended_ || depth_ >= kMostDepth || input_.remaining_bytes() == 0) return;
     ++depth_;
@@ -90,7 +90,7 @@ class World {
     watch_.check(*manager_);
   }
 
-  /// A callback that does anything, even replace itself, and then still uses what it holds.
+  // A callback that does anything, even replace itself, and then still uses what it holds.
   auto acting() {
     return [this, own = std::string(40, 'x')](const auto&...) {
       act();

@@ -30,7 +30,7 @@ constexpr std::array kNames{"Address",     "AddressType", "Alias",   "Powered",
                             "ServiceData", "Connected",   "Service", "ServicesResolved",
                             "Value",       "Modalias",    "Unknown"};
 
-/// A bus whose other end never answers: good enough to make messages.
+// A bus whose other end never answers: good enough to make messages.
 sd_bus* deadBus() {
   std::array<int, 2> ends{};
   sd_bus* bus = nullptr;
@@ -45,7 +45,7 @@ const char* pick(Input& input, const std::array<const char*, kCount>& from) {
   return from[input.ConsumeIntegralInRange<std::size_t>(0, kCount - 1)];
 }
 
-/// A value of any type, now and then of the right one.
+// A value of any type, now and then of the right one.
 void appendVariant(sd_bus_message* message, Input& input) {
   const std::string text = input.ConsumeRandomLengthString(40);
   const char* word = text.c_str();
@@ -107,7 +107,7 @@ void appendInterfaces(sd_bus_message* message, Input& input) {
 class Watcher final : public kv::ObjectTreeObserver {
  public:
   void adaptersChanged() override {}
-  void deviceSeen(kv::DeviceObject& device) override { present(device); }
+  void deviceHeard(kv::DeviceObject& device) override { present(device); }
   void deviceChanged(kv::DeviceObject& device) override { present(device); }
   void deviceRemoved(kv::DeviceObject& device) override {
     require(!device.connected && !device.servicesResolved, "what is gone is not connected");

@@ -38,7 +38,7 @@ void HostilePeripheral::post(Event event, std::chrono::nanoseconds delay) {
   });
 }
 
-/// For what carries no bytes: well, refused, not at all, twice, late, or the link ends.
+// For what carries no bytes: well, refused, not at all, twice, late, or the link ends.
 void HostilePeripheral::answer(const std::function<Event(std::optional<KVError>)>& event) {
   switch (mischief()) {
     case Mischief::refuse:
@@ -102,7 +102,7 @@ void HostilePeripheral::setNotifyValue(bool enabled,
   if (mischief() != Mischief::silence) tag_.subscribe(handleOf(characteristic), enabled);
 }
 
-/// A value on its way to the library, whatever becomes of it.
+// A value on its way to the library, whatever becomes of it.
 void HostilePeripheral::value(const std::shared_ptr<KVCharacteristic>& characteristic,
                               KVData bytes) {
   std::chrono::nanoseconds delay = 8ms;

@@ -13,7 +13,7 @@ constexpr std::chrono::seconds kPromised{1};
 constexpr std::int32_t kSteps =
     10;  // of ICU's own limit, a few milliseconds: it is decided by then
 
-/// Nothing when ICU does not decide soon.
+// Nothing when ICU does not decide soon.
 std::optional<bool> matchesByIcu(const std::string& text, const std::string& pattern) {
   UErrorCode status = U_ZERO_ERROR;
   icu::RegexMatcher matcher(icu::UnicodeString::fromUTF8(pattern), 0, status);

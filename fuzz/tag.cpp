@@ -88,7 +88,7 @@ class World {
     clock().postBackground(1s, [this] { advertise(); });
   }
 
-  /// Its completion comes within 30 seconds, once, unless another bind takes its place.
+  // Its completion comes within 30 seconds, once, unless another bind takes its place.
   void bind() {
     const auto target = scanned();
     if (!target) return;

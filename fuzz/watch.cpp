@@ -7,7 +7,7 @@
 namespace kvfuzz {
 namespace {
 
-/// The password as it is, in hexadecimal, and as its digest: nobody may read them in a log.
+// The password as it is, in hexadecimal, and as its digest: nobody may read them in a log.
 class NoSecretLog final : public KVLog {
  public:
   void write(std::string_view line) override {
@@ -27,7 +27,7 @@ bool sameDevice(const std::shared_ptr<KVTracker>& tracker, const std::string& id
 
 }  // namespace
 
-/// The simulator's timers, counted while they run.
+// The simulator's timers, counted while they run.
 class Watch::Timers final : public KVTimerThreads {
  public:
   explicit Timers(std::shared_ptr<KVTimerThreads> real) : real_(std::move(real)) {}

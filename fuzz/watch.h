@@ -17,7 +17,7 @@ inline constexpr const char* kPassword = "open sesame";
 inline constexpr int kAddresses = 4;
 inline std::string address(int i) { return "a1b2c3d4e5f" + std::to_string(i); }
 
-/// Sets a platform on the simulated radio, whose log must hold no secret and whose timer threads
+/// Sets a platform on the simulated radio. Its log must hold no secret, and its timer threads
 /// are counted.
 class Watch {
  public:

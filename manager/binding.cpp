@@ -1,97 +1,110 @@
-/// Binding and unbinding.
-#include "KVFobLink/KVTrackerManager.h"
+// Binding and unbinding.
+#include <utility>
+
+#include "manager/core.h"
 #include "manager/messages.h"
+#include "platform/task_queue.h"
+#include "tracker/core.h"
+#include "tracker/tracker_index.h"
 
 namespace {
 
-/// Owns an object until `release`, and from then on only watches it.
-///
-/// The result callbacks below stay in a tracker's slot after they were called. They own what they
-/// need until their result is in; owning it for longer would keep tracker and manager alive for
-/// each other's sake, for ever.
-template <typename Object>
-class OwnedUntilResult {
- public:
-  explicit OwnedUntilResult(std::shared_ptr<Object> object)
-      : owned_(std::move(object)), watched_(owned_) {}
-
-  std::shared_ptr<Object> get() const { return watched_.lock(); }
-  void release() { owned_.reset(); }
-
- private:
-  std::shared_ptr<Object> owned_;
-  std::weak_ptr<Object> watched_;
+// What a request in flight needs. The queue owns it, by one of its tasks: so the request outlives
+// the application's last reference to manager and tracker, but not the queue, after which nothing
+// can answer it any more. If a tracker's slot owned it, these would keep each other alive.
+struct Kept {
+  std::shared_ptr<KVTrackerManager> manager;
+  std::shared_ptr<KVTracker> tracker;
 };
 
-template <typename Object>
-std::shared_ptr<OwnedUntilResult<Object>> owned(std::shared_ptr<Object> object) {
-  return std::make_shared<OwnedUntilResult<Object>>(std::move(object));
-}
+// Belongs to a request's callback: when the result is in, or another callback takes the slot,
+// nothing is kept any more.
+class InFlight {
+ public:
+  InFlight(std::weak_ptr<Kept> kept, std::shared_ptr<const kv::Services> services,
+           KVEventQueue::TaskId keeper)
+      : kept_(std::move(kept)), services_(std::move(services)), keeper_(keeper) {}
+  ~InFlight() { end(); }
+  InFlight(const InFlight&) = delete;
+  InFlight& operator=(const InFlight&) = delete;
+
+  // Hands over what was kept.
+  Kept end() {
+    const auto kept = kept_.lock();
+    if (!kept) return {};  // its task has gone already, or is going at this moment
+    if (keeper_ != 0) services_->cancel(std::exchange(keeper_, 0));
+    return std::exchange(*kept, {});
+  }
+
+ private:
+  const std::weak_ptr<Kept> kept_;
+  const std::shared_ptr<const kv::Services> services_;
+  KVEventQueue::TaskId keeper_;
+};
 
 }  // namespace
 
-void KVTrackerManager::bindingVerify(const std::shared_ptr<KVTracker>& tracker,
-                                     KVResultCallback completion) {
+void KVTrackerManager::Core::bind(const Tracker& tracker, KVResultCallback completion,
+                                  std::shared_ptr<KVTrackerManager> manager) {
   if (!tracker || !tracker->peripheral()) {
     log("the given tracker doesn't have a peripheral.");
     return;
   }
-  const auto self = shared_from_this();
-  // Kept: the argument may be an element of what a callback changes.
-  const auto bound = tracker->shared_from_this();
+  const auto bound = kv::sharedOf(tracker.get());
+  const auto kept = std::make_shared<Kept>(Kept{std::move(manager), nullptr});
   bound->setBindingBlock(
-      [manager = owned(self), weak = std::weak_ptr(bound), completion = std::move(completion)](
-          bool success, const std::optional<KVError>& error) {
-        const auto alive = manager->get();
-        manager->release();
-        if (alive) alive->finishBinding(weak.lock(), success);
+      [core = weak_from_this(), inFlight = std::make_shared<InFlight>(kept, services_, 0),
+       target = std::weak_ptr(bound),
+       completion = std::move(completion)](bool success, const std::optional<KVError>& error) {
+        const Kept held = inFlight->end();
+        if (const auto alive = core.lock()) alive->finishBinding(target.lock(), success);
         if (completion) completion(success, error);
       });
-  bound->setBinding(true);
-  bound->setPassword(password_);
+  // The check keeps the tracker until it runs, and the manager until the result is in.
+  KVTracker::Core::of(*bound).setBinding(
+      /*binding=*/true, std::make_shared<std::pair<Tracker, std::shared_ptr<Kept>>>(bound, kept));
+  bound->setPassword(password);
   connect(bound);
 }
 
-void KVTrackerManager::finishBinding(const std::shared_ptr<KVTracker>& tracker, bool success) {
+void KVTrackerManager::Core::finishBinding(const Tracker& tracker, bool success) {
   if (!success) {
     log("bind Failed!");
     return;
   }
   if (!tracker) return;
   tracker->setBound(true);
-  bindArray_->append(tracker);
-  if (tracker->mac()) scannedDict_->erase(*tracker->mac());
+  bindArray->append(tracker);
+  if (tracker->mac()) scannedDict->erase(*tracker->mac());
 }
 
-void KVTrackerManager::unbindTracker(const Mac& mac, KVResultCallback completion) {
-  if (!mac) {
-    log(kv::kNoMacAddress);
-    return;
-  }
-  const auto self = shared_from_this();
-  const auto tracker = bindArray_->firstWithMac(*mac);
+void KVTrackerManager::Core::unbind(const std::string& mac, KVResultCallback completion,
+                                    std::shared_ptr<KVTrackerManager> manager) {
+  const auto tracker = bindArray->firstWithMac(mac);
   if (!tracker) return;
   if (tracker->connection() != KVConnectionConnected) {
     finishUnbinding(tracker, /*success=*/true);
     if (completion) completion(true, std::nullopt);
     return;
   }
+  const auto kept = std::make_shared<Kept>(Kept{std::move(manager), tracker});
+  const auto keeper = services_->postAfter(kv::kForever, [kept] {});
   tracker->removeBindPassword(
-      [manager = owned(self), unbound = owned(tracker), completion = std::move(completion)](
-          bool success, const std::optional<KVError>& error) {
-        const auto alive = manager->get();
-        const auto target = unbound->get();
-        manager->release();
-        unbound->release();
-        if (alive && target) alive->finishUnbinding(target, success);
+      [core = weak_from_this(), inFlight = std::make_shared<InFlight>(kept, services_, keeper),
+       target = std::weak_ptr(tracker),
+       completion = std::move(completion)](bool success, const std::optional<KVError>& error) {
+        const Kept held = inFlight->end();
+        const auto alive = core.lock();
+        const auto unbound = target.lock();
+        if (alive && unbound) alive->finishUnbinding(unbound, success);
         if (completion) completion(success, error);
       });
 }
 
-void KVTrackerManager::finishUnbinding(const std::shared_ptr<KVTracker>& tracker, bool success) {
+void KVTrackerManager::Core::finishUnbinding(const Tracker& tracker, bool success) {
   // Also after a refusal: the tag is no longer ours to reconnect, though it stays in the list.
   tracker->setBound(false);
   if (!success) return;
   disconnect(tracker);
-  bindArray_->remove(tracker);
+  bindArray->remove(tracker);
 }

@@ -1,113 +1,158 @@
-#include <algorithm>
-#include <iterator>
-#include <utility>
-
 #include "KVFobLink/KVTrackerCollections.h"
-#include "manager/snapshot_store.h"
+
+#include <algorithm>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
 #include "tracker/tracker_index.h"
 
 // Whatever drops a tracker does so last, with the collection in order: a tracker's callbacks may
 // call back when they are destroyed.
 
-KVTrackerList::KVTrackerList()
-    : index_(std::make_unique<kv::TrackerIndex>(kv::TrackerIndex::Keys::kMacAndPeripheral)) {}
+// ---- The snapshot
+
+struct KVTrackers::Data {
+  std::vector<Element> elements;
+};
+
+KVTrackers::KVTrackers() = default;
+KVTrackers::~KVTrackers() = default;
+KVTrackers::KVTrackers(const KVTrackers&) = default;
+KVTrackers::KVTrackers(KVTrackers&&) noexcept = default;
+KVTrackers& KVTrackers::operator=(const KVTrackers&) = default;
+KVTrackers& KVTrackers::operator=(KVTrackers&&) noexcept = default;
+KVTrackers::KVTrackers(std::shared_ptr<const Data> data) : data_(std::move(data)) {}
+
+const KVTrackers::Element* KVTrackers::begin() const {
+  return data_ ? data_->elements.data() : nullptr;
+}
+const KVTrackers::Element* KVTrackers::end() const {
+  return data_ ? data_->elements.data() + data_->elements.size() : nullptr;
+}
+
+// ---- The list
+
+struct KVTrackerList::Data {
+  std::vector<std::shared_ptr<KVTracker>> trackers;
+  kv::TrackerIndex index{kv::TrackerIndex::Keys::MacAndPeripheral};
+};
+
+KVTrackerList::KVTrackerList() : data_(std::make_unique<Data>()) {}
 
 KVTrackerList::~KVTrackerList() { clear(); }
 
+const std::shared_ptr<KVTracker>* KVTrackerList::begin() const { return data_->trackers.data(); }
+const std::shared_ptr<KVTracker>* KVTrackerList::end() const {
+  return begin() + data_->trackers.size();
+}
+
 void KVTrackerList::append(std::shared_ptr<KVTracker> tracker) {
   if (!tracker) return;
-  index_->add(*tracker);
-  trackers_.push_back(std::move(tracker));
+  data_->index.add(*tracker);
+  data_->trackers.push_back(std::move(tracker));
 }
 
 void KVTrackerList::insert(std::size_t index, std::shared_ptr<KVTracker> tracker) {
   if (!tracker) return;
-  const auto at = std::min(index, trackers_.size());
-  trackers_.insert(trackers_.begin() + static_cast<std::ptrdiff_t>(at), std::move(tracker));
+  auto& trackers = data_->trackers;
+  const auto at = std::min(index, trackers.size());
+  trackers.insert(trackers.begin() + static_cast<std::ptrdiff_t>(at), std::move(tracker));
   // The order of those behind it has changed.
-  for (const auto& each : trackers_) index_->remove(*each);
-  for (const auto& each : trackers_) index_->add(*each);
+  for (const auto& each : trackers) data_->index.remove(*each);
+  for (const auto& each : trackers) data_->index.add(*each);
 }
 
 void KVTrackerList::remove(const std::shared_ptr<KVTracker>& tracker) {
   if (!tracker) return;
-  const auto removed = tracker->shared_from_this();  // the argument may be an element
-  index_->remove(*removed);
-  std::erase(trackers_, removed);
+  const auto removed = kv::sharedOf(tracker.get());
+  data_->index.remove(*removed);
+  std::erase(data_->trackers, removed);
 }
 
 void KVTrackerList::clear() {
-  const auto dropped = std::exchange(trackers_, {});
-  for (const auto& tracker : dropped) index_->remove(*tracker);
+  const auto dropped = std::exchange(data_->trackers, {});
+  for (const auto& tracker : dropped) data_->index.remove(*tracker);
+}
+
+bool KVTrackerList::contains(const KVTracker& tracker) const {
+  return data_->index.contains(tracker);
 }
 
 std::shared_ptr<KVTracker> KVTrackerList::firstWithMac(std::string_view mac) const {
-  KVTracker* const tracker = index_->firstWithMac(mac);
-  return tracker != nullptr ? tracker->shared_from_this() : nullptr;
+  return kv::sharedOf(data_->index.firstWithMac(mac));
 }
 
 std::shared_ptr<KVTracker> KVTrackerList::firstWithPeripheral(std::string_view identifier) const {
-  KVTracker* const tracker =
-      index_->firstWithPeripheral(identifier, [](const KVTracker&) { return true; });
-  return tracker != nullptr ? tracker->shared_from_this() : nullptr;
+  return kv::sharedOf(
+      data_->index.firstWithPeripheral(identifier, [](const KVTracker&) { return true; }));
 }
 
-namespace kv {
+// ---- The map
 
-class TrackerTable {
- public:
-  std::unordered_map<std::string, std::shared_ptr<KVTracker>, TextHash, std::equal_to<>> trackers;
-  TrackerIndex index{TrackerIndex::Keys::kPeripheral};
-  SnapshotStore snapshots;  // empty, or in step with `trackers`
+struct KVTrackerMap::Data {
+  // Forgets the snapshot last, as its trackers may go with it.
+  void reset() { const auto dropped = std::exchange(snapshot, nullptr); }
+
+  std::unordered_map<std::string, std::shared_ptr<KVTracker>, kv::TextHash, std::equal_to<>>
+      trackers;
+  kv::TrackerIndex index{kv::TrackerIndex::Keys::Peripheral};
+  // The trackers as `values` hands them out; absent until it is asked for. It is extended in place
+  // while nobody else holds it, so that a set that grows one by one is not copied each time.
+  std::shared_ptr<KVTrackers::Data> snapshot;
 };
 
-}  // namespace kv
-
-KVTrackerMap::KVTrackerMap() : table_(std::make_unique<kv::TrackerTable>()) {}
+KVTrackerMap::KVTrackerMap() : data_(std::make_unique<Data>()) {}
 
 KVTrackerMap::~KVTrackerMap() { clear(); }
 
-std::size_t KVTrackerMap::size() const { return table_->trackers.size(); }
+std::size_t KVTrackerMap::size() const { return data_->trackers.size(); }
 
 std::shared_ptr<KVTracker> KVTrackerMap::find(std::string_view key) const {
-  const auto it = table_->trackers.find(key);
-  return it != table_->trackers.end() ? it->second : nullptr;
+  const auto it = data_->trackers.find(key);
+  return it != data_->trackers.end() ? it->second : nullptr;
 }
 
 void KVTrackerMap::set(std::string_view key, std::shared_ptr<KVTracker> tracker) {
   if (!tracker) return;
-  erase(key);
-  const bool inStep = table_->snapshots.size() == table_->trackers.size();
-  table_->index.add(*tracker);
-  if (inStep) table_->snapshots.append(tracker);
-  table_->trackers.emplace(key, std::move(tracker));
+  std::string own(key);  // the key may live in the tracker that is replaced
+  erase(own);
+  data_->index.add(*tracker);
+  if (data_->snapshot) {
+    if (data_->snapshot.use_count() > 1) {
+      data_->snapshot = std::make_shared<KVTrackers::Data>(*data_->snapshot);
+    }
+    data_->snapshot->elements.push_back(tracker);
+  }
+  data_->trackers.emplace(std::move(own), std::move(tracker));
 }
 
 void KVTrackerMap::erase(std::string_view key) {
-  const auto it = table_->trackers.find(key);
-  if (it == table_->trackers.end()) return;
+  const auto it = data_->trackers.find(key);
+  if (it == data_->trackers.end()) return;
   const auto removed = std::move(it->second);
-  table_->trackers.erase(it);
-  table_->index.removeOne(*removed);
-  table_->snapshots.reset();
+  data_->trackers.erase(it);
+  data_->index.removeOne(*removed);
+  data_->reset();
 }
 
 void KVTrackerMap::clear() {
-  const auto dropped = std::exchange(table_->trackers, {});
-  for (const auto& [key, tracker] : dropped) table_->index.removeOne(*tracker);
-  table_->snapshots.reset();
+  const auto dropped = std::exchange(data_->trackers, {});
+  for (const auto& [key, tracker] : dropped) data_->index.removeOne(*tracker);
+  data_->reset();
 }
 
 KVTrackers KVTrackerMap::values() const {
-  if (table_->snapshots.size() != table_->trackers.size()) {
-    table_->snapshots.reset();
-    for (const auto& [key, tracker] : table_->trackers) table_->snapshots.append(tracker);
+  if (!data_->snapshot) {
+    data_->snapshot = std::make_shared<KVTrackers::Data>();
+    for (const auto& [key, tracker] : data_->trackers) {
+      data_->snapshot->elements.push_back(tracker);
+    }
   }
-  return table_->snapshots.snapshot();
+  return KVTrackers(data_->snapshot);
 }
 
 std::shared_ptr<KVTracker> KVTrackerMap::bindingWithPeripheral(std::string_view identifier) const {
-  KVTracker* const tracker = table_->index.firstWithPeripheral(
-      identifier, [](const KVTracker& candidate) { return candidate.binding(); });
-  return tracker != nullptr ? tracker->shared_from_this() : nullptr;
+  return kv::sharedOf(data_->index.firstWithPeripheral(
+      identifier, [](const KVTracker& candidate) { return candidate.binding(); }));
 }

@@ -1,10 +1,11 @@
-/// Connecting and reconnecting.
+// Connecting and reconnecting.
 #include <array>
 #include <string>
 
-#include "KVFobLink/KVTrackerManager.h"
+#include "manager/core.h"
 #include "manager/messages.h"
 #include "platform/describe.h"
+#include "tracker/tracker_index.h"
 
 namespace {
 
@@ -22,7 +23,7 @@ std::shared_ptr<KVPeripheral> peripheralOf(const std::shared_ptr<KVTracker>& tra
 
 }  // namespace
 
-void KVTrackerManager::connect(const std::shared_ptr<KVTracker>& tracker) {
+void KVTrackerManager::Core::connect(const Tracker& tracker) {
   const auto peripheral = peripheralOf(tracker);
   if (!peripheral) {
     log(kv::kNoPeripheral);
@@ -35,15 +36,14 @@ void KVTrackerManager::connect(const std::shared_ptr<KVTracker>& tracker) {
   requestLink(tracker);
 }
 
-void KVTrackerManager::forceConnect(const std::shared_ptr<KVTracker>& tracker,
-                                    const std::shared_ptr<KVPeripheral>& newPeripheral) {
+void KVTrackerManager::Core::forceConnect(const Tracker& tracker, const Peripheral& newPeripheral) {
   const auto peripheral = peripheralOf(tracker);
   if (!peripheral) {
     log(kv::kNoPeripheral);
     return;
   }
   if (!newPeripheral || !peripheral->isEqual(*newPeripheral)) {
-    if (central_) central_->cancelPeripheralConnection(peripheral);
+    if (central) central->cancelPeripheralConnection(peripheral);
     tracker->setPeripheral(newPeripheral);
   } else if (tracker->state() == KVTrackerStateConnecting) {
     log(kv::kConnectionInProgress);
@@ -52,27 +52,27 @@ void KVTrackerManager::forceConnect(const std::shared_ptr<KVTracker>& tracker,
   requestLink(tracker);
 }
 
-void KVTrackerManager::requestLink(const std::shared_ptr<KVTracker>& tracker) {
-  const auto self = weak_from_this().lock();
-  // Kept: the argument may be an element of what a callback changes.
-  const auto held = tracker->shared_from_this();
+void KVTrackerManager::Core::requestLink(const Tracker& tracker) {
+  const auto held = kv::sharedOf(tracker.get());
+  const bool listed = bindArray->contains(*held);
   held->setState(KVTrackerStateConnecting);
-  if (central_) central_->connectPeripheral(held->peripheral());
+  // Whoever removed it, when told that it is connecting, wants no link any more.
+  if (listed && !bindArray->contains(*held)) return;
+  if (central) central->connectPeripheral(held->peripheral());
 }
 
-void KVTrackerManager::disconnect(const std::shared_ptr<KVTracker>& tracker) {
+void KVTrackerManager::Core::disconnect(const Tracker& tracker) {
   const auto peripheral = peripheralOf(tracker);
   if (!peripheral) {
     log(kv::kNoPeripheral);
     return;
   }
-  if (central_) central_->cancelPeripheralConnection(peripheral);
+  if (central) central->cancelPeripheralConnection(peripheral);
 }
 
-void KVTrackerManager::pushPeripheral(const std::shared_ptr<KVPeripheral>& peripheral) {
+void KVTrackerManager::Core::linkChanged(const Peripheral& peripheral) {
   if (!peripheral) return;
-  const auto self = weak_from_this().lock();
-  const auto tracker = existTargetTracker(peripheral);
+  const auto tracker = targetOf(peripheral);
   if (tracker) tracker->setState(peripheral->state());
   if (!tracker || !tracker->bound()) {
     log("Not a bound tracker has Peripheral: " + peripheral->identifier());
@@ -81,21 +81,4 @@ void KVTrackerManager::pushPeripheral(const std::shared_ptr<KVPeripheral>& perip
   log("Tracker:" + kv::describe(tracker->mac()) + " " + std::string(linkName(peripheral->state())));
   // The attempts are spaced by the platform, which holds the request until the tag is there.
   if (!tracker->binding() && tracker->state() == KVTrackerStateDisconnected) connect(tracker);
-}
-
-void KVTrackerManager::didConnectPeripheral(KVCentral& /*central*/,
-                                            const std::shared_ptr<KVPeripheral>& peripheral) {
-  pushPeripheral(peripheral);
-}
-
-void KVTrackerManager::didFailToConnectPeripheral(KVCentral& /*central*/,
-                                                  const std::shared_ptr<KVPeripheral>& peripheral,
-                                                  const std::optional<KVError>& /*error*/) {
-  pushPeripheral(peripheral);
-}
-
-void KVTrackerManager::didDisconnectPeripheral(KVCentral& /*central*/,
-                                               const std::shared_ptr<KVPeripheral>& peripheral,
-                                               const std::optional<KVError>& /*error*/) {
-  pushPeripheral(peripheral);
 }

@@ -1,67 +1,51 @@
-/// The registry of bound and scanned trackers.
-#include "KVFobLink/KVTrackerManager.h"
-#include "manager/messages.h"
+// The registry of bound and scanned trackers.
+#include "manager/core.h"
+#include "tracker/core.h"
 
-void KVTrackerManager::setScannedDict(std::shared_ptr<KVTrackerMap> trackers) {
-  const auto dropped = std::exchange(
-      scannedDict_, trackers ? std::move(trackers) : std::make_shared<KVTrackerMap>());
+std::shared_ptr<KVTracker> KVTrackerManager::Core::exist(const std::string& mac, bool bind) const {
+  return bind ? bindArray->firstWithMac(mac) : scannedDict->find(mac);
 }
 
-void KVTrackerManager::setBindArray(std::shared_ptr<KVTrackerList> trackers) {
-  const auto dropped =
-      std::exchange(bindArray_, trackers ? std::move(trackers) : std::make_shared<KVTrackerList>());
+std::shared_ptr<KVTracker> KVTrackerManager::Core::targetOf(const Peripheral& peripheral) const {
+  if (!peripheral) return nullptr;
+  if (auto bound = bindArray->firstWithPeripheral(peripheral->identifier())) return bound;
+  return scannedDict->bindingWithPeripheral(peripheral->identifier());
 }
 
-std::shared_ptr<KVTracker> KVTrackerManager::existTracker(const Mac& mac, bool bind) const {
-  if (!mac) return nullptr;
-  return bind ? bindArray_->firstWithMac(*mac) : scannedDict_->find(*mac);
-}
-
-std::shared_ptr<KVTracker> KVTrackerManager::addTracker(const Mac& mac) {
-  if (!mac) {
-    log(kv::kNoMacAddress);
-    return nullptr;
-  }
-  if (auto bound = existTracker(mac, /*bind=*/true)) return bound;
-  auto tracker = existTracker(mac, /*bind=*/false);
-  if (tracker) {
+std::shared_ptr<KVTracker> KVTrackerManager::Core::add(const std::string& mac) {
+  if (auto bound = exist(mac, /*bind=*/true)) return bound;
+  if (auto scanned = exist(mac, /*bind=*/false)) {
     // Moved as it is: it keeps the `bound` and the `password` that it has.
-    bindArray_->append(tracker);
-    scannedDict_->erase(*mac);
-    return tracker;
+    bindArray->append(scanned);
+    scannedDict->erase(mac);
+    return scanned;
   }
-  tracker = std::make_shared<KVTracker>();
-  tracker->updateData(KVTrackerDataMac, *mac);
+  auto tracker = KVTracker::Core::makeTracker(services_);
+  tracker->updateData(KVTrackerDataMac, mac);
   tracker->setBound(true);
-  tracker->setPassword(password_);
-  bindArray_->append(tracker);
+  tracker->setPassword(password);
+  bindArray->append(tracker);
   return tracker;
 }
 
-void KVTrackerManager::removeTracker(const Mac& mac) {
-  if (!mac) {
-    log(kv::kNoMacAddress);
-    return;
-  }
-  const auto self = weak_from_this().lock();
-  const auto tracker = bindArray_->firstWithMac(*mac);
+void KVTrackerManager::Core::remove(const std::string& mac) {
+  const auto tracker = bindArray->firstWithMac(mac);
   if (!tracker) return;
   tracker->setBound(false);
   disconnect(tracker);
   tracker->stopRSSITimer();
-  bindArray_->remove(tracker);
+  bindArray->remove(tracker);
 }
 
-void KVTrackerManager::removeAllTrackers() {
-  const auto self = weak_from_this().lock();
-  for (std::size_t i = 0; i < bindArray_->size(); ++i) {
-    const auto tracker = (*bindArray_)[i];
+void KVTrackerManager::Core::removeAll() {
+  for (std::size_t i = 0; i < bindArray->size(); ++i) {
+    const auto tracker = (*bindArray)[i];
     tracker->setBound(false);
     disconnect(tracker);
   }
   // Past the manager's own `stopScan`: the wish to scan stays.
-  if (central_) central_->stopScan();
-  scannedDict_->clear();
-  bindArray_->clear();
+  if (central) central->stopScan();
+  scannedDict->clear();
+  bindArray->clear();
   // Polling is not stopped here: each poll ends by itself when it finds the link gone.
 }

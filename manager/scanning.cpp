@@ -1,91 +1,63 @@
-/// Scanning, and what is done with each advertisement.
+// Scanning, and what is done with each advertisement.
 #include <array>
+#include <utility>
 
-#include "KVFobLink/KVTrackerManager.h"
-#include "manager/advertised_frame.h"
+#include "manager/core.h"
+#include "tracker/core.h"
 
-namespace {
-
-/// The 16-bit UUID under which tags advertise their service data.
-constexpr std::uint16_t kScanService = 0xFFE1;
-
-KVTrackerValue valueOf(std::optional<std::int64_t> number) {
-  return number ? KVTrackerValue(*number) : KVTrackerValue();
-}
-
-}  // namespace
-
-void KVTrackerManager::startScan(ScanCallback callback) {
-  setScanBlock(std::move(callback));
-  scanning_ = true;
+void KVTrackerManager::Core::startScan(ScanCallback callback) {
+  scanBlock.set(std::move(callback));
+  scanning = true;
   scanForTrackers();
 }
 
-void KVTrackerManager::scanForTrackers() {
-  const auto self = weak_from_this().lock();
-  scannedDict_->clear();
-  const std::array services{KVUUID(kScanService)};
-  if (central_) central_->scanForPeripherals(services, /*allowDuplicates=*/true);
+void KVTrackerManager::Core::scanForTrackers() {
+  scannedDict->clear();
+  const std::array services{kv::advertisedServiceUuid()};
+  if (central) central->scanForPeripherals(services, /*allowDuplicates=*/true);
 }
 
-void KVTrackerManager::stopScan() {
-  scanning_ = false;
-  if (central_) central_->stopScan();
+void KVTrackerManager::Core::stopScan() {
+  scanning = false;
+  if (central) central->stopScan();
 }
 
-KVTrackers KVTrackerManager::scannedTrackers() const { return scannedDict_->values(); }
-
-void KVTrackerManager::didDiscoverPeripheral(KVCentral& /*central*/,
-                                             const std::shared_ptr<KVPeripheral>& peripheral,
-                                             const KVAdvertisement& advertisement,
-                                             std::optional<std::int64_t> rssi) {
+void KVTrackerManager::Core::advertised(const Peripheral& peripheral,
+                                        const KVAdvertisement& advertisement,
+                                        std::optional<std::int64_t> rssi) {
   if (advertisement.serviceData.empty()) return;
   // Which service the data belongs to is not examined: the frame tells for itself.
   const auto frame = kv::AdvertisedFrame::accept(advertisement.serviceData.front().value);
   if (!frame) return;
-  const auto self = weak_from_this().lock();
   const auto mac = frame->mac();
-  if (const auto tracker = bindArray_->firstWithMac(*mac)) {
+  if (const auto tracker = bindArray->firstWithMac(*mac)) {
     takeInBound(tracker, *frame, peripheral, rssi);
   } else {
     takeInScanned(*mac, *frame, peripheral, rssi);
   }
 }
 
-void KVTrackerManager::takeInBound(const std::shared_ptr<KVTracker>& tracker,
-                                   const kv::AdvertisedFrame& frame,
-                                   const std::shared_ptr<KVPeripheral>& peripheral,
-                                   std::optional<std::int64_t> rssi) {
+void KVTrackerManager::Core::takeInBound(const Tracker& tracker, const kv::AdvertisedFrame& frame,
+                                         const Peripheral& peripheral,
+                                         std::optional<std::int64_t> rssi) {
   if (!tracker->peripheral()) tracker->setPeripheral(peripheral);
-  tracker->updateData(KVTrackerDataAdvUpdate, platform_->clock->now());
-  tracker->updateData(KVTrackerDataBattery, frame.battery());
-  tracker->updateData(KVTrackerDataRadioTx, frame.radioTx());
-  tracker->updateData(KVTrackerDataRssi, valueOf(rssi));
-  tracker->updateData(KVTrackerDataModel, frame.model());
+  kv::TrackerRecord& record = KVTracker::Core::of(*tracker).record;
+  record.takeIn(frame, rssi, services_->clock->now());
+  record.radioTx = frame.radioTx();
   forceConnect(tracker, peripheral);
 }
 
-void KVTrackerManager::takeInScanned(const std::string& mac, const kv::AdvertisedFrame& frame,
-                                     const std::shared_ptr<KVPeripheral>& peripheral,
-                                     std::optional<std::int64_t> rssi) {
-  auto tracker = scannedDict_->find(mac);
+void KVTrackerManager::Core::takeInScanned(const std::string& mac, const kv::AdvertisedFrame& frame,
+                                           const Peripheral& peripheral,
+                                           std::optional<std::int64_t> rssi) {
+  auto tracker = scannedDict->find(mac);
   if (!tracker) {
-    tracker = std::make_shared<KVTracker>();
-    tracker->setPassword(password_);
+    tracker = KVTracker::Core::makeTracker(services_);
+    tracker->setPassword(password);
     tracker->setPeripheral(peripheral);
-    scannedDict_->set(mac, tracker);
+    scannedDict->set(mac, tracker);
   }
-  tracker->updateData(KVTrackerDataMac, mac);
-  tracker->updateData(KVTrackerDataRssi, valueOf(rssi));
-  tracker->updateData(KVTrackerDataModel, frame.model());
-  tracker->updateData(KVTrackerDataBattery, frame.battery());
-  tracker->updateData(KVTrackerDataAdvUpdate, platform_->clock->now());
-  if (scanning_ && scanBlock_) scanBlock_(scannedDict_->values());
-}
-
-std::shared_ptr<KVTracker> KVTrackerManager::existTargetTracker(
-    const std::shared_ptr<KVPeripheral>& peripheral) const {
-  if (!peripheral) return nullptr;
-  if (auto bound = bindArray_->firstWithPeripheral(peripheral->identifier())) return bound;
-  return scannedDict_->bindingWithPeripheral(peripheral->identifier());
+  KVTracker::Core::setMac(*tracker, mac);
+  KVTracker::Core::of(*tracker).record.takeIn(frame, rssi, services_->clock->now());
+  if (scanning && scanBlock) scanBlock(scannedDict->values());
 }

@@ -14,19 +14,19 @@ struct Installed {
   std::shared_ptr<const KVPlatform> defaultPlatform;  // made at first need
 };
 
-/// Never destroyed, because the objects of other translation units may outlive this one.
+// Never destroyed, because the objects of other translation units may outlive this one.
 Installed& installed() {
   static Installed& instance = *new Installed;
   return instance;
 }
 
-/// What `current` returns, so that it costs one load; null until it has been asked for.
-std::atomic<const KVPlatform*> g_current = nullptr;
+// What `current` returns, so that it costs one load; null until it has been asked for.
+std::atomic<const KVPlatform*> inForce = nullptr;
 
 }  // namespace
 
 const KVPlatform& KVPlatform::current() {
-  if (const KVPlatform* platform = g_current.load(std::memory_order_acquire)) return *platform;
+  if (const KVPlatform* platform = inForce.load(std::memory_order_acquire)) return *platform;
   return *shared();
 }
 
@@ -37,13 +37,13 @@ std::shared_ptr<const KVPlatform> KVPlatform::shared() {
     if (!all.defaultPlatform) all.defaultPlatform = kv::makeDefaultPlatform();
     all.platform = all.defaultPlatform;
   }
-  g_current.store(all.platform.get(), std::memory_order_release);
+  inForce.store(all.platform.get(), std::memory_order_release);
   return all.platform;
 }
 
 void KVPlatform::setCurrent(std::shared_ptr<const KVPlatform> platform) {
   Installed& all = installed();
   const std::lock_guard lock(all.mutex);  // released before the replaced platform is destroyed
-  g_current.store(platform.get(), std::memory_order_release);
+  inForce.store(platform.get(), std::memory_order_release);
   all.platform.swap(platform);
 }

@@ -17,6 +17,10 @@
 
 namespace kv {
 
+/// A delay that stands for "never": the task only owns something, until it is cancelled or its
+/// queue goes. A hundred years, so that no clock that starts at boot overflows.
+inline constexpr KVEventQueue::Duration kForever = std::chrono::years(100);
+
 /// Tasks ordered by due time, then by when they were posted.
 ///
 /// Not locked: the owner does that, and passes the time, which must never go back from one call to
@@ -67,8 +71,9 @@ class TaskQueue {
     if (!ready_.empty() && (heap_.empty() || readyIsFirst())) {
       if (ready_.front().id > limit) return std::nullopt;
       Task task = std::move(ready_.front().task);
-      do ready_.pop_front();
-      while (!ready_.empty() && ready_.front().cancelled);
+      do {
+        ready_.pop_front();
+      } while (!ready_.empty() && ready_.front().cancelled);
       return task;
     }
     if (heap_.empty() || heap_.front().due > now || heap_.front().id > limit) return std::nullopt;
@@ -139,7 +144,7 @@ class TaskQueue {
   static constexpr std::size_t kSlack = 16;
 
   TaskId lastId_ = 0;
-  std::deque<Ready> ready_;  // ids and due times ascend
+  std::deque<Ready> ready_;  ///< Ids and due times ascend.
   std::vector<Delayed> heap_;
   std::unordered_map<TaskId, Task> delayed_;
 };

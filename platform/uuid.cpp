@@ -1,5 +1,7 @@
 #include "KVFobLink/KVUUID.h"
 
+#include "platform/hex.h"
+
 namespace {
 
 // 00000000-0000-1000-8000-00805F9B34FB; a 16-bit UUID stands in bytes 2 and 3.
@@ -17,7 +19,7 @@ int digitValue(char c) {
 
 bool isDashBefore(std::size_t byte) { return byte == 4 || byte == 6 || byte == 8 || byte == 10; }
 
-/// Reads the two digits at `at`; negative if they are not that.
+// Reads the two digits at `at`; negative if they are not that.
 int byteAt(std::string_view text, std::size_t at) {
   const int high = digitValue(text[at]);
   const int low = digitValue(text[at + 1]);
@@ -25,9 +27,11 @@ int byteAt(std::string_view text, std::size_t at) {
 }
 
 void appendByte(std::string& text, std::uint8_t byte) {
-  constexpr std::string_view kDigits = "0123456789ABCDEF";
-  text += kDigits[byte >> 4];
-  text += kDigits[byte & 0x0F];
+  std::array<char, 2> digits{};
+  kv::writeHex(byte, digits.data());
+  for (const char digit : digits) {
+    text += digit >= 'a' ? static_cast<char>(digit - 'a' + 'A') : digit;
+  }
 }
 
 }  // namespace

@@ -1,126 +1,147 @@
+// The public face of a tracker but for its commands and callbacks: each operation is a line that
+// calls the part that does it.
 #include "KVFobLink/KVTracker.h"
 
-#include <string_view>
+#include <utility>
 
-#include "platform/wipe.h"
-#include "tracker/rssi_poller.h"
-#include "tracker/tracker_index.h"
+#include "tracker/core.h"
 
 namespace {
 
-constexpr std::string_view kStaticKey = "QPRTVX-Harbonics";
+using Hold = KVTracker::Core::Hold;
 
-std::int64_t numberOf(const KVTrackerValue& value) {
-  const auto* number = std::get_if<std::int64_t>(&value);
-  return number != nullptr ? *number : 0;
-}
-
-/// The value as a `Kind`, absent when there is none.
-template <typename Kind>
-std::optional<Kind> take(KVTrackerValue& value) {
-  auto* held = std::get_if<Kind>(&value);
-  return held != nullptr ? std::optional<Kind>(std::move(*held)) : std::nullopt;
-}
-
-/// Whether the value is of the kind that goes with the key.
-bool fits(std::int64_t key, const KVTrackerValue& value) {
-  if (std::holds_alternative<std::monostate>(value)) return true;
-  if (key == KVTrackerDataMac || key == KVTrackerDataName) {
-    return std::holds_alternative<std::string>(value);
-  }
-  if (key == KVTrackerDataAdvUpdate) return std::holds_alternative<KVTracker::Date>(value);
-  return std::holds_alternative<std::int64_t>(value);
-}
+KVTracker::Core& of(const KVTracker* tracker) { return KVTracker::Core::of(*tracker); }
 
 }  // namespace
 
-KVTracker::KVTracker()
-    : poller_(std::make_shared<kv::RssiPoller>()),
-      platform_(KVPlatform::shared()),
-      staticKey_(KVData(kStaticKey.begin(), kStaticKey.end())) {}
+KVTracker::KVTracker() : KVTracker(*KVPlatform::shared()) {}
 
-KVTracker::~KVTracker() {
-  poller_->stop();
-  kv::wipe(comToken_);
-  kv::wipe(password_);
+KVTracker::KVTracker(const KVPlatform& platform)
+    : core_(std::make_shared<Core>(std::make_shared<const kv::Services>(platform))) {}
+
+KVTracker::KVTracker(std::shared_ptr<Core> core) : core_(std::move(core)) {}
+
+std::shared_ptr<KVTracker> KVTracker::Core::makeTracker(
+    std::shared_ptr<const kv::Services> services) {
+  return std::shared_ptr<KVTracker>(new KVTracker(std::make_shared<Core>(std::move(services))));
 }
 
-void KVTracker::log(std::string_view line) const { platform_->log->write(line); }
+KVTracker::~KVTracker() = default;
 
-void KVTracker::setRssi(std::int64_t rssi) {
-  rssi_ = rssi;
-  updateDistanceViaRssi(rssi);
+// ---- What the tag advertised
+
+const std::optional<std::string>& KVTracker::name() const { return of(this).record.name; }
+const std::optional<std::string>& KVTracker::mac() const { return of(this).record.mac; }
+std::int64_t KVTracker::rssi() const { return of(this).record.rssi; }
+void KVTracker::setRssi(std::int64_t rssi) { core_->record.setRssi(rssi); }
+std::int64_t KVTracker::battery() const { return of(this).record.battery; }
+std::int64_t KVTracker::radioTx() const { return of(this).record.radioTx; }
+std::uint64_t KVTracker::distance() const { return of(this).record.distance; }
+const std::optional<KVTracker::Date>& KVTracker::advUpdate() const {
+  return of(this).record.advUpdate;
 }
+std::int64_t KVTracker::model() const { return of(this).record.model; }
 
 void KVTracker::updateData(std::int64_t key, KVTrackerValue value) {
-  if (!fits(key, value)) return;
-  switch (key) {
-    case KVTrackerDataMac:
-      setMac(take<std::string>(value));
-      break;
-    case KVTrackerDataName:
-      name_ = take<std::string>(value);
-      break;
-    case KVTrackerDataRssi:
-      setRssi(numberOf(value));
-      break;
-    case KVTrackerDataBattery:
-      battery_ = numberOf(value);
-      break;
-    case KVTrackerDataRadioTx:
-      radioTx_ = numberOf(value);
-      break;
-    case KVTrackerDataAdvUpdate:
-      advUpdate_ = take<Date>(value);
-      break;
-    case KVTrackerDataModel:
-      model_ = numberOf(value);
-      break;
-    default:
-      break;
+  if (!kv::fits(key, value)) return;
+  if (key == KVTrackerDataMac) {
+    Core::setMac(*this, kv::take<std::string>(value));
+  } else {
+    core_->record.update(key, std::move(value));
   }
 }
 
-void KVTracker::setMac(std::optional<std::string> mac) {
-  if (mac == mac_) return;
-  kv::TrackerIndex::unfileEverywhere(*this);
-  mac_ = std::move(mac);
-  kv::TrackerIndex::fileEverywhere(*this);
-}
+// ---- Binding and link
 
+bool KVTracker::binding() const { return of(this).link.binding; }
+void KVTracker::setBinding(bool binding) { core_->setBinding(binding, weak_from_this().lock()); }
+bool KVTracker::bound() const { return of(this).link.bound; }
+void KVTracker::setBound(bool bound) { core_->link.bound = bound; }
+const std::optional<std::string>& KVTracker::password() const {
+  return of(this).session.password();
+}
 void KVTracker::setPassword(std::optional<std::string> password) {
-  kv::wipe(password_);
-  password_ =
-      password;  // copied, so that the argument can be wiped: a move may leave the bytes behind
-  kv::wipe(password);
+  core_->session.setPassword(std::move(password));
 }
-
-const std::shared_ptr<KVPeripheral>& KVTracker::peripheral() const { return poller_->peripheral(); }
-
+const std::shared_ptr<KVPeripheral>& KVTracker::peripheral() const {
+  return of(this).link.peripheral();
+}
 void KVTracker::setPeripheral(std::shared_ptr<KVPeripheral> peripheral) {
-  kv::TrackerIndex::unfileEverywhere(*this);
-  poller_->setPeripheral(std::move(peripheral));
-  kv::TrackerIndex::fileEverywhere(*this);
-  if (const auto& attached = this->peripheral()) attached->setDelegate(weak_from_this());
+  const Hold held(*this);
+  Core::setPeripheral(*this, std::move(peripheral));
 }
-
-void KVTracker::setState(std::int64_t state) {
-  const auto self = weak_from_this().lock();
-  state_ = state;
-  if (state == KVTrackerStateDisconnected) {
-    updateConnection(KVConnectionDisconnect);
-    stopRSSITimer();
-  } else if (state == KVTrackerStateConnecting) {
-    updateConnection(KVConnectionConnecting);
-  } else if (state == KVTrackerStateConnected) {
-    discover();
-  }
-  outputUpdate();
-}
-
+std::int64_t KVTracker::state() const { return of(this).link.state; }
+void KVTracker::setState(std::int64_t state) { Hold(*this)->setState(state); }
+std::uint64_t KVTracker::connection() const { return of(this).link.connection; }
 void KVTracker::updateConnection(std::uint64_t connection) {
-  connection_ = connection;
-  if (bound_) connectionBlock_(connection);
+  Hold(*this)->link.updateConnection(connection);
 }
 
-void KVTracker::outputUpdate() { valueUpdated_(); }
+// ---- The session
+
+std::uint64_t KVTracker::auth() const { return of(this).session.stage; }
+void KVTracker::setAuth(std::uint64_t auth) { core_->session.stage = auth; }
+const std::shared_ptr<KVCharacteristic>& KVTracker::korvaChar() const {
+  return of(this).session.commandCharacteristic;
+}
+void KVTracker::setKorvaChar(std::shared_ptr<KVCharacteristic> characteristic) {
+  core_->session.commandCharacteristic = std::move(characteristic);
+}
+const std::shared_ptr<KVCharacteristic>& KVTracker::txChar() const {
+  return of(this).session.distanceCharacteristic;
+}
+void KVTracker::setTxChar(std::shared_ptr<KVCharacteristic> characteristic) {
+  core_->session.distanceCharacteristic = std::move(characteristic);
+}
+const std::optional<KVData>& KVTracker::comToken() const { return of(this).session.key(); }
+void KVTracker::setComToken(std::optional<KVData> token) {
+  core_->session.setKey(std::move(token));
+}
+const std::optional<KVData>& KVTracker::staticKey() const { return of(this).session.staticKey; }
+void KVTracker::setStaticKey(std::optional<KVData> key) {
+  core_->session.staticKey = std::move(key);
+}
+void KVTracker::discover() { Hold(*this)->session.discover(); }
+void KVTracker::outputUpdate() { Hold(*this)->link.valueUpdated(); }
+void KVTracker::validateDevice(KVBytes token) { Hold(*this)->session.takeTagToken(token); }
+void KVTracker::writeChecksumData() { Hold(*this)->session.writeVerificationToken(); }
+void KVTracker::writeBindData() { Hold(*this)->session.writeBindRequest(); }
+std::optional<KVData> KVTracker::encryptConnectionData(KVBytes data) const {
+  return of(this).session.encrypt(data);
+}
+std::optional<KVData> KVTracker::decryptConnectionData(KVBytes data) const {
+  return of(this).session.decrypt(data);
+}
+
+// ---- Signal strength of the live link
+
+void KVTracker::initRSSITimerThread() { core_->startPolling(); }
+void KVTracker::readRSSI() { core_->link.poller->tick(); }
+void KVTracker::stopRSSITimer() { core_->link.poller->stop(); }
+std::shared_ptr<KVTimerThread> KVTracker::timer() const { return of(this).link.poller->timer(); }
+std::shared_ptr<KVTimerThread> KVTracker::timerThread() const { return timer(); }
+void KVTracker::updateDistanceViaRssi(std::int64_t rssi) { core_->record.updateDistance(rssi); }
+
+// ---- Events of the peripheral
+
+void KVTracker::didDiscoverServices(KVPeripheral& peripheral, const std::optional<KVError>& error) {
+  Hold(*this)->didDiscoverServices(peripheral, error);
+}
+void KVTracker::didDiscoverCharacteristicsForService(KVPeripheral& peripheral, KVService& service,
+                                                     const std::optional<KVError>& error) {
+  Hold(*this)->didDiscoverCharacteristicsForService(peripheral, service, error);
+}
+void KVTracker::didUpdateValueForCharacteristic(
+    KVPeripheral& peripheral, const std::shared_ptr<KVCharacteristic>& characteristic,
+    const std::optional<KVError>& error) {
+  Hold(*this)->didUpdateValueForCharacteristic(peripheral, characteristic, error);
+}
+void KVTracker::didWriteValueForCharacteristic(
+    KVPeripheral& peripheral, const std::shared_ptr<KVCharacteristic>& characteristic,
+    const std::optional<KVError>& error) {
+  Hold(*this)->didWriteValueForCharacteristic(peripheral, characteristic, error);
+}
+void KVTracker::didReadRSSI(KVPeripheral& peripheral, std::optional<std::int64_t> rssi,
+                            const std::optional<KVError>& error) {
+  Hold(*this)->didReadRSSI(peripheral, rssi, error);
+}

@@ -2,8 +2,14 @@
 
 #include <algorithm>
 
+#include "tracker/core.h"
+
 namespace kv {
 namespace {
+
+std::vector<IndexMembership>& membershipsOf(const KVTracker& tracker) {
+  return KVTracker::Core::of(tracker).memberships;
+}
 
 auto membershipOf(auto& memberships, const TrackerIndex* index) {
   return std::ranges::find(memberships, index, &IndexMembership::index);
@@ -12,7 +18,7 @@ auto membershipOf(auto& memberships, const TrackerIndex* index) {
 }  // namespace
 
 void TrackerIndex::add(KVTracker& tracker) {
-  auto& memberships = tracker.memberships_;
+  auto& memberships = membershipsOf(tracker);
   const std::uint64_t order = nextOrder_++;
   if (const auto it = membershipOf(memberships, this); it != memberships.end()) {
     ++it->count;
@@ -23,16 +29,23 @@ void TrackerIndex::add(KVTracker& tracker) {
 }
 
 void TrackerIndex::removeOne(KVTracker& tracker) {
-  const auto it = membershipOf(tracker.memberships_, this);
-  if (it == tracker.memberships_.end() || --it->count > 0) return;
+  auto& memberships = membershipsOf(tracker);
+  const auto it = membershipOf(memberships, this);
+  if (it == memberships.end() || --it->count > 0) return;
   remove(tracker);
 }
 
 void TrackerIndex::remove(KVTracker& tracker) {
-  const auto it = membershipOf(tracker.memberships_, this);
-  if (it == tracker.memberships_.end()) return;
+  auto& memberships = membershipsOf(tracker);
+  const auto it = membershipOf(memberships, this);
+  if (it == memberships.end()) return;
   unfile(tracker);
-  tracker.memberships_.erase(it);
+  memberships.erase(it);
+}
+
+bool TrackerIndex::contains(const KVTracker& tracker) const {
+  const auto& memberships = membershipsOf(tracker);
+  return membershipOf(memberships, this) != memberships.end();
 }
 
 KVTracker* TrackerIndex::firstWithMac(std::string_view mac) const {
@@ -40,24 +53,24 @@ KVTracker* TrackerIndex::firstWithMac(std::string_view mac) const {
 }
 
 void TrackerIndex::unfileEverywhere(KVTracker& tracker) {
-  for (const IndexMembership& membership : tracker.memberships_) membership.index->unfile(tracker);
+  for (const IndexMembership& each : membershipsOf(tracker)) each.index->unfile(tracker);
 }
 
 void TrackerIndex::fileEverywhere(KVTracker& tracker) {
-  for (const IndexMembership& membership : tracker.memberships_) membership.index->file(tracker);
+  for (const IndexMembership& each : membershipsOf(tracker)) each.index->file(tracker);
 }
 
 std::uint64_t TrackerIndex::orderOf(const KVTracker& tracker) const {
-  return membershipOf(tracker.memberships_, this)->order;
+  return membershipOf(membershipsOf(tracker), this)->order;
 }
 
 void TrackerIndex::file(KVTracker& tracker) {
-  if (keys_ == Keys::kMacAndPeripheral && tracker.mac()) byMac_.emplace(*tracker.mac(), &tracker);
+  if (keys_ == Keys::MacAndPeripheral && tracker.mac()) byMac_.emplace(*tracker.mac(), &tracker);
   if (tracker.peripheral()) byPeripheral_.emplace(tracker.peripheral()->identifier(), &tracker);
 }
 
 void TrackerIndex::unfile(KVTracker& tracker) {
-  if (keys_ == Keys::kMacAndPeripheral && tracker.mac()) eraseFrom(byMac_, *tracker.mac(), tracker);
+  if (keys_ == Keys::MacAndPeripheral && tracker.mac()) eraseFrom(byMac_, *tracker.mac(), tracker);
   if (tracker.peripheral()) eraseFrom(byPeripheral_, tracker.peripheral()->identifier(), tracker);
 }
 

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -13,15 +14,6 @@
 #include "KVFobLink/KVTracker.h"
 
 namespace kv {
-
-class TrackerIndex;
-
-/// A tracker's place in one index: how often it was added, and its first place in order.
-struct IndexMembership {
-  TrackerIndex* index = nullptr;
-  std::uint64_t order = 0;
-  std::size_t count = 0;
-};
 
 /// Hashes texts and views of texts alike, so that a look-up makes no copy of its key.
 struct TextHash {
@@ -36,7 +28,7 @@ struct TextHash {
 /// collection does, and removes each of them before it drops it.
 class TrackerIndex {
  public:
-  enum class Keys { kMacAndPeripheral, kPeripheral };
+  enum class Keys { MacAndPeripheral, Peripheral };
 
   explicit TrackerIndex(Keys keys) : keys_(keys) {}
   TrackerIndex(const TrackerIndex&) = delete;
@@ -48,6 +40,8 @@ class TrackerIndex {
   /// Takes back one `add`, or all of them.
   void removeOne(KVTracker& tracker);
   void remove(KVTracker& tracker);
+
+  bool contains(const KVTracker& tracker) const;
 
   KVTracker* firstWithMac(std::string_view mac) const;
 
@@ -86,6 +80,14 @@ class TrackerIndex {
   Table byMac_;
   Table byPeripheral_;
 };
+
+/// A reference of one's own, to what a look-up found or to an argument that may be an element of
+/// what is about to change: the shared tracker, or one that its owner keeps otherwise.
+inline std::shared_ptr<KVTracker> sharedOf(KVTracker* tracker) {
+  if (tracker == nullptr) return nullptr;
+  auto shared = tracker->weak_from_this().lock();
+  return shared ? shared : std::shared_ptr<KVTracker>(std::shared_ptr<void>(), tracker);
+}
 
 }  // namespace kv
 

@@ -42,14 +42,18 @@ AirRun::AirRun(std::shared_ptr<KVLinuxEventQueue> queue, Loop& loop, Console& co
       input_(queue_->watch(STDIN_FILENO, POLLIN, [this](short) { readInput(); })) {
   tag_.setStateCallback(
       [this](kvsim::AirState state, const std::string& reason) { stateChanged(state, reason); });
-  tag_.setObserver([this](const kvsim::TagEvent& event) { happened(event); });
+  tag_.setObserver([this](const kvsim::TagEvent& event) { tagEvent(event); });
 }
 
 Outcome AirRun::run() {
   const auto ended = [this] { return quit_ || loop_.signal() != 0 || !console_.good(); };
   const auto decided = [&] { return ended() || everOnAir_; };
-  if (!loop_.runUntil(decided, std::min(patience_, kPatience)) && tag_.reason().empty()) {
-    loop_.runUntil([&] { return decided() || !tag_.reason().empty(); }, kRegistering);
+  // The tag's state is there before it is reported, so a reason alone is no refusal.
+  const auto refused = [this] {
+    return tag_.state() == kvsim::AirState::Waiting && !tag_.reason().empty();
+  };
+  if (!loop_.runUntil(decided, std::min(patience_, kPatience)) && !refused()) {
+    loop_.runUntil([&] { return decided() || refused(); }, kRegistering);
   }
   if (!ended() && !everOnAir_) {
     const auto& reason = tag_.reason();
@@ -71,7 +75,7 @@ void AirRun::stateChanged(kvsim::AirState state, const std::string& reason) {
   }
 }
 
-void AirRun::happened(const kvsim::TagEvent& event) {
+void AirRun::tagEvent(const kvsim::TagEvent& event) {
   switch (event.kind) {
     case TagEventKind::Connected:
       return console_.line("connected");
@@ -102,13 +106,13 @@ void AirRun::readInput() {
   }
   typed_.append(bytes.data(), static_cast<std::size_t>(count));
   for (auto end = typed_.find('\n'); end != std::string::npos; end = typed_.find('\n')) {
-    obey(typed_.substr(0, end));
+    execute(typed_.substr(0, end));
     typed_.erase(0, end + 1);
   }
   if (typed_.size() > kLineMost) typed_.clear();
 }
 
-void AirRun::obey(const std::string& line) {
+void AirRun::execute(const std::string& line) {
   if (line.empty()) return;
   const std::string_view word = std::string_view(line).substr(0, line.find(' '));
   if (line == "quit" || line == "q") {

@@ -13,8 +13,8 @@
 
 namespace kvfob {
 
-/// A virtual tag on the air: one line for each thing that happens to it, and commands on standard
-/// input.
+/// A virtual tag on the air: one line for each thing that happens to it, and commands on
+/// standard input.
 class AirRun {
  public:
   /// `loop` runs `queue`. An empty password makes an unbound tag.
@@ -25,9 +25,9 @@ class AirRun {
 
  private:
   void stateChanged(kvsim::AirState state, const std::string& reason);
-  void happened(const kvsim::TagEvent& event);
+  void tagEvent(const kvsim::TagEvent& event);
   void readInput();
-  void obey(const std::string& line);
+  void execute(const std::string& line);
 
   const std::shared_ptr<KVLinuxEventQueue> queue_;
   Loop& loop_;

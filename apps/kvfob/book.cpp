@@ -27,7 +27,7 @@ std::optional<std::string> fromHex(std::string_view digits) {
   return bytes;
 }
 
-/// The fields between the tabs of a line.
+// The fields between the tabs of a line.
 std::vector<std::string> fieldsOf(const std::string& line) {
   std::vector<std::string> fields(1);
   for (const char c : line) {
@@ -45,7 +45,7 @@ std::optional<BookEntry> parseEntry(const std::string& line) {
   if (fields.size() != 4) return std::nullopt;
   BookEntry entry;
   if (fields[0] == "sim") {
-    entry.radio = RadioKind::sim;
+    entry.radio = RadioKind::Sim;
   } else if (fields[0] != "bluez") {
     return std::nullopt;
   }
@@ -128,7 +128,7 @@ Outcome Book::update(const std::function<Outcome(std::vector<BookEntry>& entries
   return file.replace(toText(entries));
 }
 
-std::string_view radioName(RadioKind radio) { return radio == RadioKind::sim ? "sim" : "bluez"; }
+std::string_view radioName(RadioKind radio) { return radio == RadioKind::Sim ? "sim" : "bluez"; }
 
 std::optional<std::string> wrongName(std::string_view name) {
   if (name.empty() || name.size() > kNameMost) return "a name has 1 to 32 bytes";

@@ -18,7 +18,7 @@ namespace kvfob {
 /// A tag that was bound. A simulated one is never taken for a real one, so the radio is part of
 /// what it is known by.
 struct BookEntry {
-  RadioKind radio = RadioKind::bluez;
+  RadioKind radio = RadioKind::BlueZ;
   std::string address;
   std::string name;  ///< The user's; empty for none.
   Secret password;   ///< Empty unless the user asked to keep it.

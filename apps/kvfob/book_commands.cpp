@@ -48,7 +48,7 @@ Outcome list(const Options& options, Console& console) {
     console.note("no tag was bound from here yet; try \"kvfob scan\" and \"kvfob bind\"");
   } else if (!options.json && !options.names) {
     console.line(console.styled(
-        Style::bold, padded("NAME", 34) + padded("ADDRESS", 14) + padded("RADIO", 7) + "PASSWORD"));
+        Style::Bold, padded("NAME", 34) + padded("ADDRESS", 14) + padded("RADIO", 7) + "PASSWORD"));
   }
   for (const auto& entry : entries) {
     if (options.json) {
@@ -100,9 +100,9 @@ Outcome unknownTag(const Options& options) {
 
 Outcome runOnBook(const Options& options, Console& console) {
   switch (options.command) {
-    case Command::rename:
+    case Command::Rename:
       return rename(options);
-    case Command::forget:
+    case Command::Forget:
       return forget(options);
     default:
       return list(options, console);

@@ -16,10 +16,10 @@
 namespace kvfob {
 namespace {
 
-/// More than this is not ours.
+// More than this is not ours.
 constexpr std::size_t kSizeMost = 1 << 20;
 
-/// The folder that the environment names, or nothing.
+// The folder that the environment names, or nothing.
 std::string stateFolder() {
   const char* state = std::getenv("XDG_STATE_HOME");
   if (state != nullptr && *state == '/') return state;

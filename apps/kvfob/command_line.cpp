@@ -13,27 +13,27 @@
 namespace kvfob {
 namespace {
 
-/// The longest delay that a tag takes.
+// The longest delay that a tag takes.
 constexpr std::int64_t kDelayMost = 7000;
 
-/// The words of an option and what they mean.
+// The words of an option and what they mean.
 template <typename Value>
 using Choices = std::vector<std::pair<std::string, Value>>;
 
-const Choices<RadioKind> kRadios{{"bluez", RadioKind::bluez}, {"sim", RadioKind::sim}};
+const Choices<RadioKind> kRadios{{"bluez", RadioKind::BlueZ}, {"sim", RadioKind::Sim}};
 const Choices<ColorMode> kColors{
-    {"auto", ColorMode::automatic}, {"always", ColorMode::always}, {"never", ColorMode::never}};
+    {"auto", ColorMode::Automatic}, {"always", ColorMode::Always}, {"never", ColorMode::Never}};
 const Choices<LogLevel> kLogLevels{
-    {"off", LogLevel::off}, {"radio", LogLevel::radio}, {"all", LogLevel::all}};
-const Choices<SortBy> kOrders{{"rssi", SortBy::rssi},
-                              {"battery", SortBy::battery},
-                              {"name", SortBy::name},
-                              {"heard", SortBy::heard},
-                              {"address", SortBy::address}};
+    {"off", LogLevel::Off}, {"radio", LogLevel::Radio}, {"all", LogLevel::All}};
+const Choices<SortBy> kOrders{{"rssi", SortBy::Rssi},
+                              {"battery", SortBy::Battery},
+                              {"name", SortBy::Name},
+                              {"heard", SortBy::Heard},
+                              {"address", SortBy::Address}};
 const Choices<bool> kSwitch{{"on", true}, {"off", false}};
 const Choices<std::uint64_t> kLevels{
     {"far", KVDistanceFar}, {"middle", KVDistanceMiddle}, {"near", KVDistanceNear}};
-const Choices<Shell> kShells{{"bash", Shell::bash}, {"zsh", Shell::zsh}, {"fish", Shell::fish}};
+const Choices<Shell> kShells{{"bash", Shell::Bash}, {"zsh", Shell::Zsh}, {"fish", Shell::Fish}};
 
 std::string joined(const std::vector<std::string>& words, const std::string& separator) {
   std::string text;
@@ -41,7 +41,7 @@ std::string joined(const std::vector<std::string>& words, const std::string& sep
   return text;
 }
 
-/// An option that takes one of a few words.
+// An option that takes one of a few words.
 template <typename Value>
 CLI::Option* addChoice(CLI::App& app, const std::string& name, const std::string& help,
                        const Choices<Value>& choices, Value& value) {
@@ -73,7 +73,7 @@ CLI::Option* addParsed(CLI::App& app, const std::string& name, const std::string
       help);
 }
 
-/// What every command takes.
+// What every command takes.
 void addCommon(CLI::App& app, Options& options) {
   addChoice(app, "--radio", "Which radio: that of the machine (the default), or a simulated one",
             kRadios, options.radio)
@@ -159,15 +159,15 @@ CLI::App& addTagCommand(CLI::App& app, Options& options, Command command, const 
 }
 
 void addPlainCommands(CLI::App& app, Options& options) {
-  addCommand(app, options, Command::demo, "demo",
+  addCommand(app, options, Command::Demo, "demo",
              "Walk the whole road with a virtual tag, in about ten seconds")
       .add_flag("--instant", options.instant, "Let the time pass in an instant");
-  auto& scan = addCommand(app, options, Command::scan, "scan", "List the tags in range");
+  auto& scan = addCommand(app, options, Command::Scan, "scan", "List the tags in range");
   addDuration(scan, options, "How long to listen (10s)");
   scan.add_flag("--json", options.json, "One JSON object a line and tag");
   addChoice(scan, "--sort", "By what the table is sorted (rssi); \"s\" changes it", kOrders,
             options.sort);
-  auto& decode = addCommand(app, options, Command::decode, "decode",
+  auto& decode = addCommand(app, options, Command::Decode, "decode",
                             "Tell what a capture or advertisement frames hold of tags");
   decode
       .add_option("FILE", options.file,
@@ -178,39 +178,39 @@ void addPlainCommands(CLI::App& app, Options& options) {
 }
 
 void addTagCommands(CLI::App& app, Options& options) {
-  auto& bind = addTagCommand(app, options, Command::bind, "bind", "Bind a tag with a password");
+  auto& bind = addTagCommand(app, options, Command::Bind, "bind", "Bind a tag with a password");
   addName(bind, "--name", "What you will call it, in place of its address", options);
   bind.add_flag("--save-password", options.savePassword,
                 "Keep the password, readable by you only, so that you are not asked again");
-  addTagCommand(app, options, Command::ring, "ring", "Ring a tag's bell");
-  addTagCommand(app, options, Command::silence, "silence", "Silence a tag's bell");
-  auto& alert = addTagCommand(app, options, Command::alert, "alert", "Switch a tag's loss alert");
+  addTagCommand(app, options, Command::Ring, "ring", "Ring a tag's bell");
+  addTagCommand(app, options, Command::Silence, "silence", "Silence a tag's bell");
+  auto& alert = addTagCommand(app, options, Command::Alert, "alert", "Switch a tag's loss alert");
   addChoice(alert, "STATE", "What it shall be", kSwitch, options.on)->required();
-  auto& delay = addTagCommand(app, options, Command::delay, "delay",
+  auto& delay = addTagCommand(app, options, Command::Delay, "delay",
                               "Set how long a tag waits after a loss before it alerts");
   delay.add_option("N", options.delay, "0 to 7000, in the firmware's own unit")
       ->check(CLI::Range(std::int64_t{0}, kDelayMost).description(""))
       ->type_name("")
       ->required();
-  auto& distance = addTagCommand(app, options, Command::distance, "distance",
+  auto& distance = addTagCommand(app, options, Command::Distance, "distance",
                                  "Set how far a tag may be before it counts as lost");
   addChoice(distance, "LEVEL", "How far", kLevels, options.level)->required();
-  addTagCommand(app, options, Command::unbind, "unbind", "Remove a tag's password");
-  auto& watch = addTagCommand(app, options, Command::watch, "watch",
+  addTagCommand(app, options, Command::Unbind, "unbind", "Remove a tag's password");
+  auto& watch = addTagCommand(app, options, Command::Watch, "watch",
                               "Follow a tag's signal, link and button until Ctrl-C");
   addDuration(watch, options, "How long to watch");
 }
 
 void addVirtualTag(CLI::App& app, Options& options) {
-  auto& tag = addCommand(app, options, Command::tag, "tag",
+  auto& tag = addCommand(app, options, Command::Tag, "tag",
                          "Put a virtual tag on the air through an adapter of bluez");
   tag.callback([&options] {
-    if (options.radio == RadioKind::sim) {
+    if (options.radio == RadioKind::Sim) {
       throw CLI::ValidationError(
           "a tag on a simulated radio is heard by nobody; try --radio bluez");
     }
     if (options.adapter.empty()) throw CLI::RequiredError("--adapter");
-    options.command = Command::tag;
+    options.command = Command::Tag;
   });
   addAddress(tag, "--address", "The address in its advertisements (the adapter's own)",
              options.address)
@@ -227,24 +227,24 @@ void addVirtualTag(CLI::App& app, Options& options) {
 
 void addBookCommands(CLI::App& app, Options& options) {
   auto& list =
-      addCommand(app, options, Command::list, "list", "List the tags that were bound from here");
+      addCommand(app, options, Command::List, "list", "List the tags that were bound from here");
   list.add_flag("--json", options.json, "One JSON object a line and tag");
   list.add_flag("--names", options.names, "Only what may stand for TAG, one a line");
-  auto& rename = addCommand(app, options, Command::rename, "rename", "Give a tag another name");
+  auto& rename = addCommand(app, options, Command::Rename, "rename", "Give a tag another name");
   addTag(rename, options);
   addName(rename, "NAME", "What you will call it; none to call it by its address", options);
-  addTag(addCommand(app, options, Command::forget, "forget",
+  addTag(addCommand(app, options, Command::Forget, "forget",
                     "Forget a tag, its name and its password; the tag itself stays as it is"),
          options);
 }
 
 void addHelpers(CLI::App& app, Options& options) {
-  addCommand(app, options, Command::doctor, "doctor",
+  addCommand(app, options, Command::Doctor, "doctor",
              "Tell what is wrong with Bluetooth here, and what to do");
-  auto& completion = addCommand(app, options, Command::completion, "completion",
+  auto& completion = addCommand(app, options, Command::Completion, "completion",
                                 "Print a shell's completions for this program");
   addChoice(completion, "SHELL", "For which shell", kShells, options.shell)->required();
-  addCommand(app, options, Command::manual, "manual", "Print the manual page, for man(1)");
+  addCommand(app, options, Command::Manual, "manual", "Print the manual page, for man(1)");
 }
 
 }  // namespace

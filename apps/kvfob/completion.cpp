@@ -6,27 +6,27 @@
 namespace kvfob {
 namespace {
 
-using Words = std::vector<std::string>;
+using WordList = std::vector<std::string>;
 
-/// What may follow an option or stand at a place.
-enum class Kind { nothing, words, file, tag, other };
+// What may follow an option or be given as a positional.
+enum class Kind { Nothing, Words, File, Tag, Other };
 
 struct Argument {
-  std::string name;  ///< "--radio", or that of a positional.
+  std::string name;  // "--radio", or that of a positional
   std::string help;
-  Kind kind = Kind::other;
-  Words words;
+  Kind kind = Kind::Other;
+  WordList words;
 };
 
 struct Command {
   std::string name;
   std::string help;
   std::vector<Argument> options;
-  std::vector<Argument> places;  ///< The positional ones.
+  std::vector<Argument> positionals;
 };
 
-Words split(const std::string& text, char separator) {
-  Words words(1);
+WordList split(const std::string& text, char separator) {
+  WordList words(1);
   for (const char c : text) {
     if (c == separator) {
       words.emplace_back();
@@ -44,13 +44,13 @@ std::string replaced(std::string text, const std::string& what, const std::strin
   return text;
 }
 
-/// For between single quotes of a shell.
+// For between single quotes of a shell.
 std::string shellWord(const std::string& text) {
   std::string result = "'";
   return result.append(replaced(text, "'", "'\\''")).append("'");
 }
 
-std::string joined(const Words& words, const std::string& separator) {
+std::string joined(const WordList& words, const std::string& separator) {
   std::string text;
   for (const auto& word : words) text.append(text.empty() ? "" : separator).append(word);
   return text;
@@ -63,14 +63,14 @@ Argument argumentOf(const CLI::Option& option) {
   argument.help = option.get_description();
   const auto type = option.get_type_name();
   if (option.get_expected_max() == 0) {
-    argument.kind = Kind::nothing;
+    argument.kind = Kind::Nothing;
   } else if (type.find('|') != std::string::npos) {
-    argument.kind = Kind::words;
+    argument.kind = Kind::Words;
     argument.words = split(type, '|');
   } else if (type == "FILE" || argument.name == "FILE") {
-    argument.kind = Kind::file;
+    argument.kind = Kind::File;
   } else if (argument.name == "TAG") {
-    argument.kind = Kind::tag;
+    argument.kind = Kind::Tag;
   }
   return argument;
 }
@@ -80,7 +80,7 @@ Command commandOf(const CLI::App& app) {
   command.name = app.get_name();
   command.help = app.get_description();
   for (const auto* option : app.get_options()) {
-    auto& list = option->get_positional() ? command.places : command.options;
+    auto& list = option->get_positional() ? command.positionals : command.options;
     list.push_back(argumentOf(*option));
   }
   return command;
@@ -94,13 +94,13 @@ std::vector<Command> commandsOf(const CLI::App& app) {
   return commands;
 }
 
-Words namesOf(const std::vector<Argument>& options) {
-  Words names;
+WordList namesOf(const std::vector<Argument>& options) {
+  WordList names;
   for (const auto& option : options) names.push_back(option.name);
   return names;
 }
 
-/// The lines of a bash `case` on the word before: what completes the value of each option.
+// The lines of a bash `case` on the word before: what completes the value of each option.
 std::string bashValues(std::vector<Argument> options) {
   std::string text;
   std::sort(options.begin(), options.end(),
@@ -108,24 +108,26 @@ std::string bashValues(std::vector<Argument> options) {
   const auto last = std::unique(options.begin(), options.end(),
                                 [](const auto& a, const auto& b) { return a.name == b.name; });
   for (auto option = options.begin(); option != last; ++option) {
-    if (option->kind == Kind::nothing) continue;
+    if (option->kind == Kind::Nothing) continue;
     text += "    " + option->name + ") ";
-    if (option->kind == Kind::words) text += "words=$'" + joined(option->words, "\\n") + "' ;;\n";
-    if (option->kind == Kind::file)
+    if (option->kind == Kind::Words) text += "words=$'" + joined(option->words, "\\n") + "' ;;\n";
+    if (option->kind == Kind::File) {
       text += "mapfile -t COMPREPLY < <(compgen -f -- \"$word\"); return ;;\n";
-    if (option->kind == Kind::other) text += "return ;;\n";
+    }
+    if (option->kind == Kind::Other) text += "return ;;\n";
   }
   return text;
 }
 
 std::string bashCommand(const Command& command) {
-  Words words = namesOf(command.options);
+  WordList words = namesOf(command.options);
   std::string more;
-  for (const auto& place : command.places) {
-    if (place.kind == Kind::words)
-      words.insert(words.end(), place.words.begin(), place.words.end());
-    if (place.kind == Kind::tag) more += "\"$(kvfob list --names 2>/dev/null)\"";
-    if (place.kind == Kind::file) more += "\"$(compgen -f -- \"$word\")\"";
+  for (const auto& positional : command.positionals) {
+    if (positional.kind == Kind::Words) {
+      words.insert(words.end(), positional.words.begin(), positional.words.end());
+    }
+    if (positional.kind == Kind::Tag) more += "\"$(kvfob list --names 2>/dev/null)\"";
+    if (positional.kind == Kind::File) more += "\"$(compgen -f -- \"$word\")\"";
   }
   return "      " + command.name + ") words=$'" + joined(words, "\\n") +
          (more.empty() ? "' ;;\n" : "\\n'" + more + " ;;\n");
@@ -133,14 +135,14 @@ std::string bashCommand(const Command& command) {
 
 std::string bashScript(const Command& common, const std::vector<Command>& commands) {
   auto all = common.options;
-  Words names;
+  WordList names;
   std::string cases;
   for (const auto& command : commands) {
     all.insert(all.end(), command.options.begin(), command.options.end());
     names.push_back(command.name);
     cases += bashCommand(command);
   }
-  Words first = names;
+  WordList first = names;
   for (const auto& name : namesOf(common.options)) first.push_back(name);
   return "# bash completion for kvfob\n"
          "_kvfob() {\n"
@@ -166,24 +168,24 @@ std::string bashScript(const Command& common, const std::vector<Command>& comman
          "complete -F _kvfob kvfob\n";
 }
 
-/// One argument of zsh's _arguments.
-std::string zshArgument(const Argument& argument, const std::string& place) {
+// One argument of zsh's _arguments; a positional has its number.
+std::string zshArgument(const Argument& argument, const std::string& number) {
   const auto help = replaced(replaced(argument.help, "]", "\\]"), ":", "\\:");
-  std::string text = place.empty() ? argument.name + "[" + help + "]" : place;
-  if (argument.kind == Kind::nothing) return shellWord(text);
+  std::string text = number.empty() ? argument.name + "[" + help + "]" : number;
+  if (argument.kind == Kind::Nothing) return shellWord(text);
   text += ":" + argument.name + ":";
-  if (argument.kind == Kind::words) text += "(" + joined(argument.words, " ") + ")";
-  if (argument.kind == Kind::file) text += "_files";
-  if (argument.kind == Kind::tag) text += "_kvfob_tags";
+  if (argument.kind == Kind::Words) text += "(" + joined(argument.words, " ") + ")";
+  if (argument.kind == Kind::File) text += "_files";
+  if (argument.kind == Kind::Tag) text += "_kvfob_tags";
   return shellWord(text);
 }
 
 std::string zshArguments(const Command& command, const std::string& indent) {
   std::string text;
   for (const auto& option : command.options) text += " \\\n" + indent + zshArgument(option, "");
-  int place = 0;
-  for (const auto& argument : command.places) {
-    text += " \\\n" + indent + zshArgument(argument, std::to_string(++place));
+  int number = 0;
+  for (const auto& argument : command.positionals) {
+    text += " \\\n" + indent + zshArgument(argument, std::to_string(++number));
   }
   return text;
 }
@@ -228,17 +230,17 @@ std::string fishArgument(const Argument& argument, const std::string& condition)
   std::string text = "complete -c kvfob -n " + shellWord(condition);
   if (argument.name.starts_with("--")) {
     text += " -l " + argument.name.substr(2) + " -d " + shellWord(argument.help);
-    if (argument.kind != Kind::nothing) text += " -r";
+    if (argument.kind != Kind::Nothing) text += " -r";
   }
-  if (argument.kind == Kind::words) text += " -f -a " + shellWord(joined(argument.words, " "));
-  if (argument.kind == Kind::tag) text += " -f -a '(kvfob list --names 2>/dev/null)'";
-  if (argument.kind == Kind::file) text += " -F";
+  if (argument.kind == Kind::Words) text += " -f -a " + shellWord(joined(argument.words, " "));
+  if (argument.kind == Kind::Tag) text += " -f -a '(kvfob list --names 2>/dev/null)'";
+  if (argument.kind == Kind::File) text += " -F";
   return text + "\n";
 }
 
 std::string fishScript(const Command& common, const std::vector<Command>& commands) {
   std::string text = "# fish completion for kvfob\ncomplete -c kvfob -f\n";
-  Words names;
+  WordList names;
   for (const auto& command : commands) names.push_back(command.name);
   // Fish's own test for this takes the value of an option for a command.
   const auto none = "not __fish_seen_subcommand_from " + joined(names, " ");
@@ -248,7 +250,7 @@ std::string fishScript(const Command& common, const std::vector<Command>& comman
             shellWord(command.help) + "\n";
     const auto seen = "__fish_seen_subcommand_from " + command.name;
     for (const auto& option : command.options) text += fishArgument(option, seen);
-    for (const auto& place : command.places) text += fishArgument(place, seen);
+    for (const auto& positional : command.positionals) text += fishArgument(positional, seen);
   }
   return text;
 }
@@ -259,11 +261,11 @@ std::string completionScript(const CLI::App& app, Shell shell) {
   const auto common = commandOf(app);
   const auto commands = commandsOf(app);
   switch (shell) {
-    case Shell::zsh:
+    case Shell::Zsh:
       return zshScript(common, commands);
-    case Shell::fish:
+    case Shell::Fish:
       return fishScript(common, commands);
-    case Shell::bash:
+    case Shell::Bash:
       break;
   }
   return bashScript(common, commands);

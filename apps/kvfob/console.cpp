@@ -10,28 +10,28 @@ namespace {
 
 std::string_view escape(Style style) {
   switch (style) {
-    case Style::bold:
+    case Style::Bold:
       return "\033[1m";
-    case Style::dim:
+    case Style::Dim:
       return "\033[2m";
-    case Style::good:
+    case Style::Good:
       return "\033[32m";
-    case Style::warn:
+    case Style::Warn:
       return "\033[33m";
-    case Style::bad:
+    case Style::Bad:
       return "\033[31m";
-    case Style::accent:
+    case Style::Accent:
       return "\033[36m";
-    case Style::title:
+    case Style::Title:
       return "\033[7m";
-    case Style::plain:
+    case Style::Plain:
       break;
   }
   return {};
 }
 
 bool wantsColor(ColorMode mode, bool live) {
-  if (mode != ColorMode::automatic) return mode == ColorMode::always;
+  if (mode != ColorMode::Automatic) return mode == ColorMode::Always;
   const char* no = std::getenv("NO_COLOR");
   return live && (no == nullptr || *no == '\0');
 }
@@ -39,7 +39,7 @@ bool wantsColor(ColorMode mode, bool live) {
 }  // namespace
 
 std::string paint(Style style, std::string_view text) {
-  if (style == Style::plain) return std::string(text);
+  if (style == Style::Plain) return std::string(text);
   return std::string(escape(style)).append(text).append("\033[0m");
 }
 

@@ -12,7 +12,7 @@
 
 namespace kvfob {
 
-enum class Style { plain, bold, dim, good, warn, bad, accent, title };
+enum class Style { Plain, Bold, Dim, Good, Warn, Bad, Accent, Title };
 
 /// The text with the escape sequences of its style.
 std::string paint(Style style, std::string_view text);

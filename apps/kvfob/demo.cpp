@@ -6,7 +6,6 @@
 #include <span>
 #include <utility>
 
-#include "apps/kvfob/radio.h"
 #include "apps/kvfob/text.h"
 
 namespace kvfob {
@@ -29,7 +28,7 @@ bool isCommandFrame(const kvsim::TagEvent& event) {
           event.kind == TagEventKind::CommandRefused || event.kind == TagEventKind::AnswerSent);
 }
 
-/// What a frame says, without its random fill; a password is never shown.
+// What a frame says, without its random fill; a password is never shown.
 std::string decoded(const kvsim::TagEvent& event) {
   if (event.kind == TagEventKind::DistanceWritten) return "not encrypted";
   if (!isCommandFrame(event)) return "";
@@ -49,11 +48,7 @@ Demo::Demo(kvsim::SimulatedRadio& radio, Loop* loop, Console& console)
   tag_->setObserver([this](const kvsim::TagEvent& event) { show(event); });
 }
 
-Demo::~Demo() {
-  tag_->setObserver({});
-  manager_->removeAllTrackers();
-  if (tracker_) letGo(*tracker_);
-}
+Demo::~Demo() { tag_->setObserver({}); }
 
 Outcome Demo::run() {
   static constexpr std::array<Step, 13> kSteps{{
@@ -81,7 +76,7 @@ Outcome Demo::run() {
     if (!runStep(++number, step, outcome)) return outcome;
   }
   console_.line();
-  console_.line(console_.styled(Style::good, "All " + std::to_string(kSteps.size()) +
+  console_.line(console_.styled(Style::Good, "All " + std::to_string(kSteps.size()) +
                                                  " steps did what they should, by the tag's own "
                                                  "account."));
   return outcome;
@@ -91,8 +86,8 @@ bool Demo::runStep(unsigned number, const Step& step, Outcome& outcome) {
   console_.line();
   std::array<char, 8> label{};
   std::snprintf(label.data(), label.size(), "%2u. ", number);
-  console_.line(console_.styled(Style::bold, std::string(label.data()) + step.title) + "  " +
-                console_.styled(Style::dim, step.meaning));
+  console_.line(console_.styled(Style::Bold, std::string(label.data()) + step.title) + "  " +
+                console_.styled(Style::Dim, step.meaning));
   const auto wrong = (this->*step.go)();
   wait([] { return false; }, kPause);
   if (loop_ != nullptr && loop_->signal() != 0) {
@@ -100,10 +95,10 @@ bool Demo::runStep(unsigned number, const Step& step, Outcome& outcome) {
     return false;
   }
   if (wrong.empty()) {
-    show(console_.styled(Style::good, "ok"));
+    show(console_.styled(Style::Good, "ok"));
     return true;
   }
-  show(console_.styled(Style::bad, "failed: " + wrong));
+  show(console_.styled(Style::Bad, "failed: " + wrong));
   outcome = {kInternal,
              "demo: step " + std::to_string(number) + " (" + step.title + ") failed: " + wrong};
   return false;
@@ -131,13 +126,13 @@ std::string Demo::ask(const std::function<void(KVResultCallback)>& command) {
 }
 
 void Demo::show(const kvsim::TagEvent& event) {
-  if (event.wire.empty()) return show(console_.styled(Style::dim, event.text));
+  if (event.wire.empty()) return show(console_.styled(Style::Dim, event.text));
   std::array<char, 200> line{};
   std::snprintf(line.data(), line.size(), "%-32s", hex(event.wire).c_str());
   const auto way = fromTag(event.kind) ? "tag > phone  " : "phone > tag  ";
   const auto meaning = decoded(event);
-  show(console_.styled(Style::accent, way) + line.data() + "  " + event.text +
-       (meaning.empty() ? "" : console_.styled(Style::dim, "  [" + meaning + "]")));
+  show(console_.styled(Style::Accent, way) + line.data() + "  " + event.text +
+       (meaning.empty() ? "" : console_.styled(Style::Dim, "  [" + meaning + "]")));
 }
 
 void Demo::show(const std::string& line) { console_.line(std::string(kIndent) + line); }

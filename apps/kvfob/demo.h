@@ -1,4 +1,4 @@
-/// The whole road with a virtual tag, from its first advertisement to its release.
+/// Every operation on a virtual tag, from its first advertisement to its release.
 #ifndef APPS_KVFOB_DEMO_H
 #define APPS_KVFOB_DEMO_H
 
@@ -15,8 +15,8 @@
 
 namespace kvfob {
 
-/// Walks the road step by step on a simulated radio of its own, shows what goes over the air, and
-/// checks each step against the tag's own state, not only against what the library says.
+/// Performs them step by step on a simulated radio, shows what goes over the air, and checks each
+/// step against the tag's own state, not only against what the library says.
 class Demo {
  public:
   /// @param radio  The radio to use, whose platform is in force.

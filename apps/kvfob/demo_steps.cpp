@@ -1,5 +1,4 @@
 #include "apps/kvfob/demo.h"
-#include "apps/kvfob/radio.h"
 #include "apps/kvfob/text.h"
 
 namespace kvfob {
@@ -70,7 +69,6 @@ std::string Demo::refusedPassword() {
   manager_->disconnect(tracker_);
   const bool dropped = wait([&] { return !other->state().connected; });
   const bool bound = tracker_->bound() || other->state().bound;
-  letGo(*tracker_);
   tracker_ = mine;
   other->setObserver({});
   radio_.removeTag(other);
@@ -130,9 +128,9 @@ std::string Demo::button() {
   std::int64_t received = 0;
   tracker_->didReceive([&](std::int64_t event) { received = event; });
   tag_->pressButton();
-  const bool heard = wait([&] { return received != 0; });
+  const bool arrived = wait([&] { return received != 0; });
   tracker_->didReceive({});
-  return heard && received == 1 ? "" : "the button is not heard";
+  return arrived && received == 1 ? "" : "the button is not heard";
 }
 
 std::string Demo::reconnect() {

@@ -17,14 +17,14 @@ struct Mark {
 
 Mark markOf(KVVerdict verdict) {
   switch (verdict) {
-    case KVVerdict::ok:
-      return {Style::good, "ok     "};
-    case KVVerdict::hint:
-      return {Style::accent, "note   "};
-    case KVVerdict::unusable:
+    case KVVerdict::Ok:
+      return {Style::Good, "ok     "};
+    case KVVerdict::Hint:
+      return {Style::Accent, "note   "};
+    case KVVerdict::Unusable:
       break;
   }
-  return {Style::bad, "PROBLEM"};
+  return {Style::Bad, "PROBLEM"};
 }
 
 void print(const KVFinding& finding, Console& console) {
@@ -52,7 +52,7 @@ Outcome runDoctor(const Options& options, const SignalFd& signals, Console& cons
         done = true;
         for (const auto& finding : findings) {
           print(finding, console);
-          if (finding.verdict == KVVerdict::unusable) problem = finding.seen;
+          if (finding.verdict == KVVerdict::Unusable) problem = finding.seen;
         }
       });
   loop.runUntil([&] { return done || loop.signal() != 0; });

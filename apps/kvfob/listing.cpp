@@ -21,11 +21,11 @@ TagRow rowOf(const KVTracker& tracker, const NameOf& nameOf) {
   row.battery = tracker.battery();
   if (tracker.bound()) row.tx = tracker.radioTx();
   if (tracker.model() >= 0) row.model = tracker.model();
-  row.heard = tracker.advUpdate();
+  row.lastAdvertised = tracker.advUpdate();
   return row;
 }
 
-/// Whether `a` comes before `b`; absent when this order does not tell them apart.
+// Whether `a` comes before `b`; absent when this order does not tell them apart.
 template <typename Value>
 std::optional<bool> larger(const std::optional<Value>& a, const std::optional<Value>& b) {
   if (a == b) return std::nullopt;
@@ -34,17 +34,17 @@ std::optional<bool> larger(const std::optional<Value>& a, const std::optional<Va
 
 std::optional<bool> before(const TagRow& a, const TagRow& b, SortBy order) {
   switch (order) {
-    case SortBy::rssi:
+    case SortBy::Rssi:
       return larger(a.rssi, b.rssi);
-    case SortBy::battery:
+    case SortBy::Battery:
       return larger(std::optional(a.battery), std::optional(b.battery));
-    case SortBy::heard:
-      return larger(a.heard, b.heard);
-    case SortBy::name:
+    case SortBy::Heard:
+      return larger(a.lastAdvertised, b.lastAdvertised);
+    case SortBy::Name:
       if (a.name == b.name) return std::nullopt;
       if (a.name.empty() || b.name.empty()) return b.name.empty();
       return a.name < b.name;
-    case SortBy::address:
+    case SortBy::Address:
       break;
   }
   return std::nullopt;
@@ -67,22 +67,22 @@ std::vector<TagRow> rowsOf(const KVTrackers& trackers, const NameOf& nameOf, Sor
 
 std::string_view orderName(SortBy order) {
   switch (order) {
-    case SortBy::rssi:
+    case SortBy::Rssi:
       return "rssi";
-    case SortBy::battery:
+    case SortBy::Battery:
       return "battery";
-    case SortBy::name:
+    case SortBy::Name:
       return "name";
-    case SortBy::heard:
+    case SortBy::Heard:
       return "heard";
-    case SortBy::address:
+    case SortBy::Address:
       break;
   }
   return "address";
 }
 
 SortBy nextOrder(SortBy order) {
-  return order == SortBy::heard ? SortBy::address
+  return order == SortBy::Heard ? SortBy::Address
                                 : static_cast<SortBy>(static_cast<int>(order) + 1);
 }
 
@@ -94,7 +94,8 @@ std::string toJson(const TagRow& row) {
   json += ",\"tx\":" + number(row.tx);
   json += ",\"model\":" + number(row.model);
   json += ",\"distance\":" + (row.level ? jsonText(levelName(*row.level)) : "null");
-  json += ",\"last_heard\":" + (row.heard ? jsonText(isoTime(*row.heard)) : "null");
+  json +=
+      ",\"last_heard\":" + (row.lastAdvertised ? jsonText(isoTime(*row.lastAdvertised)) : "null");
   return json + "}";
 }
 

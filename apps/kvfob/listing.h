@@ -1,4 +1,4 @@
-/// The tags that a scan has heard.
+/// The tags that a scan has found.
 #ifndef APPS_KVFOB_LISTING_H
 #define APPS_KVFOB_LISTING_H
 
@@ -28,11 +28,11 @@ struct TagRow {
   std::int64_t battery = 0;
   std::optional<std::int64_t> tx;
   std::optional<std::int64_t> model;
-  std::optional<std::chrono::system_clock::time_point> heard;
+  std::optional<std::chrono::system_clock::time_point> lastAdvertised;
 };
 
-/// The tags in the order that is asked for: the strongest, the fullest and the last heard first,
-/// and names and addresses as in an alphabet. Those of which it is not known come last.
+/// The tags in the order that is asked for: the strongest, the fullest and the last to advertise
+/// first, and names and addresses as in an alphabet. Those of which it is not known come last.
 std::vector<TagRow> rowsOf(const KVTrackers& trackers, const NameOf& nameOf, SortBy order);
 
 /// "rssi" and so on, and the order that comes after it.

@@ -12,7 +12,7 @@
 namespace kvfob {
 namespace {
 
-/// Stops the process as Ctrl-Z does by default, which a process that nobody could continue ignores.
+// Stops the process as Ctrl-Z does by default, which a process that nobody could continue ignores.
 void stopHere() {
   sigset_t set;
   sigemptyset(&set);

@@ -28,7 +28,7 @@ class Loop {
   /// twice does not want to wait.
   int signal() const { return signal_; }
 
-  /// Runs until `condition` holds, which is looked at after each turn, or `most` has passed.
+  /// Runs until `condition` holds, which is checked after each dispatch, or `most` has passed.
   ///
   /// @return whether it holds.
   bool runUntil(const std::function<bool()>& condition,

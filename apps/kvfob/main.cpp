@@ -10,7 +10,7 @@ int main(int argc, char** argv) {
   using namespace kvfob;
   const auto parsed = parseOptions(argc, argv);
   const auto* options = std::get_if<Options>(&parsed);
-  auto console = Console::standard(options != nullptr ? options->color : ColorMode::automatic);
+  auto console = Console::standard(options != nullptr ? options->color : ColorMode::Automatic);
   // A reader that goes away must not end the program before its links are dropped.
   std::signal(SIGPIPE, SIG_IGN);
   // Before any thread is made, so that all of them leave these to the loop.

@@ -9,7 +9,7 @@
 namespace kvfob {
 namespace {
 
-/// As text that the formatter leaves alone.
+// As text that the formatter leaves alone.
 std::string escaped(const std::string& text) {
   std::string result;
   for (const char c : text) {
@@ -31,7 +31,7 @@ std::string upper(std::string text) {
   return text;
 }
 
-/// "--radio bluez|sim", or the name of a positional with its words.
+// "--radio bluez|sim", or the name of a positional with its words.
 std::string nameOf(const CLI::Option& option) {
   std::string text =
       "\\fB" + escaped(option.get_name(/*positional=*/option.get_positional())) + "\\fR";
@@ -64,8 +64,7 @@ std::string commandsOf(const CLI::App& app) {
   return text;
 }
 
-/// The help's last part: a line that ends with a colon begins a section, and the rest stands as it
-/// is.
+// The help's last part: a line that ends with a colon begins a section, the rest stands as it is.
 std::string sectionsOf(const std::string& footer) {
   std::string text;
   bool open = false;

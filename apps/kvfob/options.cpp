@@ -20,11 +20,11 @@ std::variant<Options, Outcome> parseOptions(int argc, const char* const* argv) {
   } catch (const CLI::ParseError& error) {
     return Outcome{kUsage, std::string(error.what()) + " (see kvfob --help)"};
   }
-  if (options.command == Command::completion) {
+  if (options.command == Command::Completion) {
     std::cout << completionScript(*app, options.shell) << std::flush;
     return Outcome{kDone, ""};
   }
-  if (options.command == Command::manual) {
+  if (options.command == Command::Manual) {
     std::cout << manualPage(*app) << std::flush;
     return Outcome{kDone, ""};
   }

@@ -13,44 +13,44 @@
 namespace kvfob {
 
 enum class Command {
-  demo,
-  scan,
-  bind,
-  ring,
-  silence,
-  alert,
-  delay,
-  distance,
-  unbind,
-  watch,
-  tag,
-  decode,
-  list,
-  rename,
-  forget,
-  doctor,
-  completion,
-  manual
+  Demo,
+  Scan,
+  Bind,
+  Ring,
+  Silence,
+  Alert,
+  Delay,
+  Distance,
+  Unbind,
+  Watch,
+  Tag,
+  Decode,
+  List,
+  Rename,
+  Forget,
+  Doctor,
+  Completion,
+  Manual
 };
-enum class RadioKind { sim, bluez };
-enum class ColorMode { automatic, always, never };
-enum class LogLevel { off, radio, all };
-enum class Shell { bash, zsh, fish };
-enum class SortBy { address, rssi, battery, name, heard };
+enum class RadioKind { Sim, BlueZ };
+enum class ColorMode { Automatic, Always, Never };
+enum class LogLevel { Off, Radio, All };
+enum class Shell { Bash, Zsh, Fish };
+enum class SortBy { Address, Rssi, Battery, Name, Heard };
 
 struct Options {
-  Command command = Command::demo;
-  RadioKind radio = RadioKind::bluez;
-  ColorMode color = ColorMode::automatic;
+  Command command = Command::Demo;
+  RadioKind radio = RadioKind::BlueZ;
+  ColorMode color = ColorMode::Automatic;
   std::string adapter = {};  ///< As KVBlueZOptions takes it.
   std::chrono::milliseconds timeout{30'000};
-  LogLevel log = LogLevel::off;
+  LogLevel log = LogLevel::Off;
   std::uint64_t seed = 1;  ///< Of the simulated radio.
 
   std::string tag = {};                                    ///< As the user wrote it.
   std::optional<std::chrono::milliseconds> duration = {};  ///< Absent: until a signal.
   bool json = false;
-  SortBy sort = SortBy::rssi;  ///< Of `scan`.
+  SortBy sort = SortBy::Rssi;  ///< Of `scan`.
   bool instant = false;        ///< Of `demo`: with a virtual clock.
   bool on = false;             ///< Of `alert`.
   std::int64_t delay = 0;      ///< Of `delay`.
@@ -62,7 +62,7 @@ struct Options {
   bool savePassword = false;
   bool names = false;
 
-  Shell shell = Shell::bash;  ///< Of `completion`.
+  Shell shell = Shell::Bash;  ///< Of `completion`.
 
   // Of `decode`.
   std::string file = {};

@@ -24,7 +24,7 @@ void wipe(std::string& text) {
   text.clear();
 }
 
-/// Bytes as they come in, wiped in the end. One line is enough; whatever is longer is refused.
+// Bytes as they come in, wiped in the end. One line is enough; whatever is longer is refused.
 class Buffer {
  public:
   ~Buffer() { explicit_bzero(bytes_.data(), bytes_.size()); }
@@ -32,7 +32,7 @@ class Buffer {
   bool full() const { return size_ == bytes_.size(); }
   bool hasLine() const { return size_ > 0 && bytes_[size_ - 1] == '\n'; }
 
-  /// What read(2) returned.
+  // What read(2) returned.
   ssize_t readFrom(int fd) {
     const auto count = read(fd, bytes_.data() + size_, bytes_.size() - size_);
     if (count > 0) size_ += static_cast<std::size_t>(count);
@@ -73,21 +73,21 @@ class File {
   int fd_;
 };
 
-/// Switches a terminal's echo off for as long as it lives.
-class Silence {
+// Switches a terminal's echo off for as long as it lives.
+class EchoOff {
  public:
-  explicit Silence(int fd) : fd_(fd), valid_(tcgetattr(fd, &before_) == 0) {
+  explicit EchoOff(int fd) : fd_(fd), valid_(tcgetattr(fd, &before_) == 0) {
     if (!valid_) return;
     termios quiet = before_;
     quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
     quiet.c_lflag |= ICANON | ECHONL | ISIG;
     tcsetattr(fd_, TCSAFLUSH, &quiet);
   }
-  ~Silence() {
+  ~EchoOff() {
     if (valid_) tcsetattr(fd_, TCSAFLUSH, &before_);
   }
-  Silence(const Silence&) = delete;
-  Silence& operator=(const Silence&) = delete;
+  EchoOff(const EchoOff&) = delete;
+  EchoOff& operator=(const EchoOff&) = delete;
 
  private:
   int fd_;
@@ -95,7 +95,7 @@ class Silence {
   bool valid_;
 };
 
-/// Waits until one of the two can be read, and takes the signal if there is one.
+// Waits until one of the two can be read, and takes the signal if there is one.
 int waitFor(int fd, const SignalFd& signals) {
   std::array<pollfd, 2> polled{{{fd, POLLIN, 0}, {signals.fd(), POLLIN, 0}}};
   while (poll(polled.data(), polled.size(), -1) < 0 && errno == EINTR) {
@@ -103,7 +103,7 @@ int waitFor(int fd, const SignalFd& signals) {
   return polled[1].revents != 0 ? signals.take() : 0;
 }
 
-/// Reads until the end, or until a line end where `lines`.
+// Reads until the end, or until a line end where `lines`.
 std::optional<Outcome> fill(Buffer& buffer, int fd, bool lines, const SignalFd& signals) {
   while (!buffer.full() && !(lines && buffer.hasLine())) {
     if (const int signal = waitFor(fd, signals)) return Outcome{kSignal + signal, ""};
@@ -131,7 +131,7 @@ PasswordResult ask(std::string_view prompt, const SignalFd& signals) {
   if (terminal.fd() < 0) {
     return Outcome{kUsage, "there is no terminal to ask for the password on; give --password-file"};
   }
-  const Silence silence(terminal.fd());
+  const EchoOff echoOff(terminal.fd());
   if (write(terminal.fd(), prompt.data(), prompt.size()) < 0) {
     return Outcome{kUsage, "cannot ask for the password; give --password-file"};
   }

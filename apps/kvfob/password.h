@@ -7,6 +7,7 @@
 #include <variant>
 
 #include "apps/kvfob/exit_code.h"
+#include "protocol/frame.h"
 
 namespace kvfob {
 
@@ -31,7 +32,7 @@ class Secret {
 using PasswordResult = std::variant<Secret, Outcome>;
 
 /// The longest password that a tag takes, in bytes; the shortest is one byte.
-inline constexpr std::size_t kPasswordMost = 13;
+inline constexpr std::size_t kPasswordMost = kv::kMostPayload;
 
 /// Reads a password: from a file ("-" is standard input), where one line end at its end is dropped;
 /// or, when `file` is empty, from the controlling terminal, which shows `prompt` and no echo. The

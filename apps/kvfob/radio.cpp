@@ -11,15 +11,15 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// What the radio of this machine reports begins with this.
+// What the radio of this machine reports begins with this.
 constexpr std::string_view kRadioPrefix = "bluez: ";
 
 class Log final : public KVLog {
  public:
   explicit Log(LogLevel level) : level_(level) {}
   void write(std::string_view line) override {
-    if (level_ == LogLevel::off) return;
-    if (level_ == LogLevel::radio && !line.starts_with(kRadioPrefix)) return;
+    if (level_ == LogLevel::Off) return;
+    if (level_ == LogLevel::Radio && !line.starts_with(kRadioPrefix)) return;
     std::cerr << std::string("kvfob: log: ").append(line).append("\n");
   }
 
@@ -31,23 +31,8 @@ class Log final : public KVLog {
 
 std::shared_ptr<KVLog> makeLog(LogLevel level) { return std::make_shared<Log>(level); }
 
-PlatformInForce::PlatformInForce(std::shared_ptr<KVPlatform> platform)
-    : platform_(std::move(platform)) {
-  KVPlatform::setCurrent(platform_);
-}
-
-PlatformInForce::~PlatformInForce() {
-  KVPlatform::setCurrent(nullptr);
-  *platform_ = {};
-}
-
-void letGo(KVTracker& tracker) {
-  tracker.setBindingBlock({});  // it keeps the manager
-  tracker.setPeripheral({});
-}
-
 Radio::Radio(const Options& options) {
-  if (options.radio == RadioKind::sim) {
+  if (options.radio == RadioKind::Sim) {
     description_ = "simulated radio: nothing goes over the air";
     fill(options);
     platform_.emplace(simulated_->platform());
@@ -55,10 +40,10 @@ Radio::Radio(const Options& options) {
   }
   description_ = "bluez, " + (options.adapter.empty() ? std::string("first adapter that is on")
                                                       : "adapter " + options.adapter);
-  KVLinuxOptions linux_options;
-  linux_options.bluez.adapter = options.adapter;
-  linux_options.log = [log = makeLog(options.log)](std::string_view line) { log->write(line); };
-  platform_.emplace(KVLinuxPlatform::make(std::move(linux_options)));
+  KVLinuxOptions chosen;
+  chosen.bluez.adapter = options.adapter;
+  chosen.log = [log = makeLog(options.log)](std::string_view line) { log->write(line); };
+  platform_.emplace(KVLinuxPlatform::make(chosen));
 }
 
 void Radio::fill(const Options& options) {
@@ -78,12 +63,12 @@ void Radio::fill(const Options& options) {
   simulated_->setRssi(bound, -58);
   simulated_->setRssi(second, -67);
   simulated_->setRssi(third, -83);
-  if (options.command == Command::watch) {
+  if (options.command == Command::Watch) {
     for (const auto& tag : {bound, second, third}) enliven(tag);
   }
 }
 
-/// Gives a watcher something to see: the tag is carried about, its button pressed, its link lost.
+// Gives a watcher something to see: the tag is carried about, its button pressed, its link lost.
 void Radio::enliven(const std::shared_ptr<kvsim::VirtualTag>& tag) {
   simulated_->setPathLoss(
       tag, kvsim::pathThrough({{0s, 45}, {4s, 45}, {8s, 56}, {12s, 66}, {16s, 56}, {20s, 45}}));

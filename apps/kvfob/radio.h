@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "KVFobLink/KVFobLink.h"
 #include "KVFobSimulator/SimulatedRadio.h"
@@ -19,22 +20,16 @@ inline constexpr const char* kBoundTagPassword = "sesame";
 /// Where the library's diagnostic lines go: to standard error, as far as they are asked for.
 std::shared_ptr<KVLog> makeLog(LogLevel level);
 
-/// Puts a platform in force for as long as it lives, and then takes it apart: the time-out of a
-/// bind request outlasts it by up to half a minute, and meanwhile the queue keeps the tracker, and
-/// the tracker the platform with its queue.
+/// Puts a platform in force for as long as it lives.
 class PlatformInForce {
  public:
-  explicit PlatformInForce(std::shared_ptr<KVPlatform> platform);
-  ~PlatformInForce();
+  explicit PlatformInForce(std::shared_ptr<const KVPlatform> platform) {
+    KVPlatform::setCurrent(std::move(platform));
+  }
+  ~PlatformInForce() { KVPlatform::setCurrent(nullptr); }
   PlatformInForce(const PlatformInForce&) = delete;
   PlatformInForce& operator=(const PlatformInForce&) = delete;
-
- private:
-  const std::shared_ptr<KVPlatform> platform_;
 };
-
-/// Cuts what else ties a tracker to the radio, once its link is down.
-void letGo(KVTracker& tracker);
 
 class Radio {
  public:

@@ -19,7 +19,7 @@ namespace kvfob {
 namespace {
 
 Outcome runDemo(const Options& options, const SignalFd& signals, Console& console) {
-  console.line(console.styled(Style::dim, "simulated radio: nothing goes over the air"));
+  console.line(console.styled(Style::Dim, "simulated radio: nothing goes over the air"));
   kvsim::SimulatedRadioOptions radio;
   radio.seed = options.seed;
   radio.clock = options.instant ? kvsim::ClockKind::Virtual : kvsim::ClockKind::Real;
@@ -51,16 +51,16 @@ Outcome runOnRadio(const Options& options, const Secret& password, const Book& b
   Loop loop(radio.queue(), signals);
   Session session(loop, console);
   const auto nameOf = [&](const std::string& tag) { return book.nameOf(options.radio, tag); };
-  auto outcome = options.command == Command::scan
+  auto outcome = options.command == Command::Scan
                      ? runScan(session, options, nameOf)
                      : TagRun(session, options, password, nameOf(options.tag)).run();
-  if (outcome.code == kNoAdapter && options.radio == RadioKind::bluez) {
+  if (outcome.code == kNoAdapter && options.radio == RadioKind::BlueZ) {
     outcome.message += "; \"kvfob doctor\" tells more, and --radio sim needs no Bluetooth";
   }
   return outcome;
 }
 
-/// The saved password, or else the one that is given or asked for.
+// The saved password, or else the one that is given or asked for.
 PasswordResult passwordFor(const Options& options, const BookEntry* known) {
   if (options.passwordFile.empty() && known != nullptr && !known->password.text().empty()) {
     return Secret(known->password.text());
@@ -68,7 +68,7 @@ PasswordResult passwordFor(const Options& options, const BookEntry* known) {
   return readPassword(options.passwordFile, "Password of the tag: ");
 }
 
-/// A command on the tag that the user means.
+// A command on the tag that the user means.
 Outcome runOnTag(Options options, const Book& book, const SignalFd& signals, Console& console) {
   const auto* known = book.find(options.radio, options.tag);
   const auto address = known != nullptr ? known->address : parseAddress(options.tag);
@@ -82,8 +82,8 @@ Outcome runOnTag(Options options, const Book& book, const SignalFd& signals, Con
   const auto& secret = std::get<Secret>(password);
   auto outcome = runOnRadio(options, secret, book, signals, console);
   if (outcome.code != kDone) return outcome;
-  if (options.command == Command::bind) return rememberBound(options, *address, secret);
-  if (options.command == Command::unbind) return rememberUnbound(options, *address);
+  if (options.command == Command::Bind) return rememberBound(options, *address, secret);
+  if (options.command == Command::Unbind) return rememberUnbound(options, *address);
   return outcome;
 }
 
@@ -91,7 +91,7 @@ Outcome runWithBook(const Options& options, const SignalFd& signals, Console& co
   const auto read = Book::read();
   if (const auto* failure = std::get_if<Outcome>(&read)) return *failure;
   const auto& book = std::get<Book>(read);
-  if (options.command != Command::scan) return runOnTag(options, book, signals, console);
+  if (options.command != Command::Scan) return runOnTag(options, book, signals, console);
   return runOnRadio(options, Secret(), book, signals, console);
 }
 
@@ -99,17 +99,17 @@ Outcome runWithBook(const Options& options, const SignalFd& signals, Console& co
 
 Outcome runCommand(const Options& options, const SignalFd& signals, Console& console) {
   switch (options.command) {
-    case Command::demo:
+    case Command::Demo:
       return runDemo(options, signals, console);
-    case Command::decode:
+    case Command::Decode:
       return decode(options.file, std::cin, options.showSecrets, console);
-    case Command::doctor:
+    case Command::Doctor:
       return runDoctor(options, signals, console);
-    case Command::list:
-    case Command::rename:
-    case Command::forget:
+    case Command::List:
+    case Command::Rename:
+    case Command::Forget:
       return runOnBook(options, console);
-    case Command::tag:
+    case Command::Tag:
       return runAir(options, signals, console);
     default:
       return runWithBook(options, signals, console);

@@ -57,7 +57,7 @@ Outcome Scan::run() {
     session_.console().divertNotes({});
   });
   auto outcome = session_.run();
-  // What was heard until Ctrl-C is shown all the same.
+  // What was found until Ctrl-C is shown all the same.
   if (outcome.code == kNoAdapter) return outcome;
   options_.json ? writeJson() : writeTable();
   if (!session_.console().good()) return {kInternal, "cannot write the output"};
@@ -69,7 +69,7 @@ void Scan::begin() {
   session_.manager().startScan([](const KVTrackers&) {});
   session_.after(duration_, [this] { session_.finish({}); });
   // The library's lines would be written across the screen.
-  if (session_.console().live() && !options_.json && options_.log == LogLevel::off) openScreen();
+  if (session_.console().live() && !options_.json && options_.log == LogLevel::Off) openScreen();
 }
 
 void Scan::openScreen() {
@@ -106,7 +106,7 @@ ScanView Scan::view() const {
 }
 
 void Scan::writeJson() {
-  for (const auto& row : rowsOf(session_.manager().scannedTrackers(), nameOf_, SortBy::address)) {
+  for (const auto& row : rowsOf(session_.manager().scannedTrackers(), nameOf_, SortBy::Address)) {
     session_.console().line(toJson(row));
   }
 }

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "apps/kvfob/radio.h"
-
 namespace kvfob {
 namespace {
 
@@ -16,7 +14,7 @@ constexpr Session::Duration kAdapterHint = 2s;
 // BlueZ takes about two seconds to end a link.
 constexpr auto kDropPatience = 6s;
 
-/// Why an adapter in this state is of no use; absent while that is not known.
+// Why an adapter in this state is of no use; absent while that is not known.
 std::optional<std::string> adapterTrouble(std::uint64_t state) {
   switch (state) {
     case KVCentralStateUnsupported:
@@ -118,7 +116,6 @@ Outcome Session::run() {
   if (const auto task = std::exchange(atEnd_, {})) task();
   dropLinks();
   loop_.runUntil([this] { return linksDown(); }, kDropPatience);
-  for (const auto& tracker : trackers_) letGo(*tracker);
   return *outcome_;
 }
 

@@ -33,7 +33,7 @@ class Session {
   Loop& loop() { return loop_; }
 
   /// Calls `ready` once the adapter is on. Without one that is, the run ends with `kNoAdapter`; an
-  /// adapter of which nothing is known may take up to `patience`, or three seconds if that is less.
+  /// adapter of which nothing is known may take up to `patience`, or ten seconds if that is less.
   void whenOn(std::function<void()> ready, Duration patience = Duration::max());
 
   /// From now on the run goes on when the adapter is switched off; the user is told.

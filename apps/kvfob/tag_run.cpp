@@ -18,22 +18,22 @@ std::string seconds(std::chrono::milliseconds time) {
   return text + " s";
 }
 
-/// What the command has achieved, once the tag has said yes.
+// What the command has achieved, once the tag has said yes.
 std::string success(const Options& options) {
   switch (options.command) {
-    case Command::bind:
+    case Command::Bind:
       return "bound";
-    case Command::ring:
+    case Command::Ring:
       return "ringing";
-    case Command::silence:
+    case Command::Silence:
       return "silent";
-    case Command::alert:
+    case Command::Alert:
       return std::string("loss alert ") + (options.on ? "on" : "off");
-    case Command::delay:
+    case Command::Delay:
       return "loss delay " + std::to_string(options.delay);
-    case Command::distance:
+    case Command::Distance:
       return "loss distance " + std::string(levelName(options.level));
-    case Command::unbind:
+    case Command::Unbind:
       return "unbound";
     default:
       return "done";
@@ -55,22 +55,22 @@ Outcome TagRun::run() {
 
 void TagRun::search() {
   session_.after(options_.timeout, [this] { timedOut(); });
-  if (options_.command != Command::bind) {
+  if (options_.command != Command::Bind) {
     tracker_ = session_.manager().addTracker(options_.tag);
     session_.dropInTheEnd(tracker_);
     tracker_->didConnectionChange([this](std::uint64_t value) { connectionChanged(value); });
   }
   // The library's lines would be written across a screen.
-  if (options_.command == Command::watch && session_.console().live() &&
-      options_.log == LogLevel::off) {
+  if (options_.command == Command::Watch && session_.console().live() &&
+      options_.log == LogLevel::Off) {
     screen_ = std::make_unique<WatchScreen>(session_, tracker_, name_);
   }
-  // A bound tag is connected as soon as it is heard.
+  // A bound tag is connected as soon as it advertises.
   session_.manager().startScan([this](const KVTrackers& trackers) { scanned(trackers); });
 }
 
 void TagRun::scanned(const KVTrackers& trackers) {
-  if (options_.command != Command::bind || tracker_) return;
+  if (options_.command != Command::Bind || tracker_) return;
   const auto found = std::find_if(trackers.begin(), trackers.end(),
                                   [this](const auto& t) { return t->mac() == options_.tag; });
   if (found != trackers.end()) bind(*found);
@@ -78,7 +78,7 @@ void TagRun::scanned(const KVTrackers& trackers) {
 
 void TagRun::bind(const std::shared_ptr<KVTracker>& tracker) {
   tracker_ = tracker;
-  stage_ = Stage::connecting;
+  stage_ = Stage::Connecting;
   session_.dropInTheEnd(tracker_);
   session_.manager().stopScan();
   session_.manager().bindingVerify(
@@ -87,17 +87,17 @@ void TagRun::bind(const std::shared_ptr<KVTracker>& tracker) {
 
 void TagRun::connectionChanged(std::uint64_t connection) {
   if (session_.finished()) return;
-  if (stage_ == Stage::watching && connection != KVConnectionVerifyFailed) {
+  if (stage_ == Stage::Watching && connection != KVConnectionVerifyFailed) {
     return reportConnection(connection);
   }
   switch (connection) {
     case KVConnectionConnecting:
-      // The radio can do either better alone, and a frame that was heard before the link came up
+      // The radio can do either better alone, and an advertisement from before the link came up
       // must not ask for another.
       session_.manager().stopScan();
       [[fallthrough]];
     case KVConnectionDisconnect:
-      stage_ = Stage::connecting;
+      stage_ = Stage::Connecting;
       break;
     case KVConnectionConnected:
       connected();
@@ -109,25 +109,25 @@ void TagRun::connectionChanged(std::uint64_t connection) {
 }
 
 void TagRun::connected() {
-  if (stage_ != Stage::connecting) return;  // it is reported twice on some occasions
-  if (options_.command == Command::watch) return watch();
-  stage_ = Stage::asking;
+  if (stage_ != Stage::Connecting) return;  // it is reported twice on some occasions
+  if (options_.command == Command::Watch) return watch();
+  stage_ = Stage::Asking;
   act();
 }
 
 void TagRun::act() {
   const auto answer = [this](bool success, const auto& error) { answered(success, error); };
   switch (options_.command) {
-    case Command::ring:
-    case Command::silence:
-      return tracker_->switchBellStatus(options_.command == Command::ring, answer);
-    case Command::alert:
+    case Command::Ring:
+    case Command::Silence:
+      return tracker_->switchBellStatus(options_.command == Command::Ring, answer);
+    case Command::Alert:
       return tracker_->writeLossAlert(options_.on, answer);
-    case Command::delay:
+    case Command::Delay:
       return tracker_->writeLossDelay(options_.delay, answer);
-    case Command::distance:
+    case Command::Distance:
       return tracker_->writeLossDistance(options_.level, answer);
-    case Command::unbind:
+    case Command::Unbind:
       return session_.manager().unbindTracker(options_.tag, answer);
     default:
       session_.finish({kInternal, "not a command on a tag"});
@@ -141,7 +141,7 @@ void TagRun::answered(bool success, const std::optional<KVError>& error) {
     return session_.finish({});
   }
   const auto why = error.value_or(KVError{.domain = "no reason given", .userInfo = {}});
-  const bool binding = options_.command == Command::bind;
+  const bool binding = options_.command == Command::Bind;
   if (binding && why.code == kBindTimedOut) {
     return session_.finish({kTimedOut, "tag " + options_.tag +
                                            " did not answer the bind request; bring it near and " +
@@ -157,23 +157,23 @@ void TagRun::timedOut() {
   const auto tag = "tag " + options_.tag;
   const auto within = " within " + seconds(options_.timeout);
   switch (stage_) {
-    case Stage::searching:
+    case Stage::Searching:
       return session_.finish(
           {kNotFound, tag + " was not heard" + within +
                           "; bring it near, or check its address with \"scan\""});
-    case Stage::connecting:
+    case Stage::Connecting:
       return session_.finish(
           {kTimedOut, tag + " was heard, but did not get ready" + within +
                           "; bring it near, and see that no other device is connected to it"});
-    case Stage::asking:
+    case Stage::Asking:
       return session_.finish({kTimedOut, tag + " did not answer" + within + "; try again"});
-    case Stage::watching:
+    case Stage::Watching:
       return;
   }
 }
 
 void TagRun::watch() {
-  stage_ = Stage::watching;
+  stage_ = Stage::Watching;
   session_.surviveAdapter();
   reportConnection(KVConnectionConnected);
   if (options_.duration) session_.after(*options_.duration, [this] { session_.finish({}); });
@@ -206,7 +206,7 @@ void TagRun::report(const std::string& what) {
   if (screen_) return screen_->log(what);
   const auto now = KVPlatform::current().clock->now();
   auto& console = session_.console();
-  console.line(console.styled(Style::dim, clockTime(now)) + "  " + what);
+  console.line(console.styled(Style::Dim, clockTime(now)) + "  " + what);
   if (!console.good()) session_.finish({kInternal, "cannot write the output"});
 }
 

@@ -22,7 +22,7 @@ class TagRun {
   Outcome run();
 
  private:
-  enum class Stage { searching, connecting, asking, watching };
+  enum class Stage { Searching, Connecting, Asking, Watching };
 
   void search();
   void scanned(const KVTrackers& trackers);
@@ -44,7 +44,7 @@ class TagRun {
   const std::string name_;
   std::unique_ptr<WatchScreen> screen_;  // of `watch` on a terminal
   std::shared_ptr<KVTracker> tracker_;
-  Stage stage_ = Stage::searching;
+  Stage stage_ = Stage::Searching;
   std::uint64_t reported_ = KVConnectionDisconnect;
 };
 

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "KVFobLink/KVTrackerTypes.h"
+#include "protocol/hex.h"
 
 namespace kvfob {
 namespace {
@@ -122,12 +123,10 @@ std::string jsonText(std::string_view text) {
 }
 
 std::string hex(KVBytes bytes, bool spaced) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
   std::string text;
   for (const auto byte : bytes) {
     if (spaced && !text.empty()) text += ' ';
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 0x0F];
+    text += kv::hexText({&byte, 1});
   }
   return text;
 }

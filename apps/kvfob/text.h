@@ -16,8 +16,7 @@ namespace kvfob {
 /// either case, with a colon after every second one or none. Anything else gives nothing.
 std::optional<std::string> parseAddress(std::string_view text);
 
-/// A duration such as "10s", "1.5m", "500ms", "2h" or "10" (seconds): more than zero, at most a
-/// week.
+/// A duration such as "10s", "1.5m", "500ms", "2h" or "10" (seconds): above zero, at most a week.
 std::optional<std::chrono::milliseconds> parseDuration(std::string_view text);
 
 /// "far", "middle" or "near" as a `KVDistance`.

@@ -29,7 +29,7 @@ WatchScreen::WatchScreen(Session& session, std::shared_ptr<KVTracker> tracker, s
   view_.address = tracker_->mac().value_or("");
   view_.name = std::move(name);
   session_.console().divertNotes([this](std::string_view text) {
-    add(std::string(text), Style::warn);
+    add(std::string(text), Style::Warn);
     draw();
   });
   tick();
@@ -38,13 +38,13 @@ WatchScreen::WatchScreen(Session& session, std::shared_ptr<KVTracker> tracker, s
 WatchScreen::~WatchScreen() { session_.console().divertNotes({}); }
 
 void WatchScreen::log(const std::string& what) {
-  add(what, what == "connected" ? Style::good : Style::plain);
+  add(what, what == "connected" ? Style::Good : Style::Plain);
   draw();
 }
 
 void WatchScreen::logPress() {
   ++view_.presses;
-  add("button pressed", Style::accent);
+  add("button pressed", Style::Accent);
   draw();
 }
 
@@ -82,7 +82,7 @@ void WatchScreen::typedInDelay(char key) {
 }
 
 void WatchScreen::sendDelay(std::int64_t delay) {
-  if (delay < 0 || delay > kDelayMost) return add("a delay is 0 to 7000", Style::warn);
+  if (delay < 0 || delay > kDelayMost) return add("a delay is 0 to 7000", Style::Warn);
   tracker_->writeLossDelay(
       delay, answer("loss delay " + std::to_string(delay), [this, delay] { view_.delay = delay; }));
 }
@@ -91,7 +91,7 @@ void WatchScreen::command(char key) {
   constexpr std::string_view kKeys = "rsad123";
   if (kKeys.find(key) == std::string_view::npos) return;
   if (tracker_->connection() != KVConnectionConnected) {
-    return add("not connected: nothing was sent", Style::warn);
+    return add("not connected: nothing was sent", Style::Warn);
   }
   const bool ring = key == 'r';
   const bool alert = !view_.alert.value_or(false);
@@ -121,7 +121,7 @@ KVResultCallback WatchScreen::answer(std::string done, std::function<void()> app
     if (alive.expired()) return;
     if (success) apply();
     const auto why = error ? error->domain : "no reason given";
-    add(success ? done : "refused: " + why, success ? Style::good : Style::bad);
+    add(success ? done : "refused: " + why, success ? Style::Good : Style::Bad);
     draw();
   };
 }
@@ -142,7 +142,7 @@ void WatchScreen::refresh() {
   view_.elapsed = elapsed();
   view_.connection = tracker_->connection();
   if (!tracker_->advUpdate()) return;
-  view_.heard = true;
+  view_.found = true;
   if (tracker_->rssi() != 0) view_.rssi = tracker_->rssi();
   view_.level = tracker_->distance();
   view_.battery = tracker_->battery();

@@ -22,7 +22,7 @@ constexpr const char* kChanges =
     "type='signal',sender='org.bluez',interface='org.freedesktop.DBus.Properties',"
     "member='PropertiesChanged',path_namespace='/org/bluez'";
 
-/// Reads all that is left at this level.
+// Reads all that is left at this level.
 bool walk(sd_bus_message* message) {
   char type = 0;
   const char* contents = nullptr;

@@ -6,8 +6,9 @@
 /// What every implementation promises:
 /// - Events arrive on the event queue, one at a time, and never from inside a request.
 /// - All operations are for the event thread, but for those marked "any thread".
-/// - A handle may be dropped on any thread, and inside any event. Dropping the central ends all its
-/// events.
+/// - A handle may be dropped on any thread, and inside any event.
+/// - Dropping the central ends all its events.
+/// - Nothing here keeps the event queue alive. Once that is gone, requests do nothing.
 #ifndef KVFOBLINK_KVBLUETOOTH_H
 #define KVFOBLINK_KVBLUETOOTH_H
 
@@ -18,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "KVFobLink/KVBluetoothError.h"
 #include "KVFobLink/KVExport.h"
 #include "KVFobLink/KVTypes.h"
 #include "KVFobLink/KVUUID.h"
@@ -28,9 +30,8 @@ class KVService;
 
 /// The state of the Bluetooth adapter.
 enum KVCentralState : std::int64_t {
-  KVCentralStateUnknown = 0,  ///< Not known yet, or the Bluetooth service does not answer.
-  KVCentralStateResetting =
-      1,  ///< The Bluetooth service or the adapter went away and may come back.
+  KVCentralStateUnknown = 0,       ///< Not known yet, or the Bluetooth service does not answer.
+  KVCentralStateResetting = 1,     ///< The service or the adapter went away and may come back.
   KVCentralStateUnsupported = 2,   ///< There is no adapter.
   KVCentralStateUnauthorized = 3,  ///< This process may not use Bluetooth.
   KVCentralStatePoweredOff = 4,
@@ -47,7 +48,8 @@ enum KVPeripheralState : std::int64_t {
 
 /// How a characteristic is written.
 enum class KVWriteType {
-  withResponse = 0,  ///< Confirmed by `didWriteValueForCharacteristic`.
+  WithResponse = 0,  ///< Confirmed by `didWriteValueForCharacteristic`.
+  withResponse [[deprecated("use WithResponse")]] = WithResponse,
 };
 
 /// One characteristic of a discovered service.
@@ -63,8 +65,8 @@ class KVFOB_EXPORT KVCharacteristic {
   /// The service that holds it; absent once that service has been dropped.
   std::shared_ptr<KVService> service() const { return service_.lock(); }
 
-  /// The value of the latest read or notification; absent before the first one and after a failed
-  /// read.
+  /// The value of the latest read or notification; absent before the first one, and after a read
+  /// that failed.
   const std::optional<KVData>& value() const { return value_; }
 
   /// For implementations: sets the value, right before the event that reports it.
@@ -101,8 +103,7 @@ class KVFOB_EXPORT KVService {
   std::vector<std::shared_ptr<KVCharacteristic>> characteristics_;
 };
 
-/// Receives the events of a peripheral, all on the event thread. An error that is absent means
-/// success.
+/// Receives the events of a peripheral, all on the event thread. No error means success.
 class KVFOB_EXPORT KVPeripheralDelegate {
  public:
   virtual ~KVPeripheralDelegate() = default;
@@ -111,8 +112,8 @@ class KVFOB_EXPORT KVPeripheralDelegate {
   virtual void didDiscoverServices(KVPeripheral& peripheral,
                                    const std::optional<KVError>& error) = 0;
 
-  /// Answers `discoverCharacteristics`: `service.characteristics()` is filled in (empty after an
-  /// error).
+  /// Answers `discoverCharacteristics`: `service.characteristics()` is filled in (empty after
+  /// an error).
   virtual void didDiscoverCharacteristicsForService(KVPeripheral& peripheral, KVService& service,
                                                     const std::optional<KVError>& error) = 0;
 
@@ -122,8 +123,8 @@ class KVFOB_EXPORT KVPeripheralDelegate {
       KVPeripheral& peripheral, const std::shared_ptr<KVCharacteristic>& characteristic,
       const std::optional<KVError>& error) = 0;
 
-  /// Confirms one `writeValue`; exactly once for each write of a present value while the link
-  /// lasts.
+  /// Confirms one `writeValue`, exactly once for each write of a present value, as long as the
+  /// link lasts.
   virtual void didWriteValueForCharacteristic(
       KVPeripheral& peripheral, const std::shared_ptr<KVCharacteristic>& characteristic,
       const std::optional<KVError>& error) = 0;
@@ -170,8 +171,7 @@ class KVFOB_EXPORT KVPeripheral {
   virtual void discoverCharacteristics(const std::shared_ptr<KVService>& service) = 0;
 
   /// Subscribes to a characteristic's notifications, or ends that. Not confirmed. Requests to one
-  /// peripheral are carried out in order, so a read or write that follows finds the subscription in
-  /// place.
+  /// peripheral are carried out in order: a read or write that follows finds the subscription made.
   virtual void setNotifyValue(bool enabled,
                               const std::shared_ptr<KVCharacteristic>& characteristic) = 0;
 
@@ -251,20 +251,27 @@ class KVFOB_EXPORT KVCentral {
   virtual void stopScan() = 0;
 
   /// Asks for a link. This is a standing request: it stays pending, across attempts that fail and
-  /// across power cycles of the adapter, until the link is up (`didConnectPeripheral`), it fails
-  /// for good
-  /// (`didFailToConnectPeripheral`) or it is cancelled (`didDisconnectPeripheral`): exactly one of
-  /// the three. A repeated request joins the pending one; one for a link that is up is answered
-  /// with `didConnectPeripheral`.
+  /// across power cycles of the adapter, until exactly one of three things happens:
+  /// - the link is up (`didConnectPeripheral`);
+  /// - the request fails for good (`didFailToConnectPeripheral`);
+  /// - the request is cancelled (`didDisconnectPeripheral`).
+  ///
+  /// A repeated request joins the pending one. One for a link that is up is answered as if it
+  /// had just come up.
   ///
   /// The library asks again at once and for ever when a link drops, so the implementation spaces
   /// the attempts: a radio that fails instantly must not turn into a busy loop. An absent
   /// peripheral is ignored.
   virtual void connectPeripheral(const std::shared_ptr<KVPeripheral>& peripheral) = 0;
 
-  /// Drops a link or a pending request; `didDisconnectPeripheral` reports it. Without either,
-  /// nothing happens.
+  /// Drops a link or a pending request; `didDisconnectPeripheral` reports it. Without either it
+  /// does nothing.
   virtual void cancelPeripheralConnection(const std::shared_ptr<KVPeripheral>& peripheral) = 0;
+
+  /// Ends all events, the scan and the links without a report, as dropping the central does, and
+  /// for good: later requests do nothing. Called by a delegate that is about to go, as others may
+  /// still hold the central. One that does not override this must not outlive its delegate.
+  virtual void close() {}
 };
 
 #endif  // KVFOBLINK_KVBLUETOOTH_H

@@ -23,23 +23,21 @@ class KVFOB_EXPORT KVCommandInter {
   using Completion = std::function<void(std::int64_t answerCode, std::int64_t secondCode,
                                         const std::optional<KVData>& payload)>;
 
-  /// Builds the frame of a command, with fresh random fill: two equal commands give different
-  /// frames.
+  /// Builds the frame of a command, with fresh random fill: equal commands give different frames.
   ///
   ///     KVCommandInter::getCommandData(5, KVData{0x00});  // 00 02 05 00, then 12 random bytes
   ///
   /// @param command  Only its low 8 bits are used.
   /// @param append   The payload, 1 to 13 bytes. An absent or empty one logs
-  ///                 "Something wrong about appended data." and gives nothing; a longer one gives
-  ///                 nothing.
+  ///                 "Something wrong about appended data."; that and a longer one give nothing.
   /// @return 16 bytes, or nothing. Any thread.
   static std::optional<KVData> getCommandData(std::uint64_t command,
                                               const std::optional<KVData>& append);
 
   /// Takes an incoming frame apart. Calls the completion before it returns, at most once:
   /// - a frame that is absent or not 16 bytes long: (0, 0, absent);
-  /// - an answer (type 0x01): (code, 0, payload); of the second kind (type 0xFF): (0, code,
-  /// payload);
+  /// - an answer (type 0x01): (code, 0, payload);
+  /// - an answer of the second kind (type 0xFF): (0, code, payload);
   /// - a length byte that does not fit, or any other type: not at all.
   /// An absent completion is ignored. Any thread.
   static void interCommandData(const std::optional<KVData>& data, const Completion& completion);

@@ -18,9 +18,8 @@ class KVFOB_EXPORT KVCommonTool {
  public:
   /// Encrypts or decrypts exactly one 16-byte block: AES-128, ECB, no padding (FIPS 197).
   ///
-  /// @return 16 bytes. Nothing when the key or the data is not 16 bytes long (logs "Cipher Key
-  /// Error!"), or when the
-  ///         platform's cipher fails (logs that with the place).
+  /// @return 16 bytes; nothing when the key or the data is not 16 bytes long (logs
+  ///         "Cipher Key Error!"), or when the platform's cipher fails (logs that with the place).
   static std::optional<KVData> enDecryptWithData(KVBytes data, KVBytes keyData, bool encrypt);
 
   /// `enDecryptWithData` with `encrypt` true.

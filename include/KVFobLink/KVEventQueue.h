@@ -40,7 +40,8 @@ class KVFOB_EXPORT KVEventQueue {
   /// nothing and returns 0.
   virtual std::size_t dispatch() = 0;
 
-  /// Runs tasks as they fall due, until `stop`. From inside a callback it returns at once.
+  /// Runs tasks as they fall due, until `stop`, or until a task has dropped the last reference to
+  /// the queue. From inside a callback it returns at once.
   virtual void run() = 0;
 
   /// As `run`, but returns after `duration` at the latest. With a virtual clock the clock has then

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "KVFobLink/KVExport.h"
@@ -13,9 +14,12 @@
 
 /// What a finding means for the library.
 enum class KVVerdict : std::uint8_t {
-  ok,        ///< As it should be.
-  hint,      ///< The library works, but something may be missed.
-  unusable,  ///< The library cannot work before this is mended.
+  Ok,        ///< As it should be.
+  Hint,      ///< The library works, but something may be missed.
+  Unusable,  ///< The library cannot work before this is mended.
+  ok [[deprecated("use Ok")]] = Ok,
+  hint [[deprecated("use Hint")]] = Hint,
+  unusable [[deprecated("use Unusable")]] = Unusable,
 };
 
 /// One thing that was looked at.
@@ -23,7 +27,7 @@ struct KVFinding {
   /// One of "bus", "service" (bluetoothd), "permission", "adapter", "power", "rssi" (of a live
   /// link), "scan" (by others), "link" (held by others).
   std::string topic;
-  KVVerdict verdict = KVVerdict::ok;
+  KVVerdict verdict = KVVerdict::Ok;
   std::string seen;    ///< In words, without a full stop.
   std::string advice;  ///< What to do; empty when nothing needs doing.
 };
@@ -47,7 +51,11 @@ class KVFOB_EXPORT KVLinuxDiagnosis {
   ///
   /// @return the diagnosis under way; dropping it, on the event thread, ends it without a call.
   [[nodiscard]] static std::shared_ptr<KVLinuxDiagnosis> start(
-      std::shared_ptr<KVLinuxEventQueue> queue, KVBlueZOptions options, Done done);
+      const std::shared_ptr<KVLinuxEventQueue>& queue, const KVBlueZOptions& options, Done done) {
+    return startWith(queue, KVLinuxSettings(options), std::move(done));
+  }
+  [[nodiscard]] static std::shared_ptr<KVLinuxDiagnosis> startWith(
+      const std::shared_ptr<KVLinuxEventQueue>& queue, const KVLinuxSettings& settings, Done done);
 
   virtual ~KVLinuxDiagnosis() = default;
 };

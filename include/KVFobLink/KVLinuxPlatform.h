@@ -3,6 +3,7 @@
 #define KVFOBLINK_KVLINUXPLATFORM_H
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -50,8 +51,8 @@ struct KVBlueZOptions {
   std::chrono::milliseconds disconnectTimeout{10'000};
   /// A scan that hears nothing from any device for this long is restarted.
   std::chrono::milliseconds scanWatchdog{90'000};
-  /// The pause after a failed attempt to connect: it doubles from the first value up to the second,
-  /// with jitter.
+  /// The pause after a failed attempt to connect, with jitter: it doubles from the first value up
+  /// to the second.
   std::chrono::milliseconds retryFirst{250};
   std::chrono::milliseconds retryMost{5'000};
 };
@@ -59,16 +60,65 @@ struct KVBlueZOptions {
 /// Options of the Linux platform.
 struct KVLinuxOptions {
   KVBlueZOptions bluez;
-  /// Takes the diagnostic lines, on any thread, one at a time; absent writes them to standard
-  /// error.
+  /// Takes the diagnostic lines, on any thread, one at a time. Absent: they go to standard error.
   std::function<void(std::string_view line)> log;
+};
+
+/// How options reach the library: field by field, so that the structs above may grow without
+/// breaking a program that was built with smaller ones. Applications use those.
+class KVFOB_EXPORT KVLinuxSettings {
+ public:
+  /// Numbers are never used anew.
+  enum class Text : std::int32_t { Adapter = 0, BusAddress = 1 };
+  enum class Time : std::int32_t {
+    Connect = 0,
+    Services = 1,
+    Request = 2,
+    Disconnect = 3,
+    ScanWatchdog = 4,
+    RetryFirst = 5,
+    RetryMost = 6,
+  };
+
+  KVLinuxSettings();
+  explicit KVLinuxSettings(const KVBlueZOptions& bluez) : KVLinuxSettings() {
+    set(Text::Adapter, bluez.adapter);
+    set(Text::BusAddress, bluez.busAddress);
+    set(Time::Connect, bluez.connectTimeout);
+    set(Time::Services, bluez.servicesTimeout);
+    set(Time::Request, bluez.requestTimeout);
+    set(Time::Disconnect, bluez.disconnectTimeout);
+    set(Time::ScanWatchdog, bluez.scanWatchdog);
+    set(Time::RetryFirst, bluez.retryFirst);
+    set(Time::RetryMost, bluez.retryMost);
+  }
+  explicit KVLinuxSettings(const KVLinuxOptions& options) : KVLinuxSettings(options.bluez) {
+    setLog(options.log);
+  }
+  ~KVLinuxSettings();
+  KVLinuxSettings(const KVLinuxSettings&) = delete;
+  KVLinuxSettings& operator=(const KVLinuxSettings&) = delete;
+
+  void set(Text field, std::string_view value);
+  void set(Time field, std::chrono::milliseconds value);
+  void setLog(std::function<void(std::string_view line)> log);
+
+  /// The options as the library that runs knows them.
+  class KVFOB_LOCAL Data;
+  const Data& data() const { return *data_; }
+
+ private:
+  std::unique_ptr<Data> data_;
 };
 
 /// Makes the Linux platform and its parts.
 class KVFOB_EXPORT KVLinuxPlatform {
  public:
   /// A whole platform. Nothing of the radio is touched before a central is made. Any thread.
-  static std::shared_ptr<KVPlatform> make(KVLinuxOptions options = {});
+  static std::shared_ptr<KVPlatform> make(const KVLinuxOptions& options = {}) {
+    return makeWith(KVLinuxSettings(options));
+  }
+  static std::shared_ptr<KVPlatform> makeWith(const KVLinuxSettings& settings);
 
   /// An event queue on epoll, with real time.
   static std::shared_ptr<KVLinuxEventQueue> makeEventQueue();

@@ -1,7 +1,7 @@
 /// What the library needs of the system it runs on.
 ///
 /// An application needs this header to reach the event queue, to put the log elsewhere, or to run
-/// on another radio (the simulator, a platform of its own).
+/// on another radio: the simulator, or a platform of its own.
 #ifndef KVFOBLINK_KVPLATFORM_H
 #define KVFOBLINK_KVPLATFORM_H
 
@@ -23,9 +23,9 @@ class KVFOB_EXPORT KVRadio {
  public:
   virtual ~KVRadio() = default;
 
-  /// Makes a central whose events go to `delegate` on `queue`; the adapter's state is the first
-  /// one. `delegate` must outlive the central, and the central must be dropped on the event thread.
-  /// Any thread.
+  /// Makes a central whose events go to `delegate` on `queue`; the adapter's state is the first.
+  /// `delegate` must outlive the central, and the central be dropped on the event thread. Any
+  /// thread may call this.
   virtual std::shared_ptr<KVCentral> makeCentral(KVCentralDelegate& delegate,
                                                  const std::shared_ptr<KVEventQueue>& queue) = 0;
 };
@@ -50,9 +50,9 @@ class KVFOB_EXPORT KVRandom {
   virtual void fill(std::span<std::uint8_t> bytes) = 0;
 };
 
-/// Regular expressions in ICU's dialect. Text and patterns are UTF-8; what is malformed counts as
-/// U+FFFD. A pattern that is invalid or that runs away (longer than about a second) does not match.
-/// Any thread.
+/// Regular expressions in ICU's dialect, on any thread. Text and patterns are UTF-8; what is
+/// malformed counts as U+FFFD. A pattern that is invalid, or that runs away (longer than about a
+/// second), does not match.
 class KVFOB_EXPORT KVPatternMatcher {
  public:
   virtual ~KVPatternMatcher() = default;
@@ -101,8 +101,10 @@ class KVFOB_EXPORT KVLog {
   virtual void write(std::string_view line) = 0;
 };
 
-/// One set of implementations. Every member must be present. To replace one part, copy the set and
-/// change it:
+class KVPlatformExtension;
+
+/// One set of implementations. Every member up to `log` must be present. To replace one part,
+/// change it in a copy of the set:
 ///
 ///     auto mine = std::make_shared<KVPlatform>(*KVPlatform::shared());
 ///     mine->log = std::make_shared<MyLog>();
@@ -117,9 +119,13 @@ struct KVFOB_EXPORT KVPlatform {
   std::shared_ptr<KVClock> clock;
   std::shared_ptr<KVLog> log;
 
+  /// Room for parts that a later version may add: leave it as it is. A program that was built
+  /// without them thus keeps its size and hands them on when it copies the set.
+  std::shared_ptr<KVPlatformExtension> extension;
+
   /// The platform of this process: the one installed by `setCurrent`, else the Linux one with its
-  /// default options, made at the first call. The reference holds until the next `setCurrent`. Any
-  /// thread.
+  /// default options, made at the first call. The reference holds until the next `setCurrent`.
+  /// Any thread may call this.
   static const KVPlatform& current();
 
   /// The same, to keep.

@@ -3,27 +3,19 @@
 #define KVFOBLINK_KVTRACKER_H
 
 #include <chrono>
+#include <concepts>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
-#include <utility>
 #include <vector>
 
 #include "KVFobLink/KVBluetooth.h"
-#include "KVFobLink/KVCallbackSlot.h"
 #include "KVFobLink/KVExport.h"
 #include "KVFobLink/KVPlatform.h"
 #include "KVFobLink/KVTrackerTypes.h"
 #include "KVFobLink/KVTypes.h"
-
-namespace kv {
-class RssiPoller;
-class TrackerIndex;
-struct IndexMembership;
-}  // namespace kv
 
 /// What is known of one tag: what it last advertised, its link, and the commands that drive it.
 ///
@@ -34,12 +26,18 @@ struct IndexMembership;
 ///
 /// Commands work once `connection` is `KVConnectionConnected`. They are not queued, do not check
 /// the link and have no time-out: a command whose answer never comes never calls its completion.
-/// Each kind of command has one completion slot, which a new command of that kind replaces, and
-/// which stays in place after it was called.
+/// Each kind of command has one completion slot, which stays in place after it was called. A second
+/// command of a kind before the first is answered takes the slot: the first completion is never
+/// called, and the second once for each answer. A completion that captures its own tracker strongly
+/// keeps it alive: capture a weak pointer. See docs/pitfalls.md for what all this leads to, and for
+/// a completion with a time-out.
 ///
 ///     tracker->switchBellStatus(/*status=*/true, [](bool success, const auto& error) {
 ///       std::cout << (success ? "ringing" : error->domain) << '\n';
 ///     });
+///
+/// A tracker uses the platform that it was made with for everything, and keeps all of its parts
+/// but the event queue, which belongs to whoever runs it; once that is gone nothing happens here.
 class KVFOB_EXPORT KVTracker final : public KVPeripheralDelegate,
                                      public std::enable_shared_from_this<KVTracker> {
  public:
@@ -51,10 +49,13 @@ class KVFOB_EXPORT KVTracker final : public KVPeripheralDelegate,
   /// A tracker of which nothing is known: `distance` is `KVDistanceFar`, everything else zero,
   /// false or absent. Uses the platform in force now.
   KVTracker();
+  /// The same on a given platform, of which every part must be present.
+  explicit KVTracker(const KVPlatform& platform);
   ~KVTracker() override;
+  KVTracker(const KVTracker&) = delete;
+  KVTracker& operator=(const KVTracker&) = delete;
 
-  // ---- Commands
-  // -------------------------------------------------------------------------------------------------
+  // ---- Commands ---------------------------------------------------------------------------------
 
   /// Rings or silences the tag's bell.
   ///
@@ -74,19 +75,18 @@ class KVFOB_EXPORT KVTracker final : public KVPeripheralDelegate,
   /// Sets how long the tag waits after a loss before it gives the alert.
   ///
   /// @param delay       0 to 7000; the unit is the firmware's own. Any other value logs
-  ///                    "the given delay value is incorrect." and does nothing: an earlier
-  ///                    completion stays in place.
+  ///                    "the given delay value is incorrect." and does nothing:
+  ///                    `completion` is never called, and an earlier one stays in place.
   /// @param completion  As above; the error has domain "write loss delay failed." and code 400.
   void writeLossDelay(std::int64_t delay, KVResultCallback completion);
 
   /// Sets how far the tag may be before it counts as lost.
   ///
   /// @param level       `KVDistanceFar`, `KVDistanceMiddle` or `KVDistanceNear`, sent as the signed
-  /// byte 0, -8 or
-  ///                    -20. Any other value logs "the given distance level is incorrect." and does
-  ///                    nothing.
+  ///                    byte 0, -8 or -20. Any other value logs "the given distance level is
+  ///                    incorrect." and does nothing: `completion` is never called.
   /// @param completion  Called when the write is confirmed: (true, absent), or (false, the
-  /// platform's error).
+  ///                    radio's error, see `KVBluetoothErrorCode`).
   void writeLossDistance(std::uint64_t level, KVResultCallback completion);
 
   /// Removes the bind password from the tag. Use `KVTrackerManager::unbindTracker` to unbind it
@@ -95,61 +95,63 @@ class KVFOB_EXPORT KVTracker final : public KVPeripheralDelegate,
   /// @param completion  As above; the error has domain "password removed." (sic) and code 500.
   void removeBindPassword(KVResultCallback completion);
 
-  // ---- Events
-  // ---------------------------------------------------------------------------------------------------
+  // ---- Events -----------------------------------------------------------------------------------
   // Each installs a callback in place of the earlier one; an absent one removes it. Equal values
   // are reported again.
 
   /// Reports each `connection` value, while the tracker is bound.
-  void didConnectionChange(ConnectionCallback callback) { setConnectionBlock(std::move(callback)); }
+  void didConnectionChange(ConnectionCallback callback);
 
   /// Reports what the tag sends on its own: 1 when its button is pressed.
-  void didReceive(ReceiveCallback callback) { setReceiveBlock(std::move(callback)); }
+  void didReceive(ReceiveCallback callback);
 
   /// Reports that the state was set or that the live link's signal strength was read.
   /// Advertisements do not report.
-  void didValueUpdate(UpdateCallback callback) { setValueUpdated(std::move(callback)); }
+  void didValueUpdate(UpdateCallback callback);
 
-  // ---- What the tag advertised
-  // ----------------------------------------------------------------------------------
+  // ---- What the tag advertised ------------------------------------------------------------------
 
   /// The advertised name. Absent: no frame carries one; an application may set it with
   /// `updateData`.
-  const std::optional<std::string>& name() const { return name_; }
+  const std::optional<std::string>& name() const;
 
   /// The address as 12 lower-case hexadecimal digits, the tag's identity everywhere.
-  const std::optional<std::string>& mac() const { return mac_; }
+  const std::optional<std::string>& mac() const;
 
-  /// The last signal strength, in dBm, of an advertisement or of the live link.
-  std::int64_t rssi() const { return rssi_; }
+  /// The last signal strength, in dBm, of an advertisement or of the live link. One that the radio
+  /// did not tell counts as 0, and so as near: take 0 for "not known".
+  std::int64_t rssi() const;
 
   /// Stores a signal strength and recomputes `distance`; does not report an update.
   void setRssi(std::int64_t rssi);
 
   /// The battery value, 0 to 255, as advertised.
-  std::int64_t battery() const { return battery_; }
+  std::int64_t battery() const;
 
   /// The advertised transmit power in dBm; stays 0 for a tag that is not bound.
-  std::int64_t radioTx() const { return radioTx_; }
+  std::int64_t radioTx() const;
 
-  /// The proximity, one of `KVDistance`.
-  std::uint64_t distance() const { return distance_; }
+  /// The proximity, one of `KVDistance`. Means nothing while `rssi` is 0.
+  std::uint64_t distance() const;
 
   /// When the last advertisement was taken in.
-  const std::optional<Date>& advUpdate() const { return advUpdate_; }
+  const std::optional<Date>& advUpdate() const;
 
   /// The model number, 0 to 255, or -1 when the tag does not advertise one.
-  std::int64_t model() const { return model_; }
+  std::int64_t model() const;
 
   /// Writes one of the fields above; see `KVTrackerDataKey`. An unknown key and a value of the
   /// wrong kind change nothing. Does not report an update.
   void updateData(std::int64_t key, KVTrackerValue value);
+  /// The same for a zero-terminated text; a null one counts as absent.
+  void updateData(std::int64_t key, std::same_as<const char*> auto text) {
+    updateData(key, text != nullptr ? KVTrackerValue(std::string(text)) : KVTrackerValue());
+  }
 
-  // ---- Binding and link
-  // -----------------------------------------------------------------------------------------
+  // ---- Binding and link -------------------------------------------------------------------------
 
   /// Whether a bind request is in flight.
-  bool binding() const { return binding_; }
+  bool binding() const;
 
   /// Stores the flag. When true, checks in 30 seconds whether it is still true and if so fails the
   /// request through `bindingBlock`: domain "Error! Binding Timeout.", code 400. The check keeps
@@ -158,13 +160,17 @@ class KVFOB_EXPORT KVTracker final : public KVPeripheralDelegate,
   void setBinding(bool binding);
 
   /// Whether the tag belongs to the application's bound set.
-  bool bound() const { return bound_; }
-  void setBound(bool bound) { bound_ = bound; }
+  bool bound() const;
+  void setBound(bool bound);
 
   /// The bind password: UTF-8, 1 to 13 bytes. With any other the tag is never asked, and only the
-  /// time-out reports it.
-  const std::optional<std::string>& password() const { return password_; }
+  /// time-out reports it; a longer one is not even logged.
+  const std::optional<std::string>& password() const;
   void setPassword(std::optional<std::string> password);
+  /// The same for a zero-terminated text; a null one counts as absent.
+  void setPassword(const char* password) {
+    setPassword(password != nullptr ? std::optional<std::string>(password) : std::nullopt);
+  }
 
   /// The link to the tag; absent until the tag has been heard.
   const std::shared_ptr<KVPeripheral>& peripheral() const;
@@ -172,83 +178,67 @@ class KVFOB_EXPORT KVTracker final : public KVPeripheralDelegate,
   /// Stores the handle and becomes its delegate. The old handle keeps its delegate.
   void setPeripheral(std::shared_ptr<KVPeripheral> peripheral);
 
-  /// The peripheral's state as last reported, one of `KVTrackerState` or -1.
-  std::int64_t state() const { return state_; }
+  /// The peripheral's state as last reported, one of `KVTrackerState` or -1. Not kept up for a
+  /// tracker that is neither bound nor being bound, so it may be out of date.
+  std::int64_t state() const;
 
   /// Stores the state and acts on it, also when it does not change: 0 reports
   /// `KVConnectionDisconnect` and stops polling, 1 reports `KVConnectionConnecting`, 2 starts
   /// discovery and so the handshake. Then reports an update.
   void setState(std::int64_t state);
 
-  /// The application's view of the link, one of `KVConnection`.
-  std::uint64_t connection() const { return connection_; }
+  /// The application's view of the link, one of `KVConnection`. A reconnect whose handshake stalls
+  /// stays connecting without a time-out; `KVTrackerManager::disconnect` starts anew.
+  std::uint64_t connection() const;
 
   /// Stores the value and, while the tracker is bound, reports it.
   void updateConnection(std::uint64_t connection);
 
-  // ---- For the library, and for those who bring a platform of their own
-  // ---------------------------------------------
+  // ---- For the library, and for those who bring a platform of their own -------------------------
 
-  std::uint64_t auth() const { return auth_; }
-  void setAuth(std::uint64_t auth) { auth_ = auth; }
+  /// The stage of the handshake, one of `KVAuthStage`.
+  std::uint64_t auth() const;
+  void setAuth(std::uint64_t auth);
 
   /// The command characteristic, and the one that takes the loss distance; they outlast the link.
-  const std::shared_ptr<KVCharacteristic>& korvaChar() const { return korvaChar_; }
-  void setKorvaChar(std::shared_ptr<KVCharacteristic> characteristic) {
-    korvaChar_ = std::move(characteristic);
-  }
-  const std::shared_ptr<KVCharacteristic>& txChar() const { return txChar_; }
-  void setTxChar(std::shared_ptr<KVCharacteristic> characteristic) {
-    txChar_ = std::move(characteristic);
-  }
+  const std::shared_ptr<KVCharacteristic>& korvaChar() const;
+  void setKorvaChar(std::shared_ptr<KVCharacteristic> characteristic);
+  const std::shared_ptr<KVCharacteristic>& txChar() const;
+  void setTxChar(std::shared_ptr<KVCharacteristic> characteristic);
 
   /// The session key: the tag's 8 random bytes, then ours. Wiped when it is replaced or dropped.
-  const std::optional<KVData>& comToken() const { return comToken_; }
+  const std::optional<KVData>& comToken() const;
   void setComToken(std::optional<KVData> token);
 
   /// The key of the handshake's two tokens: the same 16 bytes for every tag.
-  const std::optional<KVData>& staticKey() const { return staticKey_; }
-  void setStaticKey(std::optional<KVData> key) { staticKey_ = std::move(key); }
+  const std::optional<KVData>& staticKey() const;
+  void setStaticKey(std::optional<KVData> key);
 
   /// Always empty: no operation of the library uses it.
-  std::vector<ConnectionCallback>& conBlockArray() { return conBlockArray_; }
-  void setConBlockArray(std::vector<ConnectionCallback> callbacks) {
-    conBlockArray_ = std::move(callbacks);
-  }
+  std::vector<ConnectionCallback>& conBlockArray();
+  void setConBlockArray(std::vector<ConnectionCallback> callbacks);
 
-  // The callbacks that the operations above install.
-  const KVResultCallback& commandSendBlock() const { return commandSendBlock_.get(); }
-  void setCommandSendBlock(KVResultCallback callback) {
-    commandSendBlock_.set(std::move(callback));
-  }  ///< Never called.
-  const KVResultCallback& bindingBlock() const { return bindingBlock_.get(); }
-  void setBindingBlock(KVResultCallback callback) { bindingBlock_.set(std::move(callback)); }
-  const KVResultCallback& ringBlock() const { return ringBlock_.get(); }
-  void setRingBlock(KVResultCallback callback) { ringBlock_.set(std::move(callback)); }
-  const KVResultCallback& writelossAlertBlock() const { return writelossAlertBlock_.get(); }
-  void setWritelossAlertBlock(KVResultCallback callback) {
-    writelossAlertBlock_.set(std::move(callback));
-  }
-  const KVResultCallback& writelossDistanceBlock() const { return writelossDistanceBlock_.get(); }
-  void setWritelossDistanceBlock(KVResultCallback callback) {
-    writelossDistanceBlock_.set(std::move(callback));
-  }
-  const KVResultCallback& writelossDelayBlock() const { return writelossDelayBlock_.get(); }
-  void setWritelossDelayBlock(KVResultCallback callback) {
-    writelossDelayBlock_.set(std::move(callback));
-  }
-  const KVResultCallback& passwordRemoveBlock() const { return passwordRemoveBlock_.get(); }
-  void setPasswordRemoveBlock(KVResultCallback callback) {
-    passwordRemoveBlock_.set(std::move(callback));
-  }
-  const ReceiveCallback& receiveBlock() const { return receiveBlock_.get(); }
-  void setReceiveBlock(ReceiveCallback callback) { receiveBlock_.set(std::move(callback)); }
-  const ConnectionCallback& connectionBlock() const { return connectionBlock_.get(); }
-  void setConnectionBlock(ConnectionCallback callback) {
-    connectionBlock_.set(std::move(callback));
-  }
-  const UpdateCallback& valueUpdated() const { return valueUpdated_.get(); }
-  void setValueUpdated(UpdateCallback callback) { valueUpdated_.set(std::move(callback)); }
+  // The callbacks that the operations above install. A reference holds until the slot is set again.
+  const KVResultCallback& commandSendBlock() const;
+  void setCommandSendBlock(KVResultCallback callback);  ///< Never called.
+  const KVResultCallback& bindingBlock() const;
+  void setBindingBlock(KVResultCallback callback);
+  const KVResultCallback& ringBlock() const;
+  void setRingBlock(KVResultCallback callback);
+  const KVResultCallback& writelossAlertBlock() const;
+  void setWritelossAlertBlock(KVResultCallback callback);
+  const KVResultCallback& writelossDistanceBlock() const;
+  void setWritelossDistanceBlock(KVResultCallback callback);
+  const KVResultCallback& writelossDelayBlock() const;
+  void setWritelossDelayBlock(KVResultCallback callback);
+  const KVResultCallback& passwordRemoveBlock() const;
+  void setPasswordRemoveBlock(KVResultCallback callback);
+  const ReceiveCallback& receiveBlock() const;
+  void setReceiveBlock(ReceiveCallback callback);
+  const ConnectionCallback& connectionBlock() const;
+  void setConnectionBlock(ConnectionCallback callback);
+  const UpdateCallback& valueUpdated() const;
+  void setValueUpdated(UpdateCallback callback);
 
   /// Resets the handshake and asks the peripheral for all its services.
   void discover();
@@ -294,52 +284,13 @@ class KVFOB_EXPORT KVTracker final : public KVPeripheralDelegate,
   void didReadRSSI(KVPeripheral& peripheral, std::optional<std::int64_t> rssi,
                    const std::optional<KVError>& error) override;
 
+  /// All that it is made of; the library's own.
+  class KVFOB_LOCAL Core;
+
  private:
-  friend class kv::TrackerIndex;
+  KVFOB_LOCAL explicit KVTracker(std::shared_ptr<Core> core);
 
-  void setMac(std::optional<std::string> mac);
-  void log(std::string_view line) const;
-  void extendComToken(KVBytes bytes);
-  void sendCommand(std::uint64_t command, const KVData& payload);
-  void writeCommandCharacteristic(const std::optional<KVData>& value);
-  void handleAnswer(std::int64_t code, const std::optional<KVData>& payload);
-  void handleBindAnswer(bool accepted);
-
-  // What each advertisement touches stands together, so that hearing one of many tags costs few
-  // cache misses.
-  std::int64_t rssi_ = 0;
-  std::int64_t battery_ = 0;
-  std::int64_t radioTx_ = 0;
-  std::uint64_t distance_ = KVDistanceFar;
-  std::int64_t model_ = 0;
-  std::optional<Date> advUpdate_;
-  std::optional<std::string> mac_;
-  std::int64_t state_ = KVTrackerStateDisconnected;
-  std::shared_ptr<kv::RssiPoller> poller_;  // holds the peripheral too, which its ticks read
-
-  std::shared_ptr<const KVPlatform> platform_;
-  std::vector<kv::IndexMembership> memberships_;  // the collections that look this tracker up
-  bool binding_ = false;
-  bool bound_ = false;
-  std::optional<std::string> name_;
-  std::uint64_t connection_ = KVConnectionDisconnect;
-  std::vector<ConnectionCallback> conBlockArray_;
-  std::uint64_t auth_ = KVAuthNone;
-  std::shared_ptr<KVCharacteristic> korvaChar_;
-  std::shared_ptr<KVCharacteristic> txChar_;
-  std::optional<KVData> comToken_;
-  std::optional<KVData> staticKey_;
-  KVCallbackSlot<KVResultCallback> commandSendBlock_;
-  KVCallbackSlot<KVResultCallback> bindingBlock_;
-  KVCallbackSlot<KVResultCallback> ringBlock_;
-  KVCallbackSlot<KVResultCallback> writelossAlertBlock_;
-  KVCallbackSlot<KVResultCallback> writelossDistanceBlock_;
-  KVCallbackSlot<KVResultCallback> writelossDelayBlock_;
-  KVCallbackSlot<KVResultCallback> passwordRemoveBlock_;
-  std::optional<std::string> password_;
-  KVCallbackSlot<ReceiveCallback> receiveBlock_;
-  KVCallbackSlot<ConnectionCallback> connectionBlock_;
-  KVCallbackSlot<UpdateCallback> valueUpdated_;
+  std::shared_ptr<Core> core_;
 };
 
 #endif  // KVFOBLINK_KVTRACKER_H

@@ -4,40 +4,36 @@
 
 #include <cstddef>
 #include <memory>
-#include <string>
 #include <string_view>
-#include <vector>
 
 #include "KVFobLink/KVExport.h"
 #include "KVFobLink/KVTracker.h"
-
-namespace kv {
-class SnapshotStore;
-class TrackerIndex;
-class TrackerTable;
-}  // namespace kv
 
 /// A list of trackers that never changes. Copying it costs the same for any number of trackers.
 class KVFOB_EXPORT KVTrackers {
  public:
   using Element = std::shared_ptr<KVTracker>;
 
-  KVTrackers() = default;
+  KVTrackers();
+  ~KVTrackers();
+  KVTrackers(const KVTrackers&);
+  KVTrackers(KVTrackers&&) noexcept;
+  KVTrackers& operator=(const KVTrackers&);
+  KVTrackers& operator=(KVTrackers&&) noexcept;
 
-  std::size_t size() const { return size_; }
-  bool empty() const { return size_ == 0; }
-  const Element& operator[](std::size_t index) const { return elements_.get()[index]; }
-  const Element* begin() const { return elements_.get(); }
-  const Element* end() const { return elements_.get() + size_; }
+  std::size_t size() const { return static_cast<std::size_t>(end() - begin()); }
+  bool empty() const { return begin() == end(); }
+  const Element& operator[](std::size_t index) const { return begin()[index]; }
+  const Element* begin() const;
+  const Element* end() const;
 
  private:
-  friend class kv::SnapshotStore;
+  friend class KVTrackerMap;
+  struct KVFOB_LOCAL Data;
 
-  KVTrackers(std::shared_ptr<const Element[]> elements, std::size_t size)
-      : elements_(std::move(elements)), size_(size) {}
+  KVFOB_LOCAL explicit KVTrackers(std::shared_ptr<const Data> data);
 
-  std::shared_ptr<const Element[]> elements_;
-  std::size_t size_ = 0;
+  std::shared_ptr<const Data> data_;
 };
 
 /// The bound trackers, in order; the same tracker may stand in it more than once.
@@ -52,11 +48,11 @@ class KVFOB_EXPORT KVTrackerList {
   KVTrackerList(const KVTrackerList&) = delete;
   KVTrackerList& operator=(const KVTrackerList&) = delete;
 
-  std::size_t size() const { return trackers_.size(); }
-  bool empty() const { return trackers_.empty(); }
-  const std::shared_ptr<KVTracker>& operator[](std::size_t index) const { return trackers_[index]; }
-  auto begin() const { return trackers_.begin(); }
-  auto end() const { return trackers_.end(); }
+  std::size_t size() const { return static_cast<std::size_t>(end() - begin()); }
+  bool empty() const { return begin() == end(); }
+  const std::shared_ptr<KVTracker>& operator[](std::size_t index) const { return begin()[index]; }
+  const std::shared_ptr<KVTracker>* begin() const;
+  const std::shared_ptr<KVTracker>* end() const;
 
   /// Adds a tracker at the end. An absent one is ignored.
   void append(std::shared_ptr<KVTracker> tracker);
@@ -69,6 +65,9 @@ class KVFOB_EXPORT KVTrackerList {
 
   void clear();
 
+  /// Whether this very tracker stands in the list. Its cost does not grow with the list.
+  bool contains(const KVTracker& tracker) const;
+
   /// The first tracker in order with exactly this address text, or null. Its cost does not grow
   /// with the list.
   std::shared_ptr<KVTracker> firstWithMac(std::string_view mac) const;
@@ -78,8 +77,9 @@ class KVFOB_EXPORT KVTrackerList {
   std::shared_ptr<KVTracker> firstWithPeripheral(std::string_view identifier) const;
 
  private:
-  std::vector<std::shared_ptr<KVTracker>> trackers_;
-  std::unique_ptr<kv::TrackerIndex> index_;
+  struct KVFOB_LOCAL Data;
+
+  std::unique_ptr<Data> data_;
 };
 
 /// The unbound trackers of a scan by address text. Live, as `KVTrackerList`. Event thread.
@@ -110,7 +110,9 @@ class KVFOB_EXPORT KVTrackerMap {
   std::shared_ptr<KVTracker> bindingWithPeripheral(std::string_view identifier) const;
 
  private:
-  std::unique_ptr<kv::TrackerTable> table_;
+  struct KVFOB_LOCAL Data;
+
+  std::unique_ptr<Data> data_;
 };
 
 #endif  // KVFOBLINK_KVTRACKERCOLLECTIONS_H

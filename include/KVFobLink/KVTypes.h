@@ -20,8 +20,8 @@ using KVBytes = std::span<const std::uint8_t>;
 struct KVError {
   /// The human-readable message itself; there is no separate description.
   std::string domain;
-  /// 100 to 500 for what a tag refuses (see each command); another implementation-defined number
-  /// for a failure that the Bluetooth stack reports.
+  /// 100 to 500 for what a tag refuses (see each command) and for the bind time-out; one of
+  /// `KVBluetoothErrorCode` for what a radio reports.
   std::int64_t code = 0;
   /// Further facts. Always absent in errors that the library raises itself.
   std::optional<std::map<std::string, std::string>> userInfo;
@@ -29,8 +29,8 @@ struct KVError {
   friend bool operator==(const KVError&, const KVError&) = default;
 };
 
-/// The result of an operation on a tag: (true, absent) or (false, error). Called on the event
-/// thread.
+/// Takes the result of an operation on a tag: (true, absent) or (false, error). It is called on
+/// the event thread.
 using KVResultCallback = std::function<void(bool success, const std::optional<KVError>& error)>;
 
 #endif  // KVFOBLINK_KVTYPES_H

@@ -20,8 +20,8 @@ class KVFOB_EXPORT KVUUID {
   /// The 16-bit UUID `value`.
   explicit KVUUID(std::uint16_t value);
 
-  /// Reads four hexadecimal digits or the 36-character form, in either letter case. Anything else
-  /// gives nothing.
+  /// Reads four hexadecimal digits or the 36-character form, in either letter case; nothing of
+  /// anything else.
   static std::optional<KVUUID> fromString(std::string_view text);
 
   /// The canonical text in upper case: four digits for a 16-bit UUID, else the 36-character form.

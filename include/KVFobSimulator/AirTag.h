@@ -14,11 +14,11 @@ namespace kvsim {
 
 struct AirTagOptions {
   /// Which adapter: "hci1", or its address "00:11:22:33:44:55"; empty takes the first.
-  std::string adapter;
+  std::string adapter{};
   /// The address of the bus on which org.bluez is found; empty means the system bus.
-  std::string busAddress;
+  std::string busAddress{};
   /// What the tag is. An empty address stands for the adapter's own.
-  TagSpec tag;
+  TagSpec tag{};
 };
 
 enum class AirState {
@@ -40,7 +40,8 @@ class AirTag {
   /// Tells the state, and why, in a line for the user. May drop the AirTag.
   using StateCallback = std::function<void(AirState state, const std::string& reason)>;
 
-  AirTag(std::shared_ptr<KVLinuxEventQueue> queue, AirTagOptions options);
+  /// The tag does not own the queue, and does nothing once it is gone.
+  AirTag(const std::shared_ptr<KVLinuxEventQueue>& queue, AirTagOptions options);
   /// Takes the tag off the air.
   ~AirTag();
   AirTag(const AirTag&) = delete;

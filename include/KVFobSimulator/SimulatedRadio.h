@@ -26,7 +26,7 @@ enum class ClockKind {
 /// How well advertisements get through.
 struct Air {
   double lost = 0;        ///< The share that is lost, 0 to 1.
-  double duplicated = 0;  ///< The share that is heard twice, 0 to 1.
+  double duplicated = 0;  ///< The share that is received twice, 0 to 1.
   /// Each signal strength is off by up to this many dB, evenly spread.
   unsigned rssiJitter = 0;
 };
@@ -137,7 +137,7 @@ class SimulatedRadio {
   void setPathLoss(const std::shared_ptr<VirtualTag>& tag, PathLoss loss);
   /// Sets a path loss that gives this signal strength, in dBm, from now on.
   void setRssi(const std::shared_ptr<VirtualTag>& tag, std::int64_t rssi);
-  /// Takes a tag out of range, whatever its path, or back. Its advertisements are not heard, and
+  /// Takes a tag out of range, whatever its path, or back. Its advertisements get lost, and
   /// its link drops after the supervision time-out.
   void setInRange(const std::shared_ptr<VirtualTag>& tag, bool inRange);
   void setAir(const Air& air);
@@ -146,7 +146,7 @@ class SimulatedRadio {
   void advertise(const std::shared_ptr<VirtualTag>& tag);
 
   /// The same with any service data, in the order given, and any signal strength. As every tag, it
-  /// names its service in its advertisement, so scans for that service hear it whatever the data.
+  /// names its service in its advertisement, so scans for that service report it whatever the data.
   void advertise(const std::shared_ptr<VirtualTag>& tag, std::vector<RawServiceData> serviceData,
                  std::optional<std::int64_t> rssi);
 

@@ -11,8 +11,9 @@
 
 namespace kvsim {
 
-/// The stations of the road from an advertisement to an answered command.
-enum class RoadStep {
+/// What a client does with a tag, from an advertisement to an answered command, in this order: the
+/// GAP and GATT procedures, and the tag's own answers.
+enum class Procedure {
   Connecting,
   ServiceDiscovery,
   CharacteristicDiscovery,
@@ -28,7 +29,10 @@ enum class RoadStep {
   RssiRead,         ///< Reading the signal strength of the live link.
 };
 
-/// What goes wrong at a step.
+/// The former name.
+using RoadStep [[deprecated("use Procedure")]] = Procedure;
+
+/// What goes wrong at a step, which is one procedure.
 enum class StepFault {
   /// The link drops. At `Connecting`: the attempt fails.
   Drop,
@@ -87,10 +91,10 @@ struct CommandBehaviour {
 
 /// All knobs of a virtual tag. The default is a good tag.
 ///
-///     tag->behaviour().steps[RoadStep::ServiceDiscovery] = {.fault = StepFault::Drop, .times = 2};
+///     tag->behaviour().steps[Procedure::Subscribe] = {.fault = StepFault::Drop, .times = 2};
 ///     tag->behaviour().commands[kBellCommand] = {.status = 1};
 struct TagBehaviour {
-  std::map<RoadStep, StepBehaviour> steps{};
+  std::map<Procedure, StepBehaviour> steps{};
   /// By command code.
   std::map<std::uint8_t, CommandBehaviour> commands{};
 

@@ -20,7 +20,12 @@ namespace kvsim {
 /// delay some microseconds pass, so that such a chain does not stop the clock. While one of these
 /// operations jumps ahead, a task that another thread posts is due at the virtual time at which it
 /// arrives, so what is to be exact is posted from the event thread.
-class VirtualEventQueue final : public KVEventQueue {
+///
+/// A queue that `std::make_shared` made lives until the operation in progress has returned,
+/// whatever the tasks drop. Once nobody else owns it time passes no more: the operation ends after
+/// what is due, and the tasks that are left are dropped.
+class VirtualEventQueue final : public KVEventQueue,
+                                public std::enable_shared_from_this<VirtualEventQueue> {
  public:
   VirtualEventQueue();
   ~VirtualEventQueue() override;

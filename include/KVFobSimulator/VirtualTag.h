@@ -58,6 +58,8 @@ struct TagState {
   unsigned sessions = 0;  ///< How many of them got as far as an accepted password.
   /// How often each command was understood, by code, whatever became of it.
   std::map<std::uint8_t, unsigned> commands;
+  /// The payload with which each command but the bind request was last carried out, by code.
+  std::map<std::uint8_t, KVData> settings{};
   unsigned rejected = 0;  ///< How many writes could not be understood.
 };
 
@@ -191,7 +193,7 @@ class VirtualTag {
   /// What is to become of a step that the radio alone sees (`Connecting`, `ServiceDiscovery`,
   /// `CharacteristicDiscovery`, `RssiRead`); absent means that it goes well. Counts the fault down.
   /// The tag sees to the other steps itself.
-  std::optional<StepBehaviour> reach(RoadStep step);
+  std::optional<StepBehaviour> reach(Procedure step);
 
   /// A link came up. `link` must live until `disconnect`.
   void connect(TagLink& link);

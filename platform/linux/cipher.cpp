@@ -15,11 +15,11 @@ constexpr unsigned kKeyBits = 128;
 
 Cipher::Cipher() {
   // The library makes its tables at its first block, without a lock.
-  static const bool tablesMade = [this] {
+  static const bool kTablesMade = [this] {
     std::array<std::uint8_t, kKeyBits / 8> block{};
     return Cipher::aes128Block(block, block, block, /*encrypt=*/true);
   }();
-  static_cast<void>(tablesMade);
+  static_cast<void>(kTablesMade);
 }
 
 bool Cipher::aes128Block(std::span<const std::uint8_t, 16> key,

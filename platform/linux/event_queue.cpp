@@ -7,13 +7,16 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
+#include <limits>
 
 namespace kv {
 namespace {
 
-/// Without its descriptors an event queue cannot exist, and there is no one to report that to.
+// Without its descriptors an event queue cannot exist, and there is no one to report that to.
 int required(int fd) {
   if (fd >= 0) return fd;
   std::perror("KVFobLink: event queue");
@@ -22,10 +25,15 @@ int required(int fd) {
 
 timespec toTimespec(KVEventQueue::Duration duration) {
   const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(duration);
-  return {seconds.count(), (duration - seconds).count()};
+  // Where time_t has 32 bits a later time is cut: to wake too early is only to look again.
+  constexpr std::int64_t kLatest = std::numeric_limits<std::time_t>::max();
+  timespec time{};
+  time.tv_sec = static_cast<std::time_t>(std::min<std::int64_t>(seconds.count(), kLatest));
+  time.tv_nsec = static_cast<long>((duration - seconds).count());
+  return time;
 }
 
-/// A task that throws has nowhere to throw to.
+// A task that throws has nowhere to throw to.
 void call(const KVEventQueue::Task& task) noexcept { task(); }
 
 }  // namespace
@@ -83,6 +91,7 @@ std::unique_ptr<KVLinuxEventQueue::Watch> EventQueue::watch(int fd, short events
 }
 
 std::size_t EventQueue::dispatch() {
+  const auto self = weak_from_this().lock();
   return dispatching_ ? 0 : dispatchRound(/*stoppable=*/false, /*wait=*/false);
 }
 
@@ -94,12 +103,14 @@ void EventQueue::runFor(Duration duration) {
 
 void EventQueue::runUntil(std::optional<Duration> deadline) {
   if (dispatching_) return;
+  const auto self = weak_from_this().lock();
   {
     const std::lock_guard lock(mutex_);
     running_ = true;
   }
   while (!stopRequested()) {
     dispatchRound(/*stoppable=*/true, /*wait=*/!deadline);
+    if (self.use_count() == 1) break;  // a task dropped all others: nobody is left to stop it
     if (!deadline) continue;
     if (now() >= *deadline) break;
     waitUntil(*deadline);
@@ -118,7 +129,7 @@ std::size_t EventQueue::dispatchRound(bool stoppable, bool wait) {
     const std::lock_guard lock(mutex_);
     dispatching_ = true;
     start = now();
-    limit = tasks_.lastId();
+    limit = tasks_.lastId();  // what a task posts is left for the next round
   }
   std::size_t count = dispatchWatches(ready, stoppable);
   for (;;) {
@@ -157,8 +168,8 @@ void EventQueue::waitUntil(Duration deadline) const {
   ppoll(&self, 1, &left, nullptr);
 }
 
-/// Makes the descriptor readable exactly if there is work. While a round is in progress nobody
-/// waits for it, so that is left to the end of the round.
+// Makes the descriptor readable exactly if there is work. While a round is in progress nobody
+// waits for it, so that is left to the end of the round.
 void EventQueue::updateFds() {
   if (dispatching_) return;
   setSignal(tasks_.hasReady() || (running_ && stop_));

@@ -15,8 +15,9 @@
 namespace kv {
 
 /// The event queue on one epoll descriptor: an eventfd stands for the tasks without delay, a
-/// timerfd for the first delayed one, and the watched descriptors stand for themselves.
-class EventQueue : public KVLinuxEventQueue {
+/// timerfd for the first delayed one, and the watched descriptors stand for themselves. It keeps
+/// itself alive while it runs tasks, as one of them may drop the last other reference.
+class EventQueue : public KVLinuxEventQueue, public std::enable_shared_from_this<EventQueue> {
  public:
   EventQueue();
   ~EventQueue() override;
@@ -45,11 +46,11 @@ class EventQueue : public KVLinuxEventQueue {
   const std::shared_ptr<const OwnedFd> epoll_;
   const OwnedFd signal_;
   const OwnedFd alarm_;
-  const std::shared_ptr<WatchSet> watches_;  // event thread only
+  const std::shared_ptr<WatchSet> watches_;  ///< Event thread only.
 
   mutable std::mutex mutex_;
   TaskQueue tasks_;
-  bool dispatching_ = false;  // written by the event thread only
+  bool dispatching_ = false;  ///< Written by the event thread only.
   bool running_ = false;
   bool stop_ = false;
   bool signalled_ = false;

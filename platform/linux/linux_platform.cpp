@@ -10,6 +10,7 @@
 #include "platform/linux/event_queue.h"
 #include "platform/linux/log.h"
 #include "platform/linux/pattern_matcher.h"
+#include "platform/linux/settings.h"
 #include "platform/linux/timer_threads.h"
 
 namespace kv {
@@ -33,13 +34,13 @@ std::shared_ptr<KVPlatform> makeDefaultPlatform() { return KVLinuxPlatform::make
 
 }  // namespace kv
 
-std::shared_ptr<KVPlatform> KVLinuxPlatform::make(KVLinuxOptions options) {
+std::shared_ptr<KVPlatform> KVLinuxPlatform::makeWith(const KVLinuxSettings& settings) {
+  const KVLinuxOptions& options = settings.data().options;
   auto platform = std::make_shared<KVPlatform>();
-  platform->log =
-      options.log ? std::shared_ptr<KVLog>(std::make_shared<kv::SinkLog>(std::move(options.log)))
-                  : std::make_shared<kv::FdLog>(STDERR_FILENO);
+  platform->log = options.log ? std::shared_ptr<KVLog>(std::make_shared<kv::SinkLog>(options.log))
+                              : std::make_shared<kv::FdLog>(STDERR_FILENO);
   platform->eventQueue = makeEventQueue();
-  platform->radio = kv::makeBlueZRadio(std::move(options.bluez), platform->log);
+  platform->radio = kv::makeBlueZRadio(options.bluez, platform->log);
   platform->cipher = std::make_shared<kv::Cipher>();
   platform->random = std::make_shared<kv::Random>();
   platform->patterns = std::make_shared<kv::PatternMatcher>();

@@ -28,7 +28,7 @@ class SinkLog : public KVLog {
   void write(std::string_view line) override;
 
  private:
-  std::recursive_mutex mutex_;  // the sink may use the library, which may log
+  std::recursive_mutex mutex_;  ///< The sink may use the library, which may log.
   const Sink sink_;
 };
 

@@ -3,11 +3,13 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
 namespace kv {
 
-/// A file descriptor that is closed with its owner; negative means none.
+/// A file descriptor that is closed with its owner; negative means none. Closing leaves errno as it
+/// is, so that an owner may go on the way out of a failure.
 class OwnedFd {
  public:
   explicit OwnedFd(int fd = -1) : fd_(fd) {}
@@ -17,9 +19,13 @@ class OwnedFd {
     return *this;
   }
   ~OwnedFd() {
-    if (fd_ >= 0) close(fd_);
+    if (fd_ < 0) return;
+    const int error = errno;
+    close(fd_);
+    errno = error;
   }
 
+  explicit operator bool() const { return fd_ >= 0; }
   int get() const { return fd_; }
 
  private:

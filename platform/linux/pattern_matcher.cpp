@@ -27,8 +27,8 @@ icu::UnicodeString toUtf16(std::string_view utf8) {
       icu::StringPiece(utf8.data(), static_cast<std::int32_t>(utf8.size())));
 }
 
-/// ICU's own time limit counts steps, so a text with many starts escapes it; the clock does not. It
-/// is first read when ICU first asks, after thousands of steps: most matches are over by then.
+// ICU's own time limit counts steps, so a text with many starts escapes it; the clock does not. It
+// is first read when ICU first asks, after thousands of steps: most matches are over by then.
 class Deadline {
  public:
   bool goesOn() const {
@@ -59,8 +59,8 @@ class PatternMatcher::Compiled {
     if (U_FAILURE(status) != 0) pattern_.reset();
   }
 
-  /// Calls `match` with a matcher on the text, which stops in time, and a status. What `match`
-  /// returns counts unless it failed.
+  // Calls `match` with a matcher on the text, which stops in time, and a status. What `match`
+  // returns counts unless it failed.
   template <typename Match>
   bool run(std::string_view text, Match match) {
     if (!pattern_ || text.size() > kLongestText) return false;

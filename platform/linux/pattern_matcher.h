@@ -43,7 +43,7 @@ class PatternMatcher : public KVPatternMatcher {
   CompiledPtr compiled(std::string_view pattern, bool ignoreCase);
 
   mutable std::mutex mutex_;
-  std::list<Slot> recent_;  // the latest used first
+  std::list<Slot> recent_;  ///< The latest used first.
   /// Into `recent_`, by pattern; first those that look at case, then those that ignore it.
   std::array<std::unordered_map<std::string_view, std::list<Slot>::iterator>, 2> kept_;
 };

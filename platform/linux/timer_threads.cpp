@@ -17,7 +17,7 @@ constexpr Interval kShortestInterval = std::chrono::milliseconds(1);
 // Far beyond any use, and safe to add to the clock.
 constexpr Interval kLongestInterval = std::chrono::hours(24 * 365);
 
-/// Starts a thread that takes no signal from the application's threads.
+// Starts a thread that takes no signal from the application's threads.
 template <typename Body>
 std::thread startThread(Body body) {
   sigset_t all;
@@ -29,7 +29,7 @@ std::thread startThread(Body body) {
   return thread;
 }
 
-/// A tick that throws has nowhere to throw to.
+// A tick that throws has nowhere to throw to.
 void call(const std::function<void()>& tick) noexcept { tick(); }
 
 }  // namespace
@@ -70,7 +70,7 @@ class TimerThreads::Wheel {
     changed_.notify_one();
   }
 
-  /// The thread's body.
+  // The thread's body.
   void run() {
     std::unique_lock lock(mutex_);
     thread_ = std::this_thread::get_id();

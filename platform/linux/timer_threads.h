@@ -22,7 +22,7 @@ class TimerThreads : public KVTimerThreads {
  private:
   class Wheel;
 
-  const std::shared_ptr<Wheel> wheel_;  // shared with the thread and the timers
+  const std::shared_ptr<Wheel> wheel_;  ///< Shared with the thread and the timers.
   std::mutex threadMutex_;
   std::thread thread_;
 };

@@ -17,7 +17,7 @@ constexpr int kEventsPerRound = 64;
 static_assert(EPOLLIN == POLLIN && EPOLLPRI == POLLPRI && EPOLLOUT == POLLOUT &&
               EPOLLERR == POLLERR && EPOLLHUP == POLLHUP);
 
-/// A callback that throws has nowhere to throw to.
+// A callback that throws has nowhere to throw to.
 void call(const WatchSet::Ready& ready, short events) noexcept { ready(events); }
 
 class Handle : public KVLinuxEventQueue::Watch {

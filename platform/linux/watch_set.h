@@ -13,8 +13,8 @@
 
 namespace kv {
 
-/// The watched descriptors of an event queue. Watches hold it weakly, so they may outlive it. Event
-/// thread only.
+/// The watched descriptors of an event queue. Event thread only, but a watch holds it weakly and
+/// may outlive it.
 class WatchSet : public std::enable_shared_from_this<WatchSet> {
  public:
   using Ready = std::function<void(short)>;
@@ -30,8 +30,7 @@ class WatchSet : public std::enable_shared_from_this<WatchSet> {
   void setEvents(std::uint64_t id, short events);
   void remove(std::uint64_t id);
 
-  /// Finds what is ready, at most a bounded number; if `wait`, not before anything on the epoll
-  /// descriptor is.
+  /// Finds what is ready, at most a bounded number; if `wait`, not before the epoll descriptor is.
   std::vector<Event> poll(bool wait) const;
 
   /// Calls the watch, if it still lives and still wants the event.
@@ -40,9 +39,9 @@ class WatchSet : public std::enable_shared_from_this<WatchSet> {
  private:
   struct Entry {
     int fd;
-    OwnedFd substitute;  // for what epoll refuses: a second watch of one descriptor, or a file
+    OwnedFd substitute;  ///< For what epoll refuses: a second watch of one descriptor, or a file.
     short events;
-    bool alwaysReady;  // as poll(2) finds files and the null device
+    bool alwaysReady;  ///< As poll(2) finds files and the null device.
     Ready ready;
   };
 

@@ -67,10 +67,11 @@ void AdapterWatch::listObjects() {
 }
 
 void AdapterWatch::readList(sd_bus_message* reply) {
-  if (sd_bus_message_enter_container(reply, 'a', "{oa{sa{sv}}}") <= 0) return;
+  // A malformed message makes everything that follows fail, and so ends the loops.
+  sd_bus_message_enter_container(reply, 'a', "{oa{sa{sv}}}");
   while (sd_bus_message_enter_container(reply, 'e', "oa{sa{sv}}") > 0) {
     const auto path = readText(reply, 'o');
-    if (!readInterfaces(path, reply)) return;
+    readInterfaces(path, reply);
     sd_bus_message_exit_container(reply);
   }
 }
@@ -80,7 +81,7 @@ void AdapterWatch::ownerChanged(sd_bus_message* signal) {
   readText(signal, 's');
   const auto owner = readText(signal, 's');
   forgetAll();
-  events_.serviceGone();
+  events_.changed();
   if (!owner.empty()) listObjects();
 }
 
@@ -106,22 +107,21 @@ void AdapterWatch::propertiesChanged(sd_bus_message* signal) {
   if (interface == kAdapter) events_.changed();
 }
 
-bool AdapterWatch::readInterfaces(const std::string& path, sd_bus_message* message) {
-  if (sd_bus_message_enter_container(message, 'a', "{sa{sv}}") < 0) return false;
+void AdapterWatch::readInterfaces(const std::string& path, sd_bus_message* message) {
+  sd_bus_message_enter_container(message, 'a', "{sa{sv}}");
   while (sd_bus_message_enter_container(message, 'e', "sa{sv}") > 0) {
     const auto interface = readText(message, 's');
-    if (!readProperties(path, interface, message)) return false;
+    readProperties(path, interface, message);
     sd_bus_message_exit_container(message);
   }
   sd_bus_message_exit_container(message);
-  return true;
 }
 
-bool AdapterWatch::readProperties(const std::string& path, const std::string& interface,
+void AdapterWatch::readProperties(const std::string& path, const std::string& interface,
                                   sd_bus_message* message) {
   if (interface == kAdvertising) adapters_[path].canAdvertise = true;
   std::optional<bool> connected;
-  const bool read = kv::forEachProperty(message, [&](std::string_view key, std::string_view type) {
+  kv::forEachProperty(message, [&](std::string_view key, std::string_view type) {
     if (interface == kAdapter && key == "Address" && type == "s") {
       adapters_[path].address = readText(message, 's');
       return true;
@@ -142,7 +142,6 @@ bool AdapterWatch::readProperties(const std::string& path, const std::string& in
   });
   if (const auto found = adapters_.find(path); found != adapters_.end()) found->second.path = path;
   if (connected) setConnected(path, *connected);
-  return read;
 }
 
 void AdapterWatch::setConnected(const std::string& device, bool connected) {
@@ -150,8 +149,9 @@ void AdapterWatch::setConnected(const std::string& device, bool connected) {
   const auto own = adapter();
   // A central is a device below each adapter that knows it. An end counts even if no beginning was
   // signalled: bluetoothd leaves that out when it learns of the link from the socket first.
-  if ((change || !connected) && own && device.starts_with(own->path + "/"))
+  if ((change || !connected) && own && device.starts_with(own->path + "/")) {
     events_.device(device, connected);
+  }
 }
 
 void AdapterWatch::forgetAll() {

@@ -28,10 +28,8 @@ struct AdapterInfo {
 class AdapterWatch {
  public:
   struct Events {
-    /// Something about the adapter may have changed.
+    /// Something about the adapter or bluetoothd may have changed.
     std::function<void()> changed;
-    /// bluetoothd has gone, and with it all that was registered there.
-    std::function<void()> serviceGone;
     /// A device of the adapter has connected or disconnected.
     std::function<void(const std::string& device, bool connected)> device;
   };
@@ -54,8 +52,8 @@ class AdapterWatch {
   void interfacesAdded(sd_bus_message* signal);
   void interfacesRemoved(sd_bus_message* signal);
   void propertiesChanged(sd_bus_message* signal);
-  bool readInterfaces(const std::string& path, sd_bus_message* message);
-  bool readProperties(const std::string& path, const std::string& interface,
+  void readInterfaces(const std::string& path, sd_bus_message* message);
+  void readProperties(const std::string& path, const std::string& interface,
                       sd_bus_message* message);
   void setConnected(const std::string& device, bool connected);
   void forgetAll();

@@ -4,6 +4,8 @@
 #include <string>
 #include <utility>
 
+#include "simulator/air/properties.h"
+
 namespace kvsim {
 namespace {
 
@@ -13,20 +15,15 @@ constexpr std::uint32_t kIntervalMs = 100;
 
 bool appendServiceData(sd_bus_message* message, const VirtualTag& tag) {
   const auto uuid = VirtualTag::serviceDataUuid().string();
-  return sd_bus_message_open_container(message, 'a', "{sv}") >= 0 &&
-         sd_bus_message_open_container(message, 'e', "sv") >= 0 &&
-         sd_bus_message_append_basic(message, 's', uuid.c_str()) >= 0 &&
-         sd_bus_message_open_container(message, 'v', "ay") >= 0 &&
-         kv::appendBytes(message, tag.advertisement()) &&
-         sd_bus_message_close_container(message) >= 0 &&
-         sd_bus_message_close_container(message) >= 0 &&
-         sd_bus_message_close_container(message) >= 0;
-}
-
-kv::BusInterface::Property interval(const std::string& name) {
-  return {name, "u", [](sd_bus_message* message) {
-            return sd_bus_message_append(message, "u", kIntervalMs) >= 0;
-          }};
+  sd_bus_message_open_container(message, 'a', "{sv}");
+  sd_bus_message_open_container(message, 'e', "sv");
+  sd_bus_message_append_basic(message, 's', uuid.c_str());
+  sd_bus_message_open_container(message, 'v', "ay");
+  kv::appendBytes(message, tag.advertisement());
+  sd_bus_message_close_container(message);
+  sd_bus_message_close_container(message);
+  // A message that something was not appended to does not close.
+  return sd_bus_message_close_container(message) >= 0;
 }
 
 }  // namespace
@@ -41,21 +38,13 @@ Advertisement::Advertisement(std::shared_ptr<kv::BusConnection> bus,
          released();
        }});
   interface.properties = {
-      {"Type", "s",
-       [](sd_bus_message* message) {
-         return sd_bus_message_append(message, "s", "peripheral") >= 0;
-       }},
-      {"ServiceUUIDs", "as",
-       [](sd_bus_message* message) {
-         const auto uuid = VirtualTag::serviceDataUuid().string();
-         return sd_bus_message_append(message, "as", 1, uuid.c_str()) >= 0;
-       }},
+      textProperty("Type", "peripheral"),
+      listProperty("ServiceUUIDs", {VirtualTag::serviceDataUuid().string()}),
       {"ServiceData", "a{sv}",
        [tag](sd_bus_message* message) { return appendServiceData(message, *tag); }},
-      {"Discoverable", "b",
-       [](sd_bus_message* message) { return sd_bus_message_append(message, "b", 1) >= 0; }},
-      interval("MinInterval"),
-      interval("MaxInterval"),
+      setProperty("Discoverable"),
+      numberProperty("MinInterval", kIntervalMs),
+      numberProperty("MaxInterval", kIntervalMs),
   };
   slot_ = kv::exportInterface(bus_, kPath, std::move(interface));
 }

@@ -24,19 +24,15 @@ bool isDone(const kv::BusFault& fault) {
 
 class AirTag::Air : public TagLink, public std::enable_shared_from_this<Air> {
  public:
-  Air(std::shared_ptr<KVLinuxEventQueue> queue, AirTagOptions options)
-      : queue_(std::move(queue)), options_(std::move(options)) {
-    if (!options_.tag.address.empty()) makeTag();
-  }
+  Air(const std::shared_ptr<KVLinuxEventQueue>& queue, AirTagOptions options)
+      : queue_(queue), options_(std::move(options)) {}
 
   ~Air() override {
-    if (!tag) return;
-    tag->setObserver({});
-    tag->disconnect();
+    if (tag) tag->disconnect();
   }
 
   void open();
-  /// Ends all calls to the user.
+  // Ends all calls to the user.
   void close();
 
   void notify(GattHandle characteristic, KVData value, std::chrono::nanoseconds delay) override;
@@ -68,7 +64,7 @@ class AirTag::Air : public TagLink, public std::enable_shared_from_this<Air> {
   void begin(const std::string& device);
   void end();
 
-  const std::shared_ptr<KVLinuxEventQueue> queue_;
+  const std::weak_ptr<KVLinuxEventQueue> queue_;  // a task may own the tag
   AirTagOptions options_;
   std::shared_ptr<kv::BusConnection> bus_;
   std::unique_ptr<AdapterWatch> watch_;
@@ -84,8 +80,11 @@ class AirTag::Air : public TagLink, public std::enable_shared_from_this<Air> {
 
 void AirTag::Air::makeTag() {
   tag = std::make_shared<VirtualTag>(options_.tag);
-  tag->setObserver([this](const TagEvent& event) {
-    after(0s, [event](Air& air) {
+  // The application may hold the tag for longer than this.
+  tag->setObserver([weak = weak_from_this()](const TagEvent& event) {
+    const auto self = weak.lock();
+    if (!self) return;
+    self->after(0s, [event](Air& air) {
       const auto call = air.observer;
       if (call) call(event);
     });
@@ -93,23 +92,23 @@ void AirTag::Air::makeTag() {
 }
 
 void AirTag::Air::after(std::chrono::nanoseconds delay, std::function<void(Air&)> task) {
-  queue_->postAfter(delay, [weak = weak_from_this(), task = std::move(task)] {
+  const auto queue = queue_.lock();
+  if (!queue) return;
+  queue->postAfter(delay, [weak = weak_from_this(), task = std::move(task)] {
     if (const auto self = weak.lock()) task(*self);
   });
 }
 
 void AirTag::Air::open() {
-  bus_ = kv::BusConnection::open(queue_, options_.busAddress,
+  const auto queue = queue_.lock();
+  if (!queue) return;
+  if (!tag && !options_.tag.address.empty()) makeTag();
+  bus_ = kv::BusConnection::open(queue, options_.busAddress,
                                  [this](int) { after(0s, [](Air& air) { air.busLost(); }); });
   watch_ = std::make_unique<AdapterWatch>(
       bus_, options_.adapter,
       AdapterWatch::Events{
           .changed = [this] { after(0s, [](Air& air) { air.changed(); }); },
-          .serviceGone =
-              [this] {
-                forgetRegistration();
-                after(0s, [](Air& air) { air.changed(); });
-              },
           .device = [this](const auto& device, bool on) { deviceChanged(device, on); }});
 }
 
@@ -124,7 +123,6 @@ void AirTag::Air::busLost() {
   application_.reset();
   advertisement_.reset();
   watch_.reset();
-  bus_.reset();
   waiting("the system bus cannot be reached");
   after(kRetry, [](Air& air) { air.open(); });
 }
@@ -132,10 +130,10 @@ void AirTag::Air::busLost() {
 void AirTag::Air::changed() {
   if (!watch_) return;
   const auto adapter = watch_->adapter();
-  const auto name = options_.adapter.empty() ? "a Bluetooth adapter" : options_.adapter;
+  const auto name = options_.adapter.empty() ? "Bluetooth adapter" : "adapter " + options_.adapter;
   if (!adapter) {
     forgetRegistration();
-    return waiting(watch_->servicePresent() ? "there is no adapter " + name
+    return waiting(watch_->servicePresent() ? "there is no " + name
                                             : "the Bluetooth service does not answer");
   }
   if (!tag) {
@@ -145,8 +143,8 @@ void AirTag::Air::changed() {
     makeTag();
   }
   if (registeredAt_ != adapter->path) forgetRegistration();
-  if (!adapter->powered) return waiting("the adapter " + name + " is off");
-  if (!adapter->canAdvertise) return waiting("the adapter " + name + " cannot advertise");
+  if (!adapter->powered) return waiting("the " + name + " is off");
+  if (!adapter->canAdvertise) return waiting("the " + name + " cannot advertise");
   if (registeredAt_.empty()) {
     registerAt(adapter->path);
   } else if (pending_ == 0 && !failed_) {
@@ -159,7 +157,7 @@ void AirTag::Air::registerAt(const std::string& adapter) {
   failed_ = false;
   if (!application_) {
     application_ = std::make_unique<GattApplication>(
-        queue_, bus_, tag, [this](const std::string& device) { return admit(device); });
+        queue_.lock(), bus_, tag, [this](const std::string& device) { return admit(device); });
     application_->start();
     advertisement_ = std::make_unique<Advertisement>(
         bus_, tag, [this] { after(0s, [](Air& air) { air.forgetRegistration(); }); });
@@ -227,6 +225,7 @@ void AirTag::Air::setState(AirState next, const std::string& why) {
 }
 
 bool AirTag::Air::admit(const std::string& device) {
+  if (!tag) return false;  // before the adapter's address is known
   if (!central_ || central_->empty()) begin(device);
   return central_ == device;
 }
@@ -252,8 +251,9 @@ void AirTag::Air::end() {
 
 void AirTag::Air::notify(GattHandle characteristic, KVData value, std::chrono::nanoseconds delay) {
   after(delay, [characteristic, value = std::move(value), central = central_](Air& air) {
-    if (air.central_ == central && air.application_)
+    if (air.central_ == central && air.application_) {
       air.application_->notify(characteristic, value);
+    }
   });
 }
 
@@ -279,8 +279,8 @@ void AirTag::Air::battery(std::uint8_t value) {
   }
 }
 
-AirTag::AirTag(std::shared_ptr<KVLinuxEventQueue> queue, AirTagOptions options)
-    : air_(std::make_shared<Air>(std::move(queue), std::move(options))) {
+AirTag::AirTag(const std::shared_ptr<KVLinuxEventQueue>& queue, AirTagOptions options)
+    : air_(std::make_shared<Air>(queue, std::move(options))) {
   air_->open();
 }
 

@@ -4,41 +4,28 @@
 #include <cstdio>
 #include <utility>
 
+#include "simulator/air/properties.h"
+
 namespace kvsim {
 namespace {
 
 constexpr const char* kService = "org.bluez.GattService1";
 constexpr const char* kCharacteristic = "org.bluez.GattCharacteristic1";
 
-kv::BusInterface::Property textProperty(const std::string& name, const char* type,
-                                        const std::string& value) {
-  return {name, type, [type = *type, value](sd_bus_message* message) {
-            return sd_bus_message_append_basic(message, type, value.c_str()) >= 0;
-          }};
-}
-
-kv::BusInterface::Property flagsProperty(const GattCharacteristic& characteristic) {
-  return {"Flags", "as", [characteristic](sd_bus_message* message) {
-            bool ok = sd_bus_message_open_container(message, 'a', "s") >= 0;
-            const auto add = [&](bool has, const char* flag) {
-              if (has) ok = ok && sd_bus_message_append_basic(message, 's', flag) >= 0;
-            };
-            add(characteristic.readable, "read");
-            add(characteristic.writable, "write");
-            add(characteristic.notifies, "notify");
-            return ok && sd_bus_message_close_container(message) >= 0;
-          }};
+std::vector<std::string> flagsOf(const GattCharacteristic& characteristic) {
+  std::vector<std::string> flags;
+  if (characteristic.readable) flags.emplace_back("read");
+  if (characteristic.writable) flags.emplace_back("write");
+  if (characteristic.notifies) flags.emplace_back("notify");
+  return flags;
 }
 
 }  // namespace
 
-GattApplication::GattApplication(std::shared_ptr<KVLinuxEventQueue> queue,
+GattApplication::GattApplication(const std::shared_ptr<KVLinuxEventQueue>& queue,
                                  std::shared_ptr<kv::BusConnection> bus,
                                  std::shared_ptr<VirtualTag> tag, Admit admit)
-    : queue_(std::move(queue)),
-      bus_(std::move(bus)),
-      tag_(std::move(tag)),
-      admit_(std::move(admit)) {}
+    : queue_(queue), bus_(std::move(bus)), tag_(std::move(tag)), admit_(std::move(admit)) {}
 
 void GattApplication::start() {
   slots_.push_back(kv::exportObjectManager(bus_, kPath));
@@ -50,10 +37,8 @@ void GattApplication::start() {
 
 void GattApplication::exportService(const GattService& service, const std::string& path) {
   kv::BusInterface interface { .name = kService };
-  interface.properties.push_back(textProperty("UUID", "s", service.uuid.string()));
-  interface.properties.push_back({"Primary", "b", [](sd_bus_message* message) {
-                                    return sd_bus_message_append(message, "b", 1) >= 0;
-                                  }});
+  interface.properties.push_back(textProperty("UUID", service.uuid.string()));
+  interface.properties.push_back(setProperty("Primary"));
   slots_.push_back(kv::exportInterface(bus_, path, std::move(interface)));
   unsigned number = 0;
   for (const auto& characteristic : service.characteristics) {
@@ -66,9 +51,9 @@ void GattApplication::exportCharacteristic(const GattCharacteristic& characteris
   const auto handle = characteristic.handle;
   characteristics_[handle].path = path;
   kv::BusInterface interface { .name = kCharacteristic };
-  interface.properties.push_back(textProperty("UUID", "s", characteristic.uuid.string()));
-  interface.properties.push_back(textProperty("Service", "o", service));
-  interface.properties.push_back(flagsProperty(characteristic));
+  interface.properties.push_back(textProperty("UUID", characteristic.uuid.string()));
+  interface.properties.push_back(pathProperty("Service", service));
+  interface.properties.push_back(listProperty("Flags", flagsOf(characteristic)));
   interface.properties.push_back({"Value", "ay", [this, handle](sd_bus_message* message) {
                                     return kv::appendBytes(message, characteristics_[handle].value);
                                   }});
@@ -125,11 +110,8 @@ void GattApplication::answer(const std::optional<GattAnswer>& answer, bool withV
       call.reply();
     }
   };
-  if (answer->delay.count() > 0) {
-    queue_->postAfter(answer->delay, send);
-  } else {
-    send();
-  }
+  if (answer->delay.count() <= 0) return send();
+  if (const auto queue = queue_.lock()) queue->postAfter(answer->delay, send);
 }
 
 void GattApplication::notify(GattHandle characteristic, KVData value) {

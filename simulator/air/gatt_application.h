@@ -25,8 +25,9 @@ class GattApplication {
   /// Where the application is on the bus.
   static constexpr const char* kPath = "/kvfob/tag";
 
-  GattApplication(std::shared_ptr<KVLinuxEventQueue> queue, std::shared_ptr<kv::BusConnection> bus,
-                  std::shared_ptr<VirtualTag> tag, Admit admit);
+  GattApplication(const std::shared_ptr<KVLinuxEventQueue>& queue,
+                  std::shared_ptr<kv::BusConnection> bus, std::shared_ptr<VirtualTag> tag,
+                  Admit admit);
   GattApplication(const GattApplication&) = delete;
   GattApplication& operator=(const GattApplication&) = delete;
 
@@ -50,7 +51,7 @@ class GattApplication {
   bool admitted(const kv::BusCall& call) const;
   void answer(const std::optional<GattAnswer>& answer, bool withValue, const kv::BusCall& call);
 
-  const std::shared_ptr<KVLinuxEventQueue> queue_;
+  const std::weak_ptr<KVLinuxEventQueue> queue_;
   const std::shared_ptr<kv::BusConnection> bus_;
   const std::shared_ptr<VirtualTag> tag_;
   const Admit admit_;

@@ -17,10 +17,12 @@ class VirtualEventQueue::Core {
  public:
   /// When a loop ends, apart from `stop`.
   struct Until {
-    std::optional<Duration> deadline;
+    std::optional<Duration> deadline{};
     bool idle = false;
     const std::function<bool()>* condition = nullptr;
   };
+  /// The running queue itself; null if it is nobody's to share.
+  using Self = std::shared_ptr<const VirtualEventQueue>;
 
   Core();
   ~Core();
@@ -32,7 +34,7 @@ class VirtualEventQueue::Core {
   void stop();
   std::size_t dispatch();
   /// @return whether `until.idle` or `until.condition` was met.
-  bool loop(const Until& until);
+  bool loop(const Self& self, const Until& until);
   /// Drops all tasks; those that their destruction posts, too.
   void clear();
   /// `now` plus a duration, absent when that is beyond what a duration can hold.
@@ -45,11 +47,12 @@ class VirtualEventQueue::Core {
 
   bool enter();
   void leave();
-  Next next(const Until& until, std::optional<Task>& task);
+  Next next(const Self& self, const Until& until, std::optional<Task>& task);
   bool take(std::optional<Task>& task, std::optional<Duration> deadline);
   bool letTimePass(Duration last);
   void forgetBackground(TaskId id);
   void updateFd();
+  void setSignal(bool work);
 
   const int fd_;
   Worker worker_;

@@ -6,7 +6,7 @@
 
 namespace kvsim {
 
-/// A timer whose ticks are background tasks of the queue, each of which waits for the worker.
+// A timer whose ticks are background tasks of the queue, each of which waits for the worker.
 class VirtualEventQueue::Timer final : public Worker::Job,
                                        public std::enable_shared_from_this<Timer> {
  public:

@@ -13,32 +13,29 @@
 namespace kvsim {
 namespace {
 
-/// Without its descriptor a queue cannot exist, and there is no one to report that to.
+// Without its descriptor a queue cannot exist, and there is no one to report that to.
 int required(int fd) {
   if (fd >= 0) return fd;
   std::perror("KVFobSimulator: event queue");
   std::abort();
 }
 
-/// What is due then is never due.
+// What is due then is never due.
 constexpr KVEventQueue::Duration kNever = KVEventQueue::Duration::max();
 
-/// Tasks take no time, so two that post each other for ever would stop the clock. After so many
-/// rounds at one instant a little time does pass.
+// Tasks take no time, so two that post each other for ever would stop the clock. After so many
+// rounds at one instant a little time does pass.
 constexpr unsigned kMostRounds = 1000;
 constexpr KVEventQueue::Duration kRoundsTake = std::chrono::microseconds(10);
 
-/// A task that throws has nowhere to throw to.
+// A task that throws has nowhere to throw to.
 void call(const KVEventQueue::Task& task) noexcept { task(); }
 
 }  // namespace
 
 VirtualEventQueue::Core::Core() : fd_(required(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))) {}
 
-VirtualEventQueue::Core::~Core() {
-  clear();
-  close(fd_);
-}
+VirtualEventQueue::Core::~Core() { close(fd_); }
 
 KVEventQueue::Duration VirtualEventQueue::Core::now() const {
   const std::lock_guard lock(mutex_);
@@ -93,8 +90,6 @@ void VirtualEventQueue::Core::clear() {
     std::vector<Task> dropped;
     const std::lock_guard lock(mutex_);
     dropped = tasks_.takeAll();
-    pending_ = 0;
-    background_.clear();
     if (dropped.empty()) return;
   }
 }
@@ -103,6 +98,7 @@ bool VirtualEventQueue::Core::enter() {
   const std::lock_guard lock(mutex_);
   if (busy_) return false;
   busy_ = true;
+  rounds_ = 0;
   return true;
 }
 
@@ -131,12 +127,12 @@ std::size_t VirtualEventQueue::Core::dispatch() {
   return count;
 }
 
-bool VirtualEventQueue::Core::loop(const Until& until) {
+bool VirtualEventQueue::Core::loop(const Self& self, const Until& until) {
   if (!enter()) return false;
   for (;;) {
     std::optional<Task> task;
     const bool met = until.condition != nullptr && (*until.condition)();
-    const Next step = met ? Next::Met : next(until, task);
+    const Next step = met ? Next::Met : next(self, until, task);
     if (step == Next::Run) {
       call(*task);
       continue;
@@ -146,19 +142,23 @@ bool VirtualEventQueue::Core::loop(const Until& until) {
   }
 }
 
-VirtualEventQueue::Core::Next VirtualEventQueue::Core::next(const Until& until,
+VirtualEventQueue::Core::Next VirtualEventQueue::Core::next(const Self& self, const Until& until,
                                                             std::optional<Task>& task) {
   std::unique_lock lock(mutex_);
   for (;;) {
     if (std::exchange(stop_, false)) return Next::Over;
+    // Nobody is left who could stop it, nor anybody for whom time could pass.
+    if (self.use_count() == 1 && tasks_.nextDue().value_or(kNever) > now_) return Next::Over;
     if (until.idle && pending_ == background_.size()) return Next::Met;
     if (take(task, until.deadline)) return Next::Run;
     if (until.deadline && now_ >= *until.deadline) return Next::Over;
-    if (!until.deadline) changed_.wait(lock);
+    if (until.deadline) continue;
+    setSignal(false);
+    changed_.wait(lock);
   }
 }
 
-/// Takes the next task, moving the clock to when it is due; without one, to the deadline.
+// Takes the next task, moving the clock to when it is due; without one, to the deadline.
 bool VirtualEventQueue::Core::take(std::optional<Task>& task, std::optional<Duration> deadline) {
   const Duration last = deadline.value_or(kNever - Duration(1));
   const Duration due = tasks_.nextDue().value_or(kNever);
@@ -188,12 +188,15 @@ bool VirtualEventQueue::Core::letTimePass(Duration last) {
   return true;
 }
 
-/// Makes the descriptor readable exactly if there is something for `dispatch`. Inside a loop nobody
-/// waits for it, so that is left to the end.
+// Makes the descriptor readable exactly if there is something for `dispatch`. Inside a loop nobody
+// waits for it, so that is left to the end, or to when the loop has nothing to do.
 void VirtualEventQueue::Core::updateFd() {
   if (busy_) return;
   const std::optional<Duration> due = tasks_.nextDue();
-  const bool work = due && *due <= now_;
+  setSignal(due && *due <= now_);
+}
+
+void VirtualEventQueue::Core::setSignal(bool work) {
   if (work == signalled_) return;
   signalled_ = work;
   eventfd_t ignored = 0;
@@ -208,17 +211,25 @@ VirtualEventQueue::VirtualEventQueue() : core_(std::make_shared<Core>()) {}
 VirtualEventQueue::~VirtualEventQueue() { core_->clear(); }
 
 int VirtualEventQueue::fd() const { return core_->fd(); }
-std::size_t VirtualEventQueue::dispatch() { return core_->dispatch(); }
-void VirtualEventQueue::run() { core_->loop({}); }
-void VirtualEventQueue::runFor(Duration duration) {
-  core_->loop({.deadline = core_->after(duration)});
+
+// `self`, here and below: a task may drop the last reference to the queue that runs it.
+std::size_t VirtualEventQueue::dispatch() {
+  const Core::Self self = weak_from_this().lock();
+  return core_->dispatch();
 }
+
+void VirtualEventQueue::run() { core_->loop(weak_from_this().lock(), {}); }
+
+void VirtualEventQueue::runFor(Duration duration) {
+  core_->loop(weak_from_this().lock(), {.deadline = core_->after(duration)});
+}
+
 void VirtualEventQueue::stop() { core_->stop(); }
 KVEventQueue::Duration VirtualEventQueue::now() const { return core_->now(); }
 void VirtualEventQueue::cancel(TaskId task) { core_->cancel(task); }
 
 KVEventQueue::TaskId VirtualEventQueue::postAfter(Duration delay, Task task) {
-  return core_->add(delay, std::move(task), /*background=*/false);
+  return core_->add(delay, std::move(task), /*background=*/delay >= kv::kForever);
 }
 
 KVEventQueue::TaskId VirtualEventQueue::postBackground(Duration delay, Task task) {
@@ -226,11 +237,13 @@ KVEventQueue::TaskId VirtualEventQueue::postBackground(Duration delay, Task task
 }
 
 bool VirtualEventQueue::runUntilIdle(Duration most) {
-  return core_->loop({.deadline = core_->after(most), .idle = true});
+  return core_->loop(weak_from_this().lock(), {.deadline = core_->after(most), .idle = true});
 }
 
 bool VirtualEventQueue::runUntil(const std::function<bool()>& condition, Duration most) {
-  return core_->loop({.deadline = core_->after(most), .condition = &condition}) || condition();
+  const Core::Self self = weak_from_this().lock();
+  return core_->loop(self, {.deadline = core_->after(most), .condition = &condition}) ||
+         condition();
 }
 
 }  // namespace kvsim

@@ -1,90 +1,85 @@
 #include "simulator/radio/advertiser.h"
 
-#include <algorithm>
-#include <tuple>
-
 #include "simulator/radio/medium.h"
 
 namespace kvsim {
 namespace {
 
-/// Advertisements start on this grid (Bluetooth Core Specification, Vol 6, Part B, 4.4.2), so that
-/// in a crowd one task of the queue serves many.
+// Advertisements start on this grid (Bluetooth Core Specification, Vol 6, Part B, 4.4.2), so that
+// in a crowd one task of the queue serves many.
 constexpr std::chrono::nanoseconds kGrid = std::chrono::microseconds(625);
 
+std::chrono::nanoseconds onGrid(std::chrono::nanoseconds time) {
+  return (time + kGrid - std::chrono::nanoseconds(1)) / kGrid * kGrid;
+}
+
 }  // namespace
-
-bool Advertiser::later(const Turn& a, const Turn& b) {
-  return std::tie(a.due, a.serial) > std::tie(b.due, b.serial);
-}
-
-std::chrono::nanoseconds Advertiser::now() const { return medium_.queue()->now(); }
-
-void Advertiser::push(std::chrono::nanoseconds due, std::size_t serial) {
-  turns_.push_back({(due + kGrid - std::chrono::nanoseconds(1)) / kGrid * kGrid, serial});
-  std::push_heap(turns_.begin(), turns_.end(), later);
-}
 
 void Advertiser::start() {
   stop();
   if (medium_.options().advertisingInterval <= std::chrono::nanoseconds(0)) return;
   running_ = true;
-  for (const auto& station : medium_.stations()) {
-    if (station->onAir) place(station->serial);
-  }
+  for (const auto& device : medium_.devices()) place(device);
   schedule();
 }
 
 void Advertiser::stop() {
-  ++run_;
   running_ = false;
-  turns_.clear();
+  events_.clear();
   cancelAlarm();
 }
 
-void Advertiser::add(std::size_t serial) {
+void Advertiser::add(const std::shared_ptr<RadioDevice>& device) {
   if (!running_) return;
-  place(serial);
+  place(device);
   schedule();
 }
 
-void Advertiser::place(std::size_t serial) {
+void Advertiser::remove(const RadioDevice& device) {
+  events_.erase({device.nextEvent, device.serial});
+}
+
+void Advertiser::place(const std::shared_ptr<RadioDevice>& device) {
   const auto interval = static_cast<std::uint64_t>(medium_.options().advertisingInterval.count());
   const auto phase = static_cast<std::int64_t>(medium_.rng().below(interval));
-  push(now() + std::chrono::nanoseconds(phase), serial);
+  device->nextEvent = onGrid(medium_.now() + std::chrono::nanoseconds(phase));
+  events_.emplace(Event(device->nextEvent, device->serial), device);
 }
 
 void Advertiser::cancelAlarm() {
-  if (alarmAt_) medium_.queue()->cancel(alarm_);
+  if (alarmAt_) medium_.cancel(alarm_);
   alarmAt_.reset();
 }
 
 void Advertiser::schedule() {
-  if (turns_.empty() || (alarmAt_ && *alarmAt_ <= turns_.front().due)) return;
+  if (events_.empty()) return;
+  const std::chrono::nanoseconds first = events_.begin()->first.first;
+  if (alarmAt_ && *alarmAt_ <= first) return;
   cancelAlarm();
-  alarmAt_ = turns_.front().due;
-  alarm_ = medium_.postBackground(*alarmAt_ - now(), [weak = medium_.weak_from_this(), this] {
-    if (const auto medium = weak.lock()) turn();
+  alarmAt_ = first;
+  alarm_ = medium_.postBackground(first - medium_.now(), [weak = medium_.weak_from_this(), this] {
+    if (const auto medium = weak.lock()) advertiseDue();
   });
 }
 
-void Advertiser::turn() {
+// A delegate that gets a report may end the scan, start another or take tags off the air, so the
+// first event is looked up again each time.
+void Advertiser::advertiseDue() {
   alarmAt_.reset();
-  const std::uint64_t run = run_;
-  const std::chrono::nanoseconds until = now();
-  while (run == run_ && !turns_.empty() && turns_.front().due <= until) {
-    std::pop_heap(turns_.begin(), turns_.end(), later);
-    const Turn turn = turns_.back();
-    turns_.pop_back();
-    const std::shared_ptr<Station> station = medium_.stations()[turn.serial];
-    if (!station->onAir) continue;
-    const SimulatedRadioOptions& options = medium_.options();
-    const auto spread = static_cast<std::uint64_t>(options.advertisingDelay.count()) + 1;
+  const SimulatedRadioOptions& options = medium_.options();
+  const auto spread = static_cast<std::uint64_t>(options.advertisingDelay.count()) + 1;
+  const std::chrono::nanoseconds until = medium_.now();
+  while (!events_.empty() && events_.begin()->first.first <= until) {
+    auto event = events_.extract(events_.begin());
+    const std::shared_ptr<RadioDevice> device = event.mapped();
     const auto delay = static_cast<std::int64_t>(medium_.rng().below(spread));
-    push(turn.due + options.advertisingInterval + std::chrono::nanoseconds(delay), turn.serial);
-    medium_.advertised(station);
+    device->nextEvent =
+        onGrid(device->nextEvent + options.advertisingInterval + std::chrono::nanoseconds(delay));
+    event.key().first = device->nextEvent;
+    events_.insert(std::move(event));
+    medium_.advertised(device);
   }
-  if (run == run_) schedule();
+  schedule();
 }
 
 }  // namespace kvsim

@@ -4,45 +4,43 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <map>
+#include <memory>
 #include <optional>
-#include <vector>
+#include <utility>
 
 namespace kvsim {
 
 class Medium;
+struct RadioDevice;
 
-/// When each tag advertises. Idle, and without cost, while nobody scans.
+/// When each device has its advertising events. Idle, and without cost, while nobody scans.
 class Advertiser {
  public:
   explicit Advertiser(Medium& medium) : medium_(medium) {}
 
-  /// Starts afresh with all stations, each at a random point of its interval.
+  /// Starts afresh with all devices, each at a random point of its interval.
   void start();
   void stop();
   bool running() const { return running_; }
-  /// A station came; it gets its turns if this is running.
-  void add(std::size_t serial);
+  /// A device came; it advertises if this is running.
+  void add(const std::shared_ptr<RadioDevice>& device);
+  void remove(const RadioDevice& device);
 
  private:
-  struct Turn {
-    std::chrono::nanoseconds due;
-    std::size_t serial;
-  };
-  static bool later(const Turn& a, const Turn& b);
+  /// When, and then the device's serial, so that the order does not depend on addresses in memory.
+  using Event = std::pair<std::chrono::nanoseconds, std::size_t>;
 
-  std::chrono::nanoseconds now() const;
-  void place(std::size_t serial);
+  void place(const std::shared_ptr<RadioDevice>& device);
   void cancelAlarm();
-  void push(std::chrono::nanoseconds due, std::size_t serial);
   void schedule();
-  void turn();
+  void advertiseDue();
 
   Medium& medium_;
   bool running_ = false;
-  std::uint64_t run_ = 0;  // tells a turn that its run was ended by what it called
   std::optional<std::chrono::nanoseconds> alarmAt_;
   std::uint64_t alarm_ = 0;
-  std::vector<Turn> turns_;  // a heap, the first turn at the front
+  std::map<Event, std::shared_ptr<RadioDevice>> events_;
 };
 
 }  // namespace kvsim

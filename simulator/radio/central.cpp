@@ -5,27 +5,25 @@
 
 namespace kvsim {
 
-void CentralCore::open(KVCentral& face) {
-  face_ = &face;
-  postFor(*medium_->queue(), shared_from_this(), Medium::Duration(0), [](CentralCore& self) {
-    if (self.face_ == nullptr) return;
+void CentralCore::open(KVCentral& handle) {
+  handle_ = &handle;
+  medium_->postFor(shared_from_this(), Medium::Duration(0), [](CentralCore& self) {
+    if (self.handle_ == nullptr) return;
     self.medium_->addCentral(self.weak_from_this());
     self.medium_->scansChanged();  // it may have been asked for a scan already
-    self.delegate_.centralManagerDidUpdateState(*self.face_);
+    self.delegate_.centralManagerDidUpdateState(*self.handle_);
   });
 }
 
 void CentralCore::close() {
-  face_ = nullptr;
+  handle_ = nullptr;
   const bool wasScanning = std::exchange(scanning_, false);
-  for (const auto& peripheral : peripherals_) {
-    if (peripheral) peripheral->abandon();
-  }
+  for (const auto& [serial, peripheral] : std::exchange(peripherals_, {})) peripheral->abandon();
   if (wasScanning) medium_->scansChanged();
 }
 
 void CentralCore::scan(std::span<const KVUUID> services, bool allowDuplicates) {
-  if (!medium_->adapterOn()) return;
+  if (handle_ == nullptr || !medium_->adapterOn()) return;
   scanning_ = true;
   ++scan_;
   allowDuplicates_ = allowDuplicates;
@@ -41,7 +39,7 @@ void CentralCore::stopScan() {
   medium_->scansChanged();
 }
 
-/// Every device on this radio is a tag, and a tag names its service among its UUIDs.
+// Every device on this radio is a tag, and a tag names its service among its UUIDs.
 bool CentralCore::wants(const KVAdvertisement& advertisement) const {
   if (filterTakesTags_) return true;
   return std::ranges::any_of(advertisement.serviceData, [this](const auto& entry) {
@@ -49,36 +47,33 @@ bool CentralCore::wants(const KVAdvertisement& advertisement) const {
   });
 }
 
-void CentralCore::hear(const std::shared_ptr<Station>& station,
-                       const KVAdvertisement& advertisement, std::optional<std::int64_t> rssi) {
-  if (!scanning_ || face_ == nullptr || !wants(advertisement)) return;
-  const std::shared_ptr<SimulatedPeripheral> peripheral = peripheralFor(station);
-  const bool repeated = peripheral->markHeard(scan_);
+void CentralCore::report(const std::shared_ptr<RadioDevice>& device,
+                         const KVAdvertisement& advertisement, std::optional<std::int64_t> rssi) {
+  if (!scanning_ || handle_ == nullptr || !wants(advertisement)) return;
+  const std::shared_ptr<SimulatedPeripheral> peripheral = peripheralFor(device);
+  const bool repeated = peripheral->markReported(scan_);
   if (repeated && !allowDuplicates_) return;
-  delegate_.didDiscoverPeripheral(*face_, peripheral, advertisement, rssi);
+  delegate_.didDiscoverPeripheral(*handle_, peripheral, advertisement, rssi);
 }
 
 std::shared_ptr<SimulatedPeripheral> CentralCore::peripheralFor(
-    const std::shared_ptr<Station>& station) {
-  if (peripherals_.size() <= station->serial) peripherals_.resize(medium_->stations().size());
-  auto& slot = peripherals_[station->serial];
-  if (!slot) slot = std::make_shared<SimulatedPeripheral>(weak_from_this(), medium_, station);
+    const std::shared_ptr<RadioDevice>& device) {
+  auto& slot = peripherals_[device->serial];
+  if (!slot) slot = std::make_shared<SimulatedPeripheral>(weak_from_this(), medium_, device);
   return slot;
 }
 
 void CentralCore::adapterChanged() {
-  if (face_ == nullptr) return;
+  if (handle_ == nullptr) return;
   const bool on = medium_->adapterOn();
+  const auto peripherals = peripherals_;  // the delegate may end any of them
   if (!on) {
     scanning_ = false;
-    for (const auto& peripheral : peripherals_) {
-      if (peripheral) peripheral->adapterOff();
-    }
+    for (const auto& [serial, peripheral] : peripherals) peripheral->adapterOff();
   }
-  delegate_.centralManagerDidUpdateState(*face_);
-  for (std::size_t i = 0; i < peripherals_.size() && face_ != nullptr; ++i) {
-    const std::shared_ptr<SimulatedPeripheral> peripheral = peripherals_[i];
-    if (!peripheral) continue;
+  delegate_.centralManagerDidUpdateState(*handle_);
+  for (const auto& [serial, peripheral] : peripherals) {
+    if (handle_ == nullptr) return;
     if (on) {
       peripheral->adapterOn();
     } else {

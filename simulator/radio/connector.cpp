@@ -9,14 +9,13 @@ namespace kvsim {
 namespace {
 
 constexpr Medium::Duration kShortestAttempt = std::chrono::milliseconds(1);
-constexpr unsigned kMostDoublings = 16;
 constexpr int kChecksPerTimeout = 8;  // of the supervision
 
-}  // namespace
-
-KVError radioError(std::string message, std::int64_t code) {
-  return {.domain = std::move(message), .code = code, .userInfo = std::nullopt};
+KVError radioError(const char* message, KVBluetoothErrorCode code) {
+  return {.domain = message, .code = code, .userInfo = std::nullopt};
 }
+
+}  // namespace
 
 bool SimulatedPeripheral::belongsTo(const CentralCore& central) const {
   return central_.lock().get() == &central;
@@ -24,7 +23,7 @@ bool SimulatedPeripheral::belongsTo(const CentralCore& central) const {
 
 std::shared_ptr<CentralCore> SimulatedPeripheral::openCentral() const {
   std::shared_ptr<CentralCore> central = central_.lock();
-  return central && central->face() != nullptr ? central : nullptr;
+  return central && central->handle() != nullptr ? central : nullptr;
 }
 
 void SimulatedPeripheral::connect() {
@@ -32,7 +31,7 @@ void SimulatedPeripheral::connect() {
   if (state_ == KVPeripheralStateConnected) {
     postOnLink(Medium::Duration(0), [](SimulatedPeripheral& self) {
       if (const auto central = self.openCentral()) {
-        central->delegate().didConnectPeripheral(*central->face(), self.shared_from_this());
+        central->delegate().didConnectPeripheral(*central->handle(), self.shared_from_this());
       }
     });
     return;
@@ -42,8 +41,8 @@ void SimulatedPeripheral::connect() {
   attemptAfter(pause());
 }
 
-/// Grows with the failures, also from one request to the next: whoever asks again at once after a
-/// failure must not get round it.
+// Grows with the failures, also from one request to the next: whoever asks again at once after a
+// failure must not get round it.
 Medium::Duration SimulatedPeripheral::pause() {
   if (failures_ == 0) return Medium::Duration(0);
   const SimulatedRadioOptions& options = medium_->options();
@@ -63,21 +62,21 @@ void SimulatedPeripheral::attemptAfter(Medium::Duration delay) {
     if (self && self->wantedNow(attempt)) self->attempt();
   };
   if (failures_ == 0) {
-    medium_->queue()->postAfter(delay, std::move(task));
+    medium_->post(delay, std::move(task));
   } else {
     medium_->postBackground(delay, std::move(task));
   }
 }
 
 void SimulatedPeripheral::attempt() {
-  if (!medium_->audible(*station_) || !station_->link.expired()) return attemptFailed();
-  const std::optional<StepBehaviour> fault = station_->tag->reach(RoadStep::Connecting);
+  if (!medium_->reachable(*device_) || !device_->link.expired()) return attemptFailed();
+  const std::optional<StepBehaviour> fault = device_->tag->reach(Procedure::Connecting);
   if (!fault) return linkUp();
   const auto later = [&](Medium::Duration delay, void (SimulatedPeripheral::*outcome)()) {
-    postFor(*medium_->queue(), shared_from_this(), delay,
-            [attempt = attempt_, outcome](SimulatedPeripheral& self) {
-              if (self.wantedNow(attempt)) (self.*outcome)();
-            });
+    medium_->postFor(shared_from_this(), delay,
+                     [attempt = attempt_, outcome](SimulatedPeripheral& self) {
+                       if (self.wantedNow(attempt)) (self.*outcome)();
+                     });
   };
   switch (fault->fault) {
     case StepFault::Delay:
@@ -93,34 +92,33 @@ void SimulatedPeripheral::attempt() {
 }
 
 void SimulatedPeripheral::attemptFailed() {
-  failures_ = std::min(failures_ + 1, kMostDoublings);
+  ++failures_;
   attemptAfter(pause());
 }
 
 void SimulatedPeripheral::refuse() {
-  failures_ = std::min(failures_ + 1, kMostDoublings);
+  ++failures_;
   wanted_ = false;
   state_ = KVPeripheralStateDisconnected;
   if (const auto central = openCentral()) {
     central->delegate().didFailToConnectPeripheral(
-        *central->face(), shared_from_this(), radioError("The tag refuses the connection.", 2));
+        *central->handle(), shared_from_this(),
+        radioError("The tag refuses the connection.", KVBluetoothErrorConnectFailed));
   }
 }
 
 void SimulatedPeripheral::linkUp() {
   // Another central may have been quicker.
-  if (!medium_->audible(*station_) || !station_->link.expired()) return attemptFailed();
+  if (!medium_->reachable(*device_) || !device_->link.expired()) return attemptFailed();
   wanted_ = false;
-  ++attempt_;
   failures_ = 0;
-  ++link_;
   state_ = KVPeripheralStateConnected;
-  station_->link = weak_from_this();
+  device_->link = weak_from_this();
   attached_ = true;
-  station_->tag->connect(*this);
+  device_->tag->connect(*this);
   supervise();
   if (const auto central = openCentral(); central && linked()) {
-    central->delegate().didConnectPeripheral(*central->face(), shared_from_this());
+    central->delegate().didConnectPeripheral(*central->handle(), shared_from_this());
   }
 }
 
@@ -130,8 +128,8 @@ void SimulatedPeripheral::supervise() {
                           [weak = weak_from_this(), link = link_.load(), timeout] {
                             const auto self = weak.lock();
                             if (!self || !self->linked() || link != self->link_) return;
-                            const Medium::Duration now = self->medium_->queue()->now();
-                            if (self->medium_->audible(*self->station_)) {
+                            const Medium::Duration now = self->medium_->now();
+                            if (self->medium_->reachable(*self->device_)) {
                               self->silentSince_.reset();
                             } else if (!self->silentSince_) {
                               self->silentSince_ = now;
@@ -142,8 +140,12 @@ void SimulatedPeripheral::supervise() {
                           });
 }
 
-void SimulatedPeripheral::lose(const char* reason) {
-  if (state_ == KVPeripheralStateConnected) end(radioError(reason, 3));
+void SimulatedPeripheral::lose(const char* how) {
+  if (state_ == KVPeripheralStateConnected) end(radioError(how, KVBluetoothErrorLinkLost));
+}
+
+void SimulatedPeripheral::giveUpLink(const char* why) {
+  end(radioError(why, KVBluetoothErrorLinkGivenUp));
 }
 
 void SimulatedPeripheral::resetLink() {
@@ -159,11 +161,11 @@ void SimulatedPeripheral::end(const std::optional<KVError>& error) {
   resetLink();
   state_ = KVPeripheralStateDisconnected;
   if (std::exchange(attached_, false)) {
-    station_->link.reset();
-    station_->tag->disconnect();
+    device_->link.reset();
+    device_->tag->disconnect();
   }
   if (const auto central = openCentral()) {
-    central->delegate().didDisconnectPeripheral(*central->face(), shared_from_this(), error);
+    central->delegate().didDisconnectPeripheral(*central->handle(), shared_from_this(), error);
   }
   if (!wanted_ || state_ != KVPeripheralStateDisconnected) return;
   state_ = KVPeripheralStateConnecting;
@@ -175,34 +177,28 @@ void SimulatedPeripheral::cancel() {
   if (state_ == KVPeripheralStateConnected) {
     resetLink();
     state_ = KVPeripheralStateDisconnecting;
-    postFor(*medium_->queue(), shared_from_this(), medium_->options().disconnectLatency,
-            [link = link_.load()](SimulatedPeripheral& self) {
-              if (link == self.link_) self.end(std::nullopt);
-            });
+    // The report is owed even if nobody else holds the peripheral any more; so it is below.
+    medium_->post(medium_->options().disconnectLatency,
+                  [self = shared_from_this(), link = link_.load()] {
+                    if (link == self->link_) self->end(std::nullopt);
+                  });
     return;
   }
-  if (!std::exchange(wanted_, false)) return;
+  // While a link ends, the report that is due answers the request that came after, too.
+  if (!std::exchange(wanted_, false) || state_ == KVPeripheralStateDisconnecting) return;
   ++attempt_;
   failures_ = 0;
-  if (state_ == KVPeripheralStateConnecting) state_ = KVPeripheralStateDisconnected;
-  postFor(*medium_->queue(), shared_from_this(), Medium::Duration(0),
-          [](SimulatedPeripheral& self) {
-            if (const auto central = self.openCentral()) {
-              central->delegate().didDisconnectPeripheral(*central->face(), self.shared_from_this(),
-                                                          std::nullopt);
-            }
-          });
-}
-
-void SimulatedPeripheral::adapterOff() {
-  ++attempt_;
-  const bool live = state_ == KVPeripheralStateConnected;
-  if (live || state_ == KVPeripheralStateDisconnecting) resetLink();
+  state_ = KVPeripheralStateDisconnected;
+  medium_->post(Medium::Duration(0), [self = shared_from_this()] {
+    if (const auto central = self->openCentral()) {
+      central->delegate().didDisconnectPeripheral(*central->handle(), self, std::nullopt);
+    }
+  });
 }
 
 void SimulatedPeripheral::endAfterAdapterOff() {
   if (state_ == KVPeripheralStateConnected) {
-    end(radioError("The adapter is not on.", 1));
+    end(radioError("The adapter is not on.", KVBluetoothErrorAdapterLost));
   } else if (state_ == KVPeripheralStateDisconnecting) {
     end(std::nullopt);
   }
@@ -216,12 +212,10 @@ void SimulatedPeripheral::adapterOn() {
 
 void SimulatedPeripheral::abandon() {
   wanted_ = false;
-  ++attempt_;
-  resetLink();
   state_ = KVPeripheralStateDisconnected;
   if (!std::exchange(attached_, false)) return;
-  station_->link.reset();
-  station_->tag->disconnect();
+  device_->link.reset();
+  device_->tag->disconnect();
 }
 
 }  // namespace kvsim

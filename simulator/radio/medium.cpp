@@ -16,97 +16,124 @@ constexpr double kDefaultLoss = 50;
 
 }  // namespace
 
-Medium::Medium(SimulatedRadioOptions options, std::shared_ptr<KVEventQueue> queue,
-               std::shared_ptr<VirtualEventQueue> clock)
+Medium::Medium(SimulatedRadioOptions options, const std::shared_ptr<KVEventQueue>& queue,
+               const std::shared_ptr<VirtualEventQueue>& clock)
     : options_(std::move(options)),
-      queue_(std::move(queue)),
-      clock_(std::move(clock)),
-      start_(queue_->now()),
+      queue_(queue),
+      clock_(clock),
+      start_(queue->now()),
       rng_(options_.seed),
       adapterState_(options_.adapterState),
       advertiser_(*this) {}
 
+Medium::Duration Medium::now() const {
+  const auto queue = queue_.lock();
+  return queue ? queue->now() : start_;
+}
+
+void Medium::post(Duration delay, KVEventQueue::Task task) {
+  if (const auto queue = queue_.lock()) queue->postAfter(delay, std::move(task));
+}
+
 KVEventQueue::TaskId Medium::postBackground(Duration delay, KVEventQueue::Task task) {
-  if (clock_) return clock_->postBackground(delay, std::move(task));
-  return queue_->postAfter(delay, std::move(task));
+  if (const auto clock = clock_.lock()) return clock->postBackground(delay, std::move(task));
+  const auto queue = queue_.lock();
+  return queue ? queue->postAfter(delay, std::move(task)) : 0;
 }
 
-std::shared_ptr<Station> Medium::addStation(std::shared_ptr<VirtualTag> tag) {
-  removeStation(tag);
-  auto station = std::make_shared<Station>();
-  station->serial = stations_.size();
-  station->identifier = "sim-" + std::to_string(station->serial) + "-" + tag->address();
-  station->loss = [](Duration) { return kDefaultLoss; };
-  byTag_[tag.get()] = station;
-  station->tag = std::move(tag);
-  stations_.push_back(station);
-  advertiser_.add(station->serial);
-  return station;
+void Medium::cancel(KVEventQueue::TaskId task) {
+  if (const auto queue = queue_.lock()) queue->cancel(task);
 }
 
-void Medium::removeStation(const std::shared_ptr<VirtualTag>& tag) {
-  const std::shared_ptr<Station> station = find(tag);
-  if (!station) return;
-  byTag_.erase(tag.get());
-  station->onAir = false;
-  if (const auto link = station->link.lock()) link->drop(Duration(0));
+void Medium::addDevice(std::shared_ptr<VirtualTag> tag) {
+  removeDevice(tag);
+  auto device = std::make_shared<RadioDevice>();
+  device->serial = ++lastSerial_;
+  device->identifier = "sim-" + std::to_string(device->serial) + "-" + tag->address();
+  device->loss = [](Duration) { return kDefaultLoss; };
+  devices_[tag.get()] = device;
+  device->tag = std::move(tag);
+  advertiser_.add(device);
 }
 
-std::shared_ptr<Station> Medium::find(const std::shared_ptr<VirtualTag>& tag) const {
-  const auto found = byTag_.find(tag.get());
-  return found == byTag_.end() ? nullptr : found->second;
+void Medium::removeDevice(const std::shared_ptr<VirtualTag>& tag) {
+  const std::shared_ptr<RadioDevice> device = find(tag);
+  if (!device) return;
+  devices_.erase(tag.get());
+  device->onAir = false;
+  advertiser_.remove(*device);
+  postFor(shared_from_this(), Duration(0), [device](Medium& self) { self.endDevice(*device); });
 }
 
-double Medium::signalOf(const Station& station) const {
-  return station.tag->spec().transmitPower - station.loss(queue_->now() - start_);
-}
-
-bool Medium::audible(const Station& station) const {
-  return station.onAir && station.inRange &&
-         signalOf(station) >= static_cast<double>(options_.sensitivity);
-}
-
-std::int64_t Medium::rssiOf(const Station& station) {
-  const double signal = std::clamp(signalOf(station), double{kWeakest}, double{kStrongest});
-  std::int64_t rssi = std::llround(signal);
-  if (const std::uint64_t jitter = options_.air.rssiJitter; jitter > 0) {
-    rssi +=
-        static_cast<std::int64_t>(rng_.below(2 * jitter + 1)) - static_cast<std::int64_t>(jitter);
+// The device will not come back, so nobody needs to know it any more once its link has ended.
+void Medium::endDevice(const RadioDevice& device) {
+  if (const auto link = device.link.lock()) link->lose();
+  for (std::size_t i = 0; i < centrals_.size(); ++i) {
+    if (const auto central = centrals_[i].lock()) central->forget(device);
   }
-  return std::clamp(rssi, kWeakest, kStrongest);
 }
 
-void Medium::advertised(const std::shared_ptr<Station>& station) {
-  const VirtualTag& tag = *station->tag;
+std::shared_ptr<RadioDevice> Medium::find(const std::shared_ptr<VirtualTag>& tag) const {
+  const auto found = devices_.find(tag.get());
+  return found == devices_.end() ? nullptr : found->second;
+}
+
+std::vector<std::shared_ptr<RadioDevice>> Medium::devices() const {
+  std::vector<std::shared_ptr<RadioDevice>> all;
+  all.reserve(devices_.size());
+  for (const auto& [tag, device] : devices_) all.push_back(device);
+  std::ranges::sort(all, {}, [](const auto& device) { return device->serial; });
+  return all;
+}
+
+double Medium::signalOf(const RadioDevice& device) const {
+  return device.tag->spec().transmitPower - device.loss(now() - start_);
+}
+
+bool Medium::reachable(const RadioDevice& device) const {
+  return device.onAir && device.inRange &&
+         signalOf(device) >= static_cast<double>(options_.sensitivity);
+}
+
+std::int64_t Medium::rssiOf(const RadioDevice& device) {
+  const double signal = std::clamp(signalOf(device), double{kWeakest}, double{kStrongest});
+  const std::int64_t jitter = options_.air.rssiJitter;
+  const auto spread = static_cast<std::int64_t>(
+      rng_.below(2 * static_cast<std::uint64_t>(options_.air.rssiJitter) + 1));
+  const std::int64_t exact = std::llround(signal);
+  return std::clamp(exact - jitter + spread, kWeakest, kStrongest);
+}
+
+void Medium::advertised(const std::shared_ptr<RadioDevice>& device) {
+  const VirtualTag& tag = *device->tag;
   const bool silent = tag.state().connected && !tag.behaviour().advertisesWhileConnected;
-  if (silent || !audible(*station)) return;
-  if (options_.air.lost > 0 && rng_.unit() < options_.air.lost) return;
-  const std::int64_t rssi = rssiOf(*station);
-  const bool twice = options_.air.duplicated > 0 && rng_.unit() < options_.air.duplicated;
-  deliverOwn(station, rssi);
-  if (twice) deliverOwn(station, rssi);
+  if (silent || !reachable(*device)) return;
+  if (rng_.unit() < options_.air.lost) return;
+  const std::int64_t rssi = rssiOf(*device);
+  const bool twice = rng_.unit() < options_.air.duplicated;
+  deliverOwn(device, rssi);
+  if (twice) deliverOwn(device, rssi);
 }
 
-void Medium::deliverOwn(const std::shared_ptr<Station>& station, std::int64_t rssi) {
+void Medium::deliverOwn(const std::shared_ptr<RadioDevice>& device, std::int64_t rssi) {
   const KVAdvertisement::ServiceData data{VirtualTag::serviceDataUuid(),
-                                          station->tag->advertisement()};
-  deliver(station, {&data, 1}, rssi);
+                                          device->tag->advertisement()};
+  deliver(device, {&data, 1}, rssi);
 }
 
-void Medium::deliver(const std::shared_ptr<Station>& station,
+void Medium::deliver(const std::shared_ptr<RadioDevice>& device,
                      std::span<const KVAdvertisement::ServiceData> data,
                      std::optional<std::int64_t> rssi) {
   const KVAdvertisement advertisement{data};
-  for (std::size_t i = 0; i < centrals_.size() && adapterOn(); ++i) {
-    if (const auto central = centrals_[i].lock()) central->hear(station, advertisement, rssi);
+  for (std::size_t i = 0; i < centrals_.size(); ++i) {
+    if (const auto central = centrals_[i].lock()) central->report(device, advertisement, rssi);
   }
 }
 
 void Medium::setAdapterState(KVCentralState state) {
   if (std::exchange(adapterState_, state) == state) return;
-  const std::vector<std::weak_ptr<CentralCore>> centrals = centrals_;
-  for (const auto& weak : centrals) {
-    if (const auto central = weak.lock()) central->adapterChanged();
+  for (std::size_t i = 0; i < centrals_.size(); ++i) {
+    if (const auto central = centrals_[i].lock()) central->adapterChanged();
   }
   scansChanged();
 }

@@ -12,7 +12,7 @@ PathLoss pathThrough(std::vector<PathPoint> points) {
         [](std::chrono::nanoseconds time, const PathPoint& point) { return time < point.at; });
     if (after == points.begin()) return after->loss;
     const auto before = std::prev(after);
-    if (after == points.end() || after->at == before->at) return before->loss;
+    if (after == points.end()) return before->loss;
     const double share = static_cast<double>((at - before->at).count()) /
                          static_cast<double>((after->at - before->at).count());
     return before->loss + share * (after->loss - before->loss);

@@ -10,25 +10,29 @@
 namespace kvsim {
 namespace {
 
-/// How long the radio waits before it tries again to get through to a tag out of range.
+// How long the radio waits before it tries again to get through to a tag out of range.
 constexpr Medium::Duration kResend = std::chrono::milliseconds(100);
+
+// No such handle (Bluetooth Core Specification, Vol 3, Part F, 3.4.1.1): what was discovered is not
+// what the tag has.
+constexpr std::uint8_t kAttInvalidHandle = 0x01;
 
 std::optional<KVError> errorOf(const GattAnswer& answer) {
   if (answer.attError == 0) return std::nullopt;
   char text[40];
   std::snprintf(text, sizeof text, "The tag answers with error 0x%02X.", answer.attError);
-  return radioError(text, answer.attError);
+  return KVError{text, KVBluetoothErrorAtt + answer.attError, std::nullopt};
 }
 
 }  // namespace
 
 SimulatedPeripheral::SimulatedPeripheral(std::weak_ptr<CentralCore> central,
                                          std::shared_ptr<Medium> medium,
-                                         std::shared_ptr<Station> station)
-    : central_(std::move(central)), medium_(std::move(medium)), station_(std::move(station)) {}
+                                         std::shared_ptr<RadioDevice> device)
+    : central_(std::move(central)), medium_(std::move(medium)), device_(std::move(device)) {}
 
 SimulatedPeripheral::~SimulatedPeripheral() {
-  if (attached_) station_->tag->disconnect();
+  if (attached_) device_->tag->disconnect();
 }
 
 void SimulatedPeripheral::setDelegate(std::weak_ptr<KVPeripheralDelegate> delegate) {
@@ -85,7 +89,7 @@ void SimulatedPeripheral::startNext() {
 }
 
 void SimulatedPeripheral::execute() {
-  if (!medium_->audible(*station_)) {
+  if (!medium_->reachable(*device_)) {
     postOnLink(kResend, [](SimulatedPeripheral& self) { self.execute(); });
     return;
   }
@@ -97,8 +101,9 @@ void SimulatedPeripheral::execute() {
 
 void SimulatedPeripheral::finish(const std::optional<GattAnswer>& answer) {
   if (!answer) {
-    postOnLink(medium_->options().requestTimeout,
-               [](SimulatedPeripheral& self) { self.lose("The tag did not answer a request."); });
+    postOnLink(medium_->options().requestTimeout, [](SimulatedPeripheral& self) {
+      self.giveUpLink("The tag did not answer a request.");
+    });
   } else if (answer->delay > Medium::Duration(0)) {
     postOnLink(answer->delay,
                [answer = *answer](SimulatedPeripheral& self) { self.complete(answer); });
@@ -108,12 +113,12 @@ void SimulatedPeripheral::finish(const std::optional<GattAnswer>& answer) {
 }
 
 std::optional<GattAnswer> SimulatedPeripheral::askTag(const Request& request) {
-  VirtualTag& tag = *station_->tag;
+  VirtualTag& tag = *device_->tag;
   switch (request.kind) {
     case RequestKind::Services:
-      return discoveryAnswer(RoadStep::ServiceDiscovery);
+      return discoveryAnswer(Procedure::ServiceDiscovery);
     case RequestKind::Characteristics:
-      return discoveryAnswer(RoadStep::CharacteristicDiscovery);
+      return discoveryAnswer(Procedure::CharacteristicDiscovery);
     case RequestKind::Subscribe:
       return tag.subscribe(request.characteristic->handle(), request.enabled);
     case RequestKind::Read:
@@ -124,8 +129,8 @@ std::optional<GattAnswer> SimulatedPeripheral::askTag(const Request& request) {
   return tag.write(request.characteristic->handle(), request.value);
 }
 
-std::optional<GattAnswer> SimulatedPeripheral::discoveryAnswer(RoadStep step) {
-  const std::optional<StepBehaviour> fault = station_->tag->reach(step);
+std::optional<GattAnswer> SimulatedPeripheral::discoveryAnswer(Procedure step) {
+  const std::optional<StepBehaviour> fault = device_->tag->reach(step);
   GattAnswer answer;
   if (!fault) return answer;
   if (fault->fault == StepFault::Drop) drop(fault->after);
@@ -136,6 +141,9 @@ std::optional<GattAnswer> SimulatedPeripheral::discoveryAnswer(RoadStep step) {
 }
 
 void SimulatedPeripheral::complete(const GattAnswer& answer) {
+  if (answer.attError == kAttInvalidHandle && requests_.front().characteristic) {
+    return giveUpLink("The tag has other attributes than before.");
+  }
   const Request request = std::move(requests_.front());
   requests_.pop_front();
   requestRunning_ = false;
@@ -158,7 +166,7 @@ void SimulatedPeripheral::complete(const GattAnswer& answer) {
 void SimulatedPeripheral::fillServices(const GattAnswer& answer) {
   services_.clear();
   if (answer.attError != 0) return;
-  for (const GattService& service : station_->tag->services()) {
+  for (const GattService& service : device_->tag->services()) {
     services_.push_back(std::make_shared<KVService>(service.uuid));
   }
 }
@@ -166,7 +174,7 @@ void SimulatedPeripheral::fillServices(const GattAnswer& answer) {
 void SimulatedPeripheral::fillCharacteristics(const std::shared_ptr<KVService>& service,
                                               const GattAnswer& answer) {
   std::vector<std::shared_ptr<KVCharacteristic>> found;
-  for (const GattService& offered : station_->tag->services()) {
+  for (const GattService& offered : device_->tag->services()) {
     if (answer.attError != 0 || !(offered.uuid == service->uuid())) continue;
     for (const GattCharacteristic& entry : offered.characteristics) {
       found.push_back(std::make_shared<SimulatedCharacteristic>(entry.uuid, service, entry.handle));
@@ -193,8 +201,7 @@ void SimulatedPeripheral::notify(GattHandle characteristic, KVData value,
 }
 
 void SimulatedPeripheral::deliverNext() {
-  const bool heard = medium_->audible(*station_);
-  if (heard) {
+  if (medium_->reachable(*device_)) {
     const Notification next = std::move(inbox_.front());
     inbox_.pop_front();
     deliveryPosted_ = !inbox_.empty();
@@ -216,7 +223,7 @@ void SimulatedPeripheral::deliverNext() {
 }
 
 void SimulatedPeripheral::drop(std::chrono::nanoseconds delay) {
-  postOnLink(delay, [](SimulatedPeripheral& self) { self.lose("The link was lost."); });
+  postOnLink(delay, [](SimulatedPeripheral& self) { self.lose(); });
 }
 
 void SimulatedPeripheral::readRSSI() {
@@ -225,23 +232,28 @@ void SimulatedPeripheral::readRSSI() {
              [](SimulatedPeripheral& self) { self.answerRssi(); });
 }
 
+// Asked of this side's own adapter, so that a failure is no error of the Attribute Protocol.
 void SimulatedPeripheral::answerRssi() {
-  GattAnswer outcome;
-  if (const auto fault = station_->tag->reach(RoadStep::RssiRead)) {
+  Medium::Duration delay{0};
+  bool fails = false;
+  if (const auto fault = device_->tag->reach(Procedure::RssiRead)) {
     if (fault->fault == StepFault::Mute) return;
     if (fault->fault == StepFault::Drop) return drop(fault->after);
-    outcome.delay = fault->after;
-    if (fault->fault != StepFault::Delay) outcome.attError = fault->attError;
+    delay = fault->after;
+    fails = fault->fault != StepFault::Delay;
   }
-  const auto tell = [outcome](SimulatedPeripheral& self) {
-    const std::shared_ptr<KVPeripheralDelegate> delegate = self.listener();
-    const std::optional<KVError> error = errorOf(outcome);
+  const auto tell = [fails](SimulatedPeripheral& self) {
+    std::optional<KVError> error;
     std::optional<std::int64_t> rssi;
-    if (!error) rssi = self.medium_->rssiOf(*self.station_);
-    if (delegate) delegate->didReadRSSI(self, rssi, error);
+    if (fails) {
+      error = {"The signal strength could not be read.", KVBluetoothErrorRefused, std::nullopt};
+    } else {
+      rssi = self.medium_->rssiOf(*self.device_);
+    }
+    if (const auto delegate = self.listener()) delegate->didReadRSSI(self, rssi, error);
   };
-  if (outcome.delay == Medium::Duration(0)) return tell(*this);
-  postOnLink(outcome.delay, tell);
+  if (delay == Medium::Duration(0)) return tell(*this);
+  postOnLink(delay, tell);
 }
 
 }  // namespace kvsim

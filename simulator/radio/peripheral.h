@@ -29,11 +29,11 @@ class SimulatedPeripheral final : public KVPeripheral,
                                   public std::enable_shared_from_this<SimulatedPeripheral> {
  public:
   SimulatedPeripheral(std::weak_ptr<CentralCore> central, std::shared_ptr<Medium> medium,
-                      std::shared_ptr<Station> station);
+                      std::shared_ptr<RadioDevice> device);
   ~SimulatedPeripheral() override;
 
   // What an application sees.
-  const std::string& identifier() const override { return station_->identifier; }
+  const std::string& identifier() const override { return device_->identifier; }
   std::int64_t state() const override { return state_; }
   void setDelegate(std::weak_ptr<KVPeripheralDelegate> delegate) override;
   const std::vector<std::shared_ptr<KVService>>& services() const override { return services_; }
@@ -54,16 +54,16 @@ class SimulatedPeripheral final : public KVPeripheral,
   // What the central asks (connector.cpp).
   bool belongsTo(const CentralCore& central) const;
   /// Whether this scan has reported it before.
-  bool markHeard(std::uint64_t scan) { return std::exchange(heardInScan_, scan) == scan; }
+  bool markReported(std::uint64_t scan) { return std::exchange(reportedInScan_, scan) == scan; }
   void connect();
   void cancel();
-  void adapterOff();
+  void adapterOff() { ++attempt_; }
   void endAfterAdapterOff();
   void adapterOn();
   /// The central is gone: the link ends without an event.
   void abandon();
-  /// The link, if one is up, ends as a loss.
-  void lose(const char* reason);
+  /// The link, if one is up, ends by itself.
+  void lose(const char* how = "The link was lost.");
 
  private:
   using Characteristic = std::shared_ptr<SimulatedCharacteristic>;
@@ -88,6 +88,8 @@ class SimulatedPeripheral final : public KVPeripheral,
   void end(const std::optional<KVError>& error);
   void refuse();
   void supervise();
+  /// This side ends a link that is of no use.
+  void giveUpLink(const char* why);
   void resetLink();
   bool wantedNow(std::uint64_t attempt) const { return wanted_ && attempt == attempt_; }
   Medium::Duration pause();
@@ -101,7 +103,7 @@ class SimulatedPeripheral final : public KVPeripheral,
   void finish(const std::optional<GattAnswer>& answer);
   void complete(const GattAnswer& answer);
   std::optional<GattAnswer> askTag(const Request& request);
-  std::optional<GattAnswer> discoveryAnswer(RoadStep step);
+  std::optional<GattAnswer> discoveryAnswer(Procedure step);
   void fillServices(const GattAnswer& answer);
   void fillCharacteristics(const std::shared_ptr<KVService>& service, const GattAnswer& answer);
   void deliverNext();
@@ -111,20 +113,21 @@ class SimulatedPeripheral final : public KVPeripheral,
   /// Posts work that is void once the link has ended.
   template <typename Function>
   void postOnLink(Medium::Duration delay, Function function) {
-    postFor(*medium_->queue(), shared_from_this(), delay,
-            [link = link_.load(), function = std::move(function)](SimulatedPeripheral& self) {
-              if (self.linked() && link == self.link_) function(self);
-            });
+    medium_->postFor(
+        shared_from_this(), delay,
+        [link = link_.load(), function = std::move(function)](SimulatedPeripheral& self) {
+          if (self.linked() && link == self.link_) function(self);
+        });
   }
 
   const std::weak_ptr<CentralCore> central_;
   const std::shared_ptr<Medium> medium_;
-  const std::shared_ptr<Station> station_;
+  const std::shared_ptr<RadioDevice> device_;
   std::weak_ptr<KVPeripheralDelegate> delegate_;
-  std::uint64_t heardInScan_ = 0;
+  std::uint64_t reportedInScan_ = 0;
 
   std::atomic<std::int64_t> state_{KVPeripheralStateDisconnected};
-  std::atomic<std::uint64_t> link_{0};  // counts links and their ends
+  std::atomic<std::uint64_t> link_{0};  // counts the ends of links
   bool wanted_ = false;                 // a standing request is pending
   std::uint64_t attempt_ = 0;
   unsigned failures_ = 0;
@@ -137,9 +140,6 @@ class SimulatedPeripheral final : public KVPeripheral,
   std::deque<Notification> inbox_;
   bool deliveryPosted_ = false;
 };
-
-/// An error that the simulated stack reports.
-KVError radioError(std::string message, std::int64_t code);
 
 }  // namespace kvsim
 

@@ -35,7 +35,7 @@ class Radio final : public KVRadio {
 
   std::shared_ptr<KVCentral> makeCentral(KVCentralDelegate& delegate,
                                          const std::shared_ptr<KVEventQueue>& queue) override {
-    if (queue != medium_->queue()) {
+    if (!medium_->runsOn(queue)) {
       log_->write("simulated radio: the events of a central arrive on the radio's own queue");
     }
     return std::make_shared<SimulatedCentral>(std::make_shared<CentralCore>(medium_, delegate));
@@ -57,8 +57,6 @@ class SimulatedRadio::World {
       platform_->eventQueue = clock_;
       platform_->timers = clock_->timers();
       platform_->clock = clock_->clock();
-    } else {
-      platform_->eventQueue = KVLinuxPlatform::makeEventQueue();
     }
     if (options.log) platform_->log = options.log;
     platform_->random = std::make_shared<SeededRandom>(options.seed);
@@ -70,13 +68,13 @@ class SimulatedRadio::World {
   Medium& medium() const { return *medium_; }
   VirtualEventQueue* clock() const { return clock_.get(); }
 
-  /// Posts work on a tag's station; nothing if the tag is not on the air.
+  // Posts work on a tag's device; nothing if the tag is not on the air.
   template <typename Function>
   void postFor(const std::shared_ptr<VirtualTag>& tag, Function function) const {
-    kvsim::postFor(*medium_->queue(), medium_, Medium::Duration(0),
-                   [station = medium_->find(tag), function = std::move(function)](Medium& medium) {
-                     if (station) function(medium, station);
-                   });
+    medium_->postFor(medium_, Medium::Duration(0),
+                     [device = medium_->find(tag), function = std::move(function)](Medium& medium) {
+                       if (device) function(medium, device);
+                     });
   }
 
  private:
@@ -112,19 +110,19 @@ std::shared_ptr<VirtualTag> SimulatedRadio::addTag(TagSpec spec, TagBehaviour be
 }
 
 void SimulatedRadio::placeTag(const std::shared_ptr<VirtualTag>& tag) {
-  if (tag) world_->medium().addStation(tag);
+  if (tag) world_->medium().addDevice(tag);
 }
 
 void SimulatedRadio::removeTag(const std::shared_ptr<VirtualTag>& tag) {
-  world_->medium().removeStation(tag);
+  world_->medium().removeDevice(tag);
 }
 
-std::size_t SimulatedRadio::tagCount() const { return world_->medium().onAirCount(); }
+std::size_t SimulatedRadio::tagCount() const { return world_->medium().deviceCount(); }
 
 void SimulatedRadio::setPathLoss(const std::shared_ptr<VirtualTag>& tag, PathLoss loss) {
-  const auto station = world_->medium().find(tag);
+  const auto device = world_->medium().find(tag);
   if (!loss) loss = [](std::chrono::nanoseconds) { return kNoLoss; };
-  if (station) station->loss = std::move(loss);
+  if (device) device->loss = std::move(loss);
 }
 
 void SimulatedRadio::setRssi(const std::shared_ptr<VirtualTag>& tag, std::int64_t rssi) {
@@ -134,14 +132,14 @@ void SimulatedRadio::setRssi(const std::shared_ptr<VirtualTag>& tag, std::int64_
 }
 
 void SimulatedRadio::setInRange(const std::shared_ptr<VirtualTag>& tag, bool inRange) {
-  if (const auto station = world_->medium().find(tag)) station->inRange = inRange;
+  if (const auto device = world_->medium().find(tag)) device->inRange = inRange;
 }
 
 void SimulatedRadio::setAir(const Air& air) { world_->medium().setAir(air); }
 
 void SimulatedRadio::advertise(const std::shared_ptr<VirtualTag>& tag) {
-  world_->postFor(tag, [](Medium& medium, const std::shared_ptr<Station>& station) {
-    medium.deliverOwn(station, medium.rssiOf(*station));
+  world_->postFor(tag, [](Medium& medium, const std::shared_ptr<RadioDevice>& device) {
+    medium.deliverOwn(device, medium.rssiOf(*device));
   });
 }
 
@@ -149,22 +147,23 @@ void SimulatedRadio::advertise(const std::shared_ptr<VirtualTag>& tag,
                                std::vector<RawServiceData> serviceData,
                                std::optional<std::int64_t> rssi) {
   world_->postFor(tag, [serviceData = std::move(serviceData), rssi](
-                           Medium& medium, const std::shared_ptr<Station>& station) {
+                           Medium& medium, const std::shared_ptr<RadioDevice>& device) {
     std::vector<KVAdvertisement::ServiceData> entries;
     for (const RawServiceData& entry : serviceData) entries.push_back({entry.uuid, entry.value});
-    medium.deliver(station, entries, rssi);
+    medium.deliver(device, entries, rssi);
   });
 }
 
 void SimulatedRadio::dropLink(const std::shared_ptr<VirtualTag>& tag) {
-  world_->postFor(tag, [](Medium&, const std::shared_ptr<Station>& station) {
-    if (const auto link = station->link.lock()) link->lose("The link was lost.");
+  world_->postFor(tag, [](Medium&, const std::shared_ptr<RadioDevice>& device) {
+    if (const auto link = device->link.lock()) link->lose();
   });
 }
 
 void SimulatedRadio::setAdapterState(KVCentralState state) {
-  postFor(queue(), world_->medium().shared_from_this(), Medium::Duration(0),
-          [state](Medium& medium) { medium.setAdapterState(state); });
+  Medium& medium = world_->medium();
+  medium.postFor(medium.shared_from_this(), Medium::Duration(0),
+                 [state](Medium& self) { self.setAdapterState(state); });
 }
 
 }  // namespace kvsim

@@ -53,35 +53,26 @@ void VirtualTag::Device::emit(TagEventKind kind, std::string text, KVData wire,
   if (observer) observer({kind, std::move(text), std::move(wire), std::move(plain)});
 }
 
-std::optional<StepBehaviour> VirtualTag::Device::reach(RoadStep step) {
+std::optional<StepBehaviour> VirtualTag::Device::reach(Procedure step) {
   const auto found = behaviour_.steps.find(step);
   if (found == behaviour_.steps.end() || found->second.times == 0) return std::nullopt;
   if (found->second.times != kAlways) --found->second.times;
   return found->second;
 }
 
-VirtualTag::Device::Gate VirtualTag::Device::enter(RoadStep step) {
+VirtualTag::Device::Gate VirtualTag::Device::enter(Procedure step) {
   const std::optional<StepBehaviour> fault = reach(step);
   if (!fault) return {true, GattAnswer{}};
-  switch (fault->fault) {
-    case StepFault::Drop:
-      link_->drop(fault->after);
-      return {false, std::nullopt};
-    case StepFault::Mute:
-      return {false, std::nullopt};
-    case StepFault::Delay:
-      return {true, GattAnswer{.delay = fault->after}};
-    case StepFault::Fail:
-    case StepFault::Refuse:
-      break;
-  }
+  if (fault->fault == StepFault::Drop) link_->drop(fault->after);
+  const bool silent = fault->fault == StepFault::Drop || fault->fault == StepFault::Mute;
+  if (silent) return {false, std::nullopt};
+  if (fault->fault == StepFault::Delay) return {true, GattAnswer{.delay = fault->after}};
   return {false, GattAnswer{.attError = fault->attError, .delay = fault->after}};
 }
 
 void VirtualTag::Device::connect(TagLink& link) {
   disconnect();
   link_ = &link;
-  stage_ = Stage::Token;
   state_.connected = true;
   ++state_.connects;
   emit(TagEventKind::Connected, "a client connected");
@@ -109,7 +100,7 @@ bool VirtualTag::Device::has(GattHandle handle) const {
 std::optional<GattAnswer> VirtualTag::Device::read(GattHandle handle) {
   if (link_ == nullptr) return std::nullopt;
   if (!has(handle)) return failure(kInvalidHandle);
-  Gate gate = enter(isCommand(handle) ? RoadStep::OpeningRead : RoadStep::InformationRead);
+  Gate gate = enter(isCommand(handle) ? Procedure::OpeningRead : Procedure::InformationRead);
   if (!gate.open) return gate.answer;
   if (isCommand(handle)) {
     gate.answer->value = openingValue();
@@ -123,7 +114,7 @@ std::optional<GattAnswer> VirtualTag::Device::read(GattHandle handle) {
   return gate.answer;
 }
 
-/// The same for all reads on one link: a client may read it more than once before it answers.
+// The same for all reads on one link: a client may read it more than once before it answers.
 KVData VirtualTag::Device::openingValue() {
   if (opening_) return openingWire_;
   opening_ = randomBlock();
@@ -140,7 +131,7 @@ std::optional<GattAnswer> VirtualTag::Device::subscribe(GattHandle handle, bool 
   if (link_ == nullptr) return std::nullopt;
   if (!has(handle)) return failure(kInvalidHandle);
   if (!isCommand(handle)) return failure(kRequestNotSupported);
-  Gate gate = enter(RoadStep::Subscribe);
+  Gate gate = enter(Procedure::Subscribe);
   if (!gate.open) return gate.answer;
   if (enabled) {
     subscribed_.insert(handle);
@@ -158,7 +149,7 @@ std::optional<GattAnswer> VirtualTag::Device::write(GattHandle handle, KVBytes v
   if (!has(handle)) return failure(kInvalidHandle);
   if (isCommand(handle)) return writeCommand(handle, value);
   if (handle != kDistanceHandle) return failure(kWriteNotPermitted);
-  const Gate gate = enter(RoadStep::DistanceWrite);
+  const Gate gate = enter(Procedure::DistanceWrite);
   if (!gate.open) return gate.answer;
   if (value.size() != 1) return failure(kInvalidLength);
   state_.distance = static_cast<std::int8_t>(value[0]);

@@ -34,7 +34,7 @@ class VirtualTag::Device {
   void sendFrame(std::uint8_t code, KVBytes payload, const std::string& text);
   bool inSession() const { return stage_ == Stage::Bound; }
 
-  std::optional<StepBehaviour> reach(RoadStep step);
+  std::optional<StepBehaviour> reach(Procedure step);
   void connect(TagLink& link);
   void disconnect();
   std::optional<GattAnswer> read(GattHandle handle);
@@ -51,7 +51,7 @@ class VirtualTag::Device {
     std::optional<GattAnswer> answer;  // if open: what to fill in
   };
 
-  Gate enter(RoadStep step);
+  Gate enter(Procedure step);
   bool has(GattHandle handle) const;
   KVData openingValue();
   void writeAdvertisement();
@@ -80,7 +80,7 @@ class VirtualTag::Device {
   std::array<std::uint8_t, 11> advertisement_{};
   std::size_t advertisementSize_ = 0;
 
-  std::optional<Block> sessionKey_;  // outlives the link: the short road goes on with it
+  std::optional<Block> sessionKey_;  // outlives the link, for the tags that exchange no tokens
   KVData lastAnswer_;
 
   // One link:

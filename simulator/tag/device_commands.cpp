@@ -20,35 +20,72 @@ std::uint16_t delayOf(KVBytes payload) {
   return static_cast<std::uint16_t>(payload[0] | payload[1] << 8);
 }
 
-/// On is 0x00 and off is 0x01.
+// On is 0x00 and off is 0x01.
+bool isOn(KVBytes payload) { return payload[0] == 0x00; }
 bool isSwitch(KVBytes payload) { return payload.size() == 1 && payload[0] <= 0x01; }
 
+// One command of a bound tag: all that the tag knows of it.
+struct Command {
+  std::uint8_t code;
+  std::string (*meaning)(KVBytes payload);
+  // False refuses the payload.
+  bool (*carryOut)(KVBytes payload, TagSpec& spec, TagState& state);
+};
+
+const Command kCommands[] = {
+    {kBellCommand,
+     [](KVBytes payload) -> std::string {
+       return isOn(payload) ? "ring the bell" : "silence the bell";
+     },
+     [](KVBytes payload, TagSpec&, TagState& state) {
+       if (isSwitch(payload)) state.bellRinging = isOn(payload);
+       return isSwitch(payload);
+     }},
+    {kAlertCommand,
+     [](KVBytes payload) -> std::string {
+       return isOn(payload) ? "switch the loss alert on" : "switch the loss alert off";
+     },
+     [](KVBytes payload, TagSpec&, TagState& state) {
+       if (isSwitch(payload)) state.alertOn = isOn(payload);
+       return isSwitch(payload);
+     }},
+    {kDelayCommand,
+     [](KVBytes payload) -> std::string {
+       if (payload.size() < 2) return "set the loss delay";
+       return "set the loss delay to " + std::to_string(delayOf(payload));
+     },
+     [](KVBytes payload, TagSpec&, TagState& state) {
+       if (payload.size() != 2 || delayOf(payload) > kLongestDelay) return false;
+       state.lossDelay = delayOf(payload);
+       return true;
+     }},
+    {kRemovePasswordCommand, [](KVBytes) -> std::string { return "remove the password"; },
+     [](KVBytes payload, TagSpec& spec, TagState& state) {
+       if (payload.size() != 1 || payload[0] != 0x00) return false;
+       spec.password.reset();
+       state.passwordSet = false;
+       return true;
+     }},
+};
+
+const Command* commandOf(std::uint8_t code) {
+  const auto* const found = std::ranges::find(kCommands, code, &Command::code);
+  return found == std::end(kCommands) ? nullptr : found;
+}
+
 std::string meaning(const Request& request) {
-  const KVBytes payload = request.payload;
-  const bool on = payload[0] == 0x00;
-  switch (request.code) {
-    case kBellCommand:
-      return on ? "ring the bell" : "silence the bell";
-    case kAlertCommand:
-      return on ? "switch the loss alert on" : "switch the loss alert off";
-    case kDelayCommand:
-      return payload.size() < 2 ? "set the loss delay"
-                                : "set the loss delay to " + std::to_string(delayOf(payload));
-    case kBindCommand:
-      return "bind with a password";
-    case kRemovePasswordCommand:
-      return "remove the password";
-    default:
-      return "unknown command " + std::to_string(request.code);
-  }
+  if (request.code == kBindCommand) return "bind with a password";
+  const Command* const command = commandOf(request.code);
+  return command != nullptr ? command->meaning(request.payload)
+                            : "unknown command " + std::to_string(request.code);
 }
 
 }  // namespace
 
 std::optional<GattAnswer> VirtualTag::Device::writeCommand(GattHandle handle, KVBytes value) {
-  const RoadStep step = stage_ == Stage::Token  ? RoadStep::TokenWrite
-                        : stage_ == Stage::Bind ? RoadStep::BindWrite
-                                                : RoadStep::CommandWrite;
+  const Procedure step = stage_ == Stage::Token  ? Procedure::TokenWrite
+                         : stage_ == Stage::Bind ? Procedure::BindWrite
+                                                 : Procedure::CommandWrite;
   Gate gate = enter(step);
   if (!gate.open) return gate.answer;
   // A client may run the whole handshake again on a link that is up.
@@ -60,7 +97,7 @@ std::optional<GattAnswer> VirtualTag::Device::writeCommand(GattHandle handle, KV
   return gate.answer;
 }
 
-/// The plain token if it is one for this tag.
+// The plain token if it is one for this tag.
 std::optional<Block> VirtualTag::Device::asToken(KVBytes value) const {
   const std::optional<Block> wire = toBlock(value);
   if (!wire) return std::nullopt;
@@ -139,36 +176,18 @@ bool VirtualTag::Device::bind(const Request& request, bool anyPassword) {
 }
 
 bool VirtualTag::Device::carryOut(const Request& request) {
-  if (stage_ != Stage::Bound) return false;
-  const KVBytes payload = request.payload;
-  switch (request.code) {
-    case kBellCommand:
-      if (!isSwitch(payload)) return false;
-      state_.bellRinging = payload[0] == 0x00;
-      return true;
-    case kAlertCommand:
-      if (!isSwitch(payload)) return false;
-      state_.alertOn = payload[0] == 0x00;
-      return true;
-    case kDelayCommand:
-      if (payload.size() != 2 || delayOf(payload) > kLongestDelay) return false;
-      state_.lossDelay = delayOf(payload);
-      return true;
-    case kRemovePasswordCommand:
-      if (payload.size() != 1 || payload[0] != 0x00) return false;
-      spec_.password.reset();
-      state_.passwordSet = false;
-      return true;
-    default:
-      return false;
-  }
+  const Command* const command = commandOf(request.code);
+  if (stage_ != Stage::Bound || command == nullptr) return false;
+  if (!command->carryOut(request.payload, spec_, state_)) return false;
+  state_.settings[request.code] = request.payload;
+  return true;
 }
 
 void VirtualTag::Device::answer(GattHandle handle, std::uint8_t code, std::uint8_t status) {
   if (link_ == nullptr || !sessionKey_) return;  // an observer may have ended it
   std::chrono::nanoseconds delay = behaviour_.answerDelay;
   if (const auto fault =
-          reach(code == kBindCommand ? RoadStep::BindAnswer : RoadStep::CommandAnswer)) {
+          reach(code == kBindCommand ? Procedure::BindAnswer : Procedure::CommandAnswer)) {
     if (fault->fault == StepFault::Drop) return link_->drop(fault->after);
     if (fault->fault != StepFault::Delay) return;
     delay += fault->after;
@@ -185,7 +204,7 @@ void VirtualTag::Device::answer(GattHandle handle, std::uint8_t code, std::uint8
        toData(plain));
 }
 
-/// The bytes to send, and what they are in the clear; absent to send nothing.
+// The bytes to send, and what they are in the clear; absent to send nothing.
 std::optional<KVData> VirtualTag::Device::faultyAnswer(AnswerFault fault, std::uint8_t code,
                                                        std::uint8_t status, Block& plain) {
   const std::array<std::uint8_t, 1> payload = {status};

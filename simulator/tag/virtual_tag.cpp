@@ -32,12 +32,12 @@ void VirtualTag::sendFrame(std::uint8_t code, KVBytes payload) {
 KVBytes VirtualTag::advertisement() const { return device_->advertisement(); }
 
 const KVUUID& VirtualTag::serviceDataUuid() {
-  static const KVUUID uuid(0xFFE1);
-  return uuid;
+  static const KVUUID kUuid(0xFFE1);
+  return kUuid;
 }
 
 std::vector<GattService> VirtualTag::services() const { return layoutOf(device_->behaviour()); }
-std::optional<StepBehaviour> VirtualTag::reach(RoadStep step) { return device_->reach(step); }
+std::optional<StepBehaviour> VirtualTag::reach(Procedure step) { return device_->reach(step); }
 void VirtualTag::connect(TagLink& link) { device_->connect(link); }
 void VirtualTag::disconnect() { device_->disconnect(); }
 

@@ -115,9 +115,7 @@ void BlueZTest::startAll() {
 bool BlueZTest::waitFor(const std::function<bool()>& condition) {
   const auto limit = std::chrono::steady_clock::now() + kPatience;
   while (!condition()) {
-    if (std::chrono::steady_clock::now() > limit) {
-      return false;
-    }
+    if (std::chrono::steady_clock::now() > limit) return false;
     pollfd ready{queue->fd(), POLLIN, 0};
     poll(&ready, 1, 100);
     queue->dispatch();

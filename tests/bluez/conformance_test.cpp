@@ -1,8 +1,9 @@
 // What every central promises, kept by the one on BlueZ.
 #include "tests/support/central_conformance.h"
 
+#include <array>
+#include <cstdio>
 #include <map>
-#include <set>
 
 #include "KVFobLink/KVLinuxPlatform.h"
 #include "platform/linux/bluez/radio.h"
@@ -20,20 +21,19 @@ class BlueZHarness : public CentralHarness {
     bluez_.on("ReadValue", [this](const kv::BusCall& call) {
       const std::string address = FakeBlueZ::addressOf(call);
       subscribedWhenRead_[address] = bluez_.subscribed(address);
-      answerUnlessMute(call);
+      answerRequest(call);
     });
-    bluez_.on("WriteValue", [this](const kv::BusCall& call) { answerUnlessMute(call); });
+    bluez_.on("WriteValue", [this](const kv::BusCall& call) { answerRequest(call); });
     KVBlueZOptions options;
     options.busAddress = bus_.address();
+    options.requestTimeout = 1s;
     options.retryFirst = 20ms;
     options.retryMost = 20ms;
     kv::BlueZTiming timing;
     timing.dropHold = 20ms;
     radio_ = kv::makeBlueZRadio(options, nullptr, timing);
     const auto limit = queue_->now() + patience();
-    while (!bluez_.ready() && queue_->now() < limit) {
-      queue_->runFor(1ms);
-    }
+    while (!bluez_.ready() && queue_->now() < limit) queue_->runFor(1ms);
   }
 
   std::shared_ptr<KVRadio> radio() override { return radio_; }
@@ -61,6 +61,9 @@ class BlueZHarness : public CentralHarness {
                {{"Connected", false}, {"ServicesResolved", false}});
   }
   void setMute(std::size_t tag, bool mute) override { mute_[address(tag)] = mute; }
+  void refuse(std::size_t tag, std::uint8_t attError) override {
+    refusal_[address(tag)] = attError;
+  }
   void notify(std::size_t tag, KVBytes value) override {
     bluez_.notify(address(tag), KVData(value.begin(), value.end()));
   }
@@ -88,10 +91,17 @@ class BlueZHarness : public CentralHarness {
       call.fail(kFailed, "le-connection-abort-by-local");
     }
   }
-  void answerUnlessMute(const kv::BusCall& call) {
-    if (!mute_[FakeBlueZ::addressOf(call)]) {
+  void answerRequest(const kv::BusCall& call) {
+    const std::string address = FakeBlueZ::addressOf(call);
+    if (mute_[address]) return;
+    const unsigned attError = refusal_[address];
+    if (attError == 0) {
       bluez_.answer(call);
+      return;
     }
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), "Operation failed with ATT error: 0x%02x", attError);
+    call.fail(kFailed, text.data());
   }
 
   PrivateBus bus_;
@@ -101,6 +111,7 @@ class BlueZHarness : public CentralHarness {
   std::size_t tags_ = 0;
   std::map<std::string, unsigned> failures_;
   std::map<std::string, bool> mute_;
+  std::map<std::string, std::uint8_t> refusal_;
   std::map<std::string, bool> subscribedWhenRead_;
 };
 

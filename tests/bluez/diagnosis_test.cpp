@@ -17,22 +17,22 @@ using ::testing::HasSubstr;
 
 class Sockets : public kv::HciSockets {
  public:
-  int openRaw(std::uint16_t /*index*/) override { return open(raw); }
-  int openManagement() override { return open(management); }
+  kv::OwnedFd openRaw(std::uint16_t /*index*/) override { return open(raw); }
+  kv::OwnedFd openManagement() override { return open(management); }
 
   bool raw = true;
   bool management = true;
 
  private:
-  static int open(bool allowed) {
+  static kv::OwnedFd open(bool allowed) {
     errno = EAFNOSUPPORT;
-    return allowed ? socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0) : -1;
+    return kv::OwnedFd(allowed ? socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0) : -1);
   }
 };
 
 class DiagnosisTest : public BlueZTest {
  protected:
-  /// Each finding as "topic verdict seen|advice", one a line.
+  // Each finding as "topic verdict seen|advice", one a line.
   std::string diagnose() {
     std::string text;
     bool done = false;
@@ -111,6 +111,13 @@ TEST_F(DiagnosisTest, EachTroubleIsNamedWithItsRemedy) {
     each.arrange();
     EXPECT_THAT(diagnose(), AllOf(HasSubstr(each.seen), HasSubstr(each.advice))) << each.name;
   }
+}
+
+TEST_F(DiagnosisTest, BusThatRejectsThisProcess) {
+  const RejectingBus closed(*queue);
+  options.busAddress = closed.address();
+  EXPECT_THAT(diagnose(), AllOf(HasSubstr("permission unusable the message bus refuses"),
+                                HasSubstr("group bluetooth")));
 }
 
 TEST_F(DiagnosisTest, NothingIsFoundWhereAllIsWell) {

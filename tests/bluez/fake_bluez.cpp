@@ -28,9 +28,7 @@ struct Append {
   void operator()(const std::vector<std::string>& value) const {
     sd_bus_message_open_container(message, 'v', "as");
     sd_bus_message_open_container(message, 'a', "s");
-    for (const auto& each : value) {
-      sd_bus_message_append(message, "s", each.c_str());
-    }
+    for (const auto& each : value) sd_bus_message_append(message, "s", each.c_str());
     sd_bus_message_close_container(message);
     sd_bus_message_close_container(message);
   }
@@ -111,12 +109,8 @@ void FakeBlueZ::set(const std::string& path, const std::string& interface,
 void FakeBlueZ::set(const std::string& path, const std::string& interface,
                     const Properties& properties, const std::vector<std::string>& invalidated) {
   Properties& known = objects_[path][interface];
-  for (const auto& [name, value] : properties) {
-    known[name] = value;
-  }
-  for (const auto& name : invalidated) {
-    known.erase(name);
-  }
+  for (const auto& [name, value] : properties) known[name] = value;
+  for (const auto& name : invalidated) known.erase(name);
   kv::emitSignal(*bus_, path, "org.freedesktop.DBus.Properties", "PropertiesChanged",
                  [&](sd_bus_message* signal) {
                    sd_bus_message_append(signal, "s", interface.c_str());
@@ -130,7 +124,8 @@ void FakeBlueZ::set(const std::string& path, const std::string& interface,
 }
 
 void FakeBlueZ::addAdapter(const std::string& path, const std::string& address, bool powered) {
-  add(path, kAdapter, {{"Address", address}, {"Powered", powered}, {"Discovering", false}});
+  add(path, kAdapter,
+      {{"Address", address}, {"Powered", powered}, {"Discovering", false}, {"Pairable", true}});
 }
 
 void FakeBlueZ::powerOff() {
@@ -172,6 +167,9 @@ void FakeBlueZ::advertise(const std::string& address, const KVData& frame, std::
          {"Connected", false},
          {"ServicesResolved", false},
          {"RSSI", rssi},
+         {"Name", std::string("tag")},
+         {"Trusted", true},
+         {"TxPower", std::int16_t{4}},
          {"ServiceData", ServiceData{{kFfe1, frame}}}});
   }
 }
@@ -187,26 +185,24 @@ void FakeBlueZ::setResolved(const std::string& address, bool resolved) {
 void FakeBlueZ::addServices(const std::string& address) {
   const std::string device = devicePath(address);
   add(device + "/service0010", kService,
-      {{"UUID", std::string("7f280001-8204-f393-e0a9-e50e24dcca9e")}});
+      {{"Primary", true}, {"UUID", std::string("7f280001-8204-f393-e0a9-e50e24dcca9e")}});
   add(characteristicPath(address), kCharacteristic,
-      {{"UUID", std::string("7f280002-8204-f393-e0a9-e50e24dcca9e")}});
+      {{"Flags", std::vector<std::string>{"read", "write", "notify"}},
+       {"UUID", std::string("7f280002-8204-f393-e0a9-e50e24dcca9e")},
+       {"Value", KVData{}}});
   add(device + "/service0020", kService,
       {{"UUID", std::string("0000180a-0000-1000-8000-00805f9b34fb")}});
 }
 
 void FakeBlueZ::notify(const std::string& address, const KVData& value) {
   const std::string path = characteristicPath(address);
-  if (notifying_[path]) {
-    set(path, kCharacteristic, "Value", value);
-  }
+  if (notifying_[path]) set(path, kCharacteristic, "Value", value);
 }
 
 // ---- The calls
 
 int FakeBlueZ::onMessage(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
-  if (sd_bus_message_is_method_call(message, nullptr, nullptr) <= 0) {
-    return 0;
-  }
+  if (sd_bus_message_is_method_call(message, nullptr, nullptr) <= 0) return 0;
   static_cast<FakeBlueZ*>(userdata)->handle(message);
   return 1;
 }
@@ -304,9 +300,7 @@ void FakeBlueZ::writeValue(const kv::BusCall& call) {
   }
   kv::forEachProperty(call.message(), [&](std::string_view key, std::string_view /*type*/) {
     const char* text = nullptr;
-    if (key != "type" || sd_bus_message_read_basic(call.message(), 's', &text) < 0) {
-      return false;
-    }
+    if (key != "type" || sd_bus_message_read_basic(call.message(), 's', &text) < 0) return false;
     lastWriteType = text;
     return true;
   });

@@ -8,7 +8,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-constexpr auto kConfirmed = KVWriteType::withResponse;
+constexpr auto kConfirmed = KVWriteType::WithResponse;
 
 class GattTest : public BlueZTest {
  protected:
@@ -85,6 +85,58 @@ TEST_F(GattTest, RefusalsAreReportedAndTheNextRequestGoesOn) {
   EXPECT_THAT(takeEvents(), ElementsAre("value absent !1004", "written !1114", "written"));
 }
 
+// The daemon carries out one request to a characteristic at a time, whichever program asks.
+TEST_F(GattTest, RequestsThatFindTheDaemonBusyAreSentAgainInOrder) {
+  timing.requestRetryFirst = 1ms;
+  startLinked();
+  bluez->takeCalls();
+  for (const char* member : {"StartNotify", "ReadValue", "WriteValue"}) {
+    bluez->on(member, [this, refusals = 2](const kv::BusCall& call) mutable {
+      if (refusals-- == 0) {
+        bluez->answer(call);
+        return;
+      }
+      bluez->notify(kTag, {0x01});  // what is received meanwhile keeps its place
+      call.fail("org.bluez.Error.InProgress", "In Progress");
+    });
+  }
+  tag->setNotifyValue(true, command);
+  tag->readValue(command);
+  tag->writeValue(KVData{0x77}, command, kConfirmed);
+  EXPECT_TRUE(waitForEvent("written"));
+  EXPECT_THAT(takeEvents(),
+              ElementsAre("value 01", "value 01", "value 0a0b", "value 01", "value 01", "written"));
+  EXPECT_THAT(takeCalls({"StartNotify", "ReadValue", "WriteValue"}),
+              ElementsAre("StartNotify", "StartNotify", "StartNotify", "ReadValue", "ReadValue",
+                          "ReadValue", "WriteValue", "WriteValue", "WriteValue"));
+  EXPECT_THAT(bluez->written, ElementsAre(KVData{0x77}));
+}
+
+TEST_F(GattTest, DaemonThatStaysBusyEndsTheLinkInTime) {
+  options.requestTimeout = 200ms;
+  timing.requestRetryFirst = 4ms;
+  timing.requestRetryMost = 32ms;
+  startLinked();
+  bluez->on("WriteValue", [](const kv::BusCall& call) {
+    call.fail("org.bluez.Error.InProgress", "In Progress");
+  });
+  tag->writeValue(KVData{1}, command, kConfirmed);
+  EXPECT_TRUE(waitForEvent("disconnected"));
+  EXPECT_THAT(takeEvents(), ElementsAre("disconnected AA:00:00:00:00:01 !1003"));
+  EXPECT_GT(bluez->calls("WriteValue"), 3);
+  EXPECT_LT(bluez->calls("WriteValue"), 14);  // 4, 8, 16, then 32 ms apart
+}
+
+TEST_F(GattTest, LimitsEndWithWhatTheyLimit) {
+  options.connectTimeout = options.servicesTimeout = options.requestTimeout = 300ms;
+  startLinked();
+  tag->writeValue(KVData{1}, command, kConfirmed);
+  EXPECT_TRUE(waitForEvent("written"));
+  queue->runFor(400ms);
+  EXPECT_THAT(takeEvents(), ElementsAre("written"));
+  EXPECT_EQ(bluez->calls("Disconnect"), 0);
+}
+
 TEST_F(GattTest, UnansweredRequestEndsTheLink) {
   options.requestTimeout = 40ms;
   startLinked();
@@ -123,9 +175,7 @@ TEST_F(GattTest, DeviceWithOtherAttributesThanRememberedIsForgottenOnce) {
     call.fail(kFailed, "Operation failed with ATT error: 0x01");
   });
   recorder->onEvent = [&](const std::string& event) {
-    if (event.starts_with("disconnected")) {
-      central->connectPeripheral(tag);
-    }
+    if (event.starts_with("disconnected")) central->connectPeripheral(tag);
   };
   for (int links = 0; links < 3; ++links) {
     tag->setNotifyValue(true, command);
@@ -141,6 +191,11 @@ TEST_F(GattTest, DeviceWithOtherAttributesThanRememberedIsForgottenOnce) {
 
 TEST_F(GattTest, ServicesThatChangeUnderALinkEndIt) {
   startLinked();
+  bluez->advertise(kOtherTag, kFrame);
+  bluez->addServices(kOtherTag);
+  bluez->remove(FakeBlueZ::devicePath(kOtherTag) + "/service0010");  // which is no concern of ours
+  queue->runFor(3 * timing.dropHold);
+  EXPECT_THAT(takeEvents(), IsEmpty());
   bluez->on("WriteValue", [](const kv::BusCall&) {});  // the old object never answers
   tag->writeValue(KVData{1}, command, kConfirmed);
   EXPECT_TRUE(waitForCall("WriteValue"));

@@ -51,7 +51,13 @@ TEST_F(ScanTest, TagThatADeadProcessHasLeftLinkedIsShownOnce) {
   startCentral();
   ASSERT_TRUE(waitForEvent("state 5"));
   startScan();
+  central->stopScan();
+  queue->runFor(5ms);
+  central->scanForPeripherals({}, /*allowDuplicates=*/true);  // which asks for no tag
+  queue->runFor(5ms);
+  startScan();
   EXPECT_TRUE(waitForCall("StartDiscovery"));
+  queue->runFor(5ms);
   EXPECT_THAT(takeEvents(), ElementsAre("state 5", "found AA:00:00:00:00:01 FFE1=a10b01 ?"));
   bluez->addServices(kTag);
   bluez->setResolved(kTag, true);
@@ -94,8 +100,10 @@ TEST_F(ScanTest, StopThatFailsCountsAsStopped) {
     startScan();
     EXPECT_TRUE(waitForCall("StartDiscovery", start));
     central->stopScan();
+    central->stopScan();
     EXPECT_TRUE(waitForCall("StopDiscovery", start));
   }
+  EXPECT_EQ(bluez->calls("StopDiscovery"), 2);
 }
 
 TEST_F(ScanTest, BusyAdapterIsTriedAgain) {
@@ -114,6 +122,52 @@ TEST_F(ScanTest, BusyAdapterIsTriedAgain) {
   bluez->advertise(kTag, kFrame);
   EXPECT_TRUE(waitForEvent("found"));
   EXPECT_NE(log->text.find("busy or failing"), std::string::npos);
+}
+
+TEST_F(ScanTest, RefusalDoesNotHoldUpALaterScan) {
+  timing.scanRetryFirst = timing.scanRetryMost = 1h;
+  startAll();
+  const std::function<void()> interruptions[] = {
+      [&] { central->stopScan(); },
+      [&] {
+        bluez->set(kHci, kAdapter, "Powered", false);
+        EXPECT_TRUE(waitForEvent("state 4"));
+        takeEvents();
+        bluez->set(kHci, kAdapter, "Powered", true);
+        EXPECT_TRUE(waitForEvent("state 5"));
+      },
+  };
+  int starts = 0;
+  for (const auto& interrupt : interruptions) {
+    bluez->on("StartDiscovery", [&](const kv::BusCall& call) {
+      call.fail("org.bluez.Error.InProgress", "Operation already in progress");
+    });
+    const int stops = bluez->calls("StopDiscovery");
+    startScan();
+    EXPECT_TRUE(waitForCall("StartDiscovery", ++starts));
+    EXPECT_TRUE(waitForCall("StopDiscovery", stops + 1));  // what an earlier scan may have left
+    interrupt();
+    bluez->restore("StartDiscovery");
+    startScan();
+    EXPECT_TRUE(waitForCall("StartDiscovery", ++starts));
+    central->stopScan();
+    EXPECT_TRUE(waitForCall("StopDiscovery", stops + 2));
+  }
+}
+
+// The time between two scans grows, up to a limit.
+TEST_F(ScanTest, RefusalsAreFurtherAndFurtherApart) {
+  timing.scanRetryFirst = 10ms;
+  timing.scanRetryMost = 40ms;
+  startAll();
+  bluez->on("StartDiscovery", [&](const kv::BusCall& call) {
+    call.fail("org.bluez.Error.NotReady", "Resource Not Ready");
+  });
+  const auto begun = queue->now();
+  startScan();
+  EXPECT_TRUE(waitForCall("StartDiscovery", 6));
+  EXPECT_GE(queue->now() - begun, 150ms);  // 10 + 20 + 40 + 40 + 40
+  EXPECT_LT(queue->now() - begun, 310ms);  // what doubling without the limit takes
 }
 
 TEST_F(ScanTest, PowerOffEndsTheScanForGood) {
@@ -144,6 +198,23 @@ TEST_F(ScanTest, StalledScanIsStartedAnew) {
   EXPECT_THAT(takeCalls({"SetDiscoveryFilter", "StartDiscovery", "StopDiscovery"}),
               ElementsAre("SetDiscoveryFilter", "StartDiscovery", "StopDiscovery",
                           "SetDiscoveryFilter", "StartDiscovery"));
+}
+
+TEST_F(ScanTest, ScanThatHearsDevicesIsLeftAlone) {
+  options.scanWatchdog = 250ms;
+  timing.scanGap = 250ms;
+  startAll();
+  startScan();
+  EXPECT_TRUE(waitForCall("StartDiscovery"));
+  const auto begun = queue->now();
+  while (queue->now() - begun < 600ms) {
+    bluez->set(kHci, kAdapter, "Discovering", false);  // the pause between two of its windows
+    bluez->advertise(kTag, kFrame);
+    queue->runFor(5ms);
+    bluez->set(kHci, kAdapter, "Discovering", true);
+    queue->runFor(5ms);
+  }
+  EXPECT_EQ(bluez->calls("StartDiscovery"), 1);
 }
 
 TEST_F(ScanTest, ScanInterruptedByAnotherClientIsMended) {

@@ -12,7 +12,7 @@
 namespace kvfob {
 namespace {
 
-/// A folder for state of its own.
+// A folder for state of its own.
 class BookTest : public ::testing::Test {
  protected:
   BookTest() {
@@ -43,7 +43,7 @@ class BookTest : public ::testing::Test {
   const std::string file = folder + "/kvfob/tags";
 };
 
-TEST_F(BookTest, RoadOfATagWithAName) {
+TEST_F(BookTest, TagIsKnownByItsNameUntilItIsForgotten) {
   ASSERT_EQ(bind("0a1b2c3d4e60", {"--name", "my keys", "--save-password"}).status, kDone);
   struct stat status {};
   ASSERT_EQ(stat(file.c_str(), &status), 0);
@@ -70,6 +70,7 @@ TEST_F(BookTest, RoadOfATagWithAName) {
 }
 
 TEST_F(BookTest, WhatIsNotUnderstoodIsNotTouched) {
+  // Radio, address, name, and the password ("mine") in hexadecimal.
   const std::string good = "sim\t0a1b2c3d4e60\tkeys\t6d696e65\n";
   const std::pair<std::string, const char*> kCases[] = {
       {good + "sim\t0a1b2c3d4e60\tkeys\n", "line 2"},
@@ -99,7 +100,7 @@ TEST_F(BookTest, WritersDoNotLoseEachOthersTags) {
   const auto add = [](char letter) {
     for (int i = 0; i < kEach; ++i) {
       const auto outcome = Book::update([&](std::vector<BookEntry>& entries) {
-        entries.push_back({.radio = RadioKind::sim,
+        entries.push_back({.radio = RadioKind::Sim,
                            .address = "0a1b2c3d4e5f",
                            .name = std::string(1, letter) + std::to_string(i),
                            .password = {}});

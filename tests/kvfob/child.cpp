@@ -20,16 +20,14 @@ namespace {
 
 constexpr int kPatienceMs = 20'000;
 
-/// Keeps the user's own tags out of the tests.
-void useOwnState() {
-  static const int done = setenv("XDG_STATE_HOME", ::testing::TempDir().c_str(), /*overwrite=*/0);
-  static_cast<void>(done);
-}
+// Keeps the user's own tags out of the tests.
+void useOwnState() { setenv("XDG_STATE_HOME", ::testing::TempDir().c_str(), /*overwrite=*/0); }
 
 std::vector<char*> argumentsOf(std::vector<std::string>& arguments) {
   useOwnState();
   arguments.insert(arguments.begin(), KVFOB_PROGRAM);
   std::vector<char*> pointers;
+  pointers.reserve(arguments.size() + 1);
   for (auto& argument : arguments) pointers.push_back(argument.data());
   pointers.push_back(nullptr);
   return pointers;
@@ -41,7 +39,7 @@ int statusOf(pid_t pid) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-/// A file without a name, rewound after it was written to.
+// A file without a name, rewound after it was written to.
 class Scratch {
  public:
   explicit Scratch(const std::string& content = {}) {

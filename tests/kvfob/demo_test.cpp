@@ -13,11 +13,11 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// A demo with a virtual clock.
+// A demo with a virtual clock.
 struct Stage {
   static kvsim::SimulatedRadioOptions options() {
     kvsim::SimulatedRadioOptions chosen;
-    chosen.log = makeLog(LogLevel::off);
+    chosen.log = makeLog(LogLevel::Off);
     return chosen;
   }
 
@@ -27,14 +27,14 @@ struct Stage {
   Console console{out, out, /*color=*/false, /*live=*/false};
 };
 
-TEST(Demo, GoodTagPassesEveryStep) {
+TEST(DemoTest, GoodTagPassesEveryStep) {
   Stage stage;
   const auto outcome = Demo(stage.radio, nullptr, stage.console).run();
   EXPECT_EQ(outcome.code, kDone) << stage.out.str();
   EXPECT_NE(stage.out.str().find("All 13 steps"), std::string::npos);
 }
 
-TEST(Demo, NamesTheStepThatFails) {
+TEST(DemoTest, NamesTheStepThatFails) {
   const struct {
     void (*spoil)(kvsim::TagBehaviour& behaviour);
     const char* message;
@@ -45,7 +45,7 @@ TEST(Demo, NamesTheStepThatFails) {
       {[](auto& b) { b.commands[kvsim::kDelayCommand].mute = true; },
        "step 8 (Loss delay) failed: no answer"},
       {[](auto& b) { b.distanceCharacteristic = false; }, "step 9 (Loss distance)"},
-      {[](auto& b) { b.steps[kvsim::RoadStep::RssiRead].fault = kvsim::StepFault::Fail; },
+      {[](auto& b) { b.steps[kvsim::Procedure::RssiRead].fault = kvsim::StepFault::Fail; },
        "step 10 (Live signal)"},
       {[](auto& b) { b.commands[kvsim::kRemovePasswordCommand].status = 1; },
        "step 13 (Unbind) failed: password removed."},
@@ -60,7 +60,7 @@ TEST(Demo, NamesTheStepThatFails) {
   }
 }
 
-TEST(Demo, DoesNotTrustTheAnswerAlone) {
+TEST(DemoTest, DoesNotTrustTheAnswerAlone) {
   Stage stage;
   Demo demo(stage.radio, nullptr, stage.console);
   demo.tag().behaviour().commands[kvsim::kAlertCommand].mute = true;

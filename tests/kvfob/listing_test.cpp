@@ -14,20 +14,21 @@ using namespace std::chrono_literals;
 using ::testing::ElementsAre;
 
 std::shared_ptr<KVTracker> trackerAt(const std::string& address, std::int64_t rssi,
-                                     std::int64_t battery, std::chrono::milliseconds heard) {
+                                     std::int64_t battery,
+                                     std::chrono::milliseconds lastAdvertised) {
   auto tracker = std::make_shared<KVTracker>();
   tracker->updateData(KVTrackerDataMac, address);
   tracker->updateData(KVTrackerDataRssi, rssi);
   tracker->updateData(KVTrackerDataBattery, battery);
   tracker->updateData(KVTrackerDataModel, battery == 18 ? -1 : std::int64_t{3});
   tracker->updateData(KVTrackerDataRadioTx, std::int64_t{-12});
-  tracker->updateData(KVTrackerDataAdvUpdate, KVTracker::Date{} + heard);
+  tracker->updateData(KVTrackerDataAdvUpdate, KVTracker::Date{} + lastAdvertised);
   return tracker;
 }
 
-class Listing : public ::testing::Test {
+class ListingTest : public ::testing::Test {
  protected:
-  Listing() {
+  ListingTest() {
     map.set("a", trackerAt("0a1b2c3d4e5f", -68, 92, 1ms));
     map.set("b", trackerAt("0a1b2c3d4e60", 0, 18, 3s));
     map.set("c", trackerAt("0a1b2c3d4e61", -40, 50, 2s));
@@ -44,12 +45,12 @@ class Listing : public ::testing::Test {
   KVTrackerMap map;
 };
 
-TEST_F(Listing, Orders) {
-  const std::pair<SortBy, std::string> kCases[] = {{SortBy::address, "f01"},
-                                                   {SortBy::rssi, "1f0"},
-                                                   {SortBy::battery, "f10"},
-                                                   {SortBy::name, "10f"},
-                                                   {SortBy::heard, "01f"}};
+TEST_F(ListingTest, Orders) {
+  const std::pair<SortBy, std::string> kCases[] = {{SortBy::Address, "f01"},
+                                                   {SortBy::Rssi, "1f0"},
+                                                   {SortBy::Battery, "f10"},
+                                                   {SortBy::Name, "10f"},
+                                                   {SortBy::Heard, "01f"}};
   for (const auto& [order, last] : kCases) {
     std::string digits;
     for (const auto& row : rows(order)) digits += row.address.back();
@@ -57,10 +58,10 @@ TEST_F(Listing, Orders) {
   }
 }
 
-TEST_F(Listing, JsonHasNullForWhatIsNotKnown) {
+TEST_F(ListingTest, JsonHasNullForWhatIsNotKnown) {
   map.find("a")->setBound(true);
   std::vector<std::string> lines;
-  for (const auto& row : rows(SortBy::address)) lines.push_back(toJson(row));
+  for (const auto& row : rows(SortBy::Address)) lines.push_back(toJson(row));
   EXPECT_THAT(
       lines,
       ElementsAre(
@@ -86,8 +87,8 @@ WatchView busyWatch() {
   return view;
 }
 
-TEST_F(Listing, DrawingsFitTheTerminal) {
-  ScanView scan{.rows = rows(SortBy::rssi), .now = KVTracker::Date{} + 5s, .left = 3s};
+TEST_F(ListingTest, DrawingsFitTheTerminal) {
+  ScanView scan{.rows = rows(SortBy::Rssi), .now = KVTracker::Date{} + 5s, .left = 3s};
   for (int i = 0; i < 60; ++i) scan.rows.push_back(scan.rows[static_cast<std::size_t>(i % 3)]);
   scan.note = std::string(200, 'n');
   for (const std::size_t width : {1U, 20U, 40U, 80U, 120U, 250U}) {
@@ -105,7 +106,7 @@ TEST_F(Listing, DrawingsFitTheTerminal) {
   EXPECT_THAT(lines, ::testing::Contains(::testing::HasSubstr("more")));
 }
 
-TEST(Plot, KnowsNothingBetweenSamplesFarApart) {
+TEST(PlotTest, KnowsNothingBetweenSamplesFarApart) {
   const auto values = strengthBySecond({{0s, -50}, {2s, -60}, {60s, -70}}, 60s, 61);
   ASSERT_EQ(values.size(), 61U);
   EXPECT_EQ(values[0], -50);

@@ -16,35 +16,35 @@ std::variant<Options, Outcome> parse(std::vector<const char*> arguments) {
   return parseOptions(static_cast<int>(arguments.size()), arguments.data());
 }
 
-TEST(CommandLine, ReadsOptions) {
+TEST(CommandLineTest, ReadsOptions) {
   const auto scan = std::get<Options>(parse({"scan", "--for", "2s", "--json", "--sort", "name"}));
-  EXPECT_EQ(scan.command, Command::scan);
-  EXPECT_EQ(scan.radio, RadioKind::bluez);
+  EXPECT_EQ(scan.command, Command::Scan);
+  EXPECT_EQ(scan.radio, RadioKind::BlueZ);
   EXPECT_EQ(scan.duration, 2s);
   EXPECT_TRUE(scan.json);
-  EXPECT_EQ(scan.sort, SortBy::name);
+  EXPECT_EQ(scan.sort, SortBy::Name);
 
   const auto alert =
       std::get<Options>(parse({"--radio", "sim", "--timeout", "5", "alert", "0A:1B:2C:3D:4E:5F",
                                "on", "--adapter", "hci7", "--color", "never", "--log", "all"}));
-  EXPECT_EQ(alert.command, Command::alert);
-  EXPECT_EQ(alert.radio, RadioKind::sim);
+  EXPECT_EQ(alert.command, Command::Alert);
+  EXPECT_EQ(alert.radio, RadioKind::Sim);
   EXPECT_EQ(alert.tag, "0A:1B:2C:3D:4E:5F");
   EXPECT_TRUE(alert.on);
   EXPECT_EQ(alert.adapter, "hci7");
   EXPECT_EQ(alert.timeout, 5s);
-  EXPECT_EQ(alert.color, ColorMode::never);
-  EXPECT_EQ(alert.log, LogLevel::all);
+  EXPECT_EQ(alert.color, ColorMode::Never);
+  EXPECT_EQ(alert.log, LogLevel::All);
 
   EXPECT_EQ(std::get<Options>(parse({"delay", "0a1b2c3d4e5f", "7000"})).delay, 7000);
   EXPECT_EQ(std::get<Options>(parse({"distance", "0a1b2c3d4e5f", "near"})).level, KVDistanceNear);
 
   const auto tag = std::get<Options>(parse({"tag", "--adapter", "hci1", "--battery", "80"}));
-  EXPECT_EQ(tag.radio, RadioKind::bluez);
+  EXPECT_EQ(tag.radio, RadioKind::BlueZ);
   EXPECT_EQ(tag.battery, 80);
 }
 
-TEST(CommandLine, RefusesWrongUsage) {
+TEST(CommandLineTest, RefusesWrongUsage) {
   const std::vector<std::vector<const char*>> kCases{
       {},
       {"sing"},

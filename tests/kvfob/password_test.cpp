@@ -11,7 +11,7 @@
 namespace kvfob {
 namespace {
 
-TEST(Password, FromAFile) {
+TEST(PasswordTest, FromAFile) {
   const struct {
     std::string content;
     std::string password;  // empty: refused
@@ -43,7 +43,7 @@ TEST(Password, FromAFile) {
   EXPECT_EQ(std::get<Outcome>(readPassword(path, "")).code, kUsage);
 }
 
-TEST(Password, IsWipedWhenItIsMoved) {
+TEST(PasswordTest, IsWipedWhenItIsMoved) {
   Secret first{std::string("sesame")};
   const char* bytes = first.text().data();
   const Secret second = std::move(first);
@@ -52,7 +52,7 @@ TEST(Password, IsWipedWhenItIsMoved) {
   EXPECT_EQ(std::string(bytes, 6), std::string(6, '\0'));
 }
 
-TEST(Password, PromptDoesNotEcho) {
+TEST(PasswordTest, PromptDoesNotEcho) {
   Child child({"--radio", "sim", "ring", "0a1b2c3d4e5f"});
   ASSERT_TRUE(child.awaitText("Password of the tag: "));
   EXPECT_FALSE(child.echoes());
@@ -63,7 +63,7 @@ TEST(Password, PromptDoesNotEcho) {
   EXPECT_TRUE(child.echoes());
 }
 
-TEST(Password, PromptRestoresTheTerminalOnSignals) {
+TEST(PasswordTest, PromptRestoresTheTerminalOnSignals) {
   for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
     Child child({"--radio", "sim", "ring", "0a1b2c3d4e5f"});
     ASSERT_TRUE(child.awaitText("Password of the tag: "));

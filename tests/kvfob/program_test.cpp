@@ -9,7 +9,7 @@
 namespace kvfob {
 namespace {
 
-TEST(Program, ExitStatuses) {
+TEST(ProgramTest, ExitStatuses) {
   const struct {
     std::vector<std::string> arguments;
     std::string password;
@@ -50,7 +50,7 @@ TEST(Program, ExitStatuses) {
   }
 }
 
-TEST(Program, DecodesACaptureOfTheRoad) {
+TEST(ProgramTest, DecodesACapture) {
   const std::string capture = KVFOB_TEST_DATA "/road.btsnoop";
   const auto masked = runProgram({"decode", capture});
   const auto shown = runProgram({"decode", "--show-secrets", capture});
@@ -66,17 +66,19 @@ TEST(Program, DecodesACaptureOfTheRoad) {
   EXPECT_NE(shown.out.find("open sesame"), std::string::npos);
 }
 
-TEST(Program, DecodesFramesAndRefusesOtherInput) {
+TEST(ProgramTest, DecodesFramesAndRefusesOtherInput) {
   const struct {
     std::string input;
     int status;
     const char* out;
     const char* err;
   } kCases[] = {
+      // Advertised frames: 0xA1, 0x0B (0x0D is none), battery, address backwards, transmit power.
       {"# a frame\nA1 0B 64 11 22 33 44 55 66 F4\n", kDone,
        "665544332211  battery 100  tx -12 dBm\n", ""},
       {"a1:0d:64:11:22:33:44:55:66:f4\n", kDone, "not a tag's frame", ""},
       {"hello\n", kUsage, "", "line 1"},
+      // Captures: magic, version (4, big-endian), datalink type (4), then packets.
       {std::string("btsnoop\0\0\0", 10), kUsage, "", "inside its header"},
       {std::string("btsnoop\0\0\0\0\x01\0\0\x07\xd1\0\0", 18), kUsage, "", "inside a packet"},
   };
@@ -88,13 +90,13 @@ TEST(Program, DecodesFramesAndRefusesOtherInput) {
   }
 }
 
-TEST(Program, NoTerminalToAskOn) {
+TEST(ProgramTest, NoTerminalToAskOn) {
   const auto result = runProgram({"--radio", "sim", "ring", "0a1b2c3d4e5f"});
   EXPECT_EQ(result.status, kUsage);
   EXPECT_NE(result.err.find("--password-file"), std::string::npos);
 }
 
-TEST(Program, ScanPrintsOneObjectALine) {
+TEST(ProgramTest, ScanPrintsOneObjectALine) {
   const auto result = runProgram({"scan", "--json", "--for", "500ms", "--radio", "sim"});
   EXPECT_EQ(result.status, kDone);
   const std::string object =
@@ -104,7 +106,7 @@ TEST(Program, ScanPrintsOneObjectALine) {
   EXPECT_THAT(result.out, ::testing::MatchesRegex("(" + object + "\n){3}"));
 }
 
-TEST(Program, SignalsEndItOrderly) {
+TEST(ProgramTest, SignalsEndItOrderly) {
   for (const int number : {SIGINT, SIGTERM}) {
     Child child({"--radio", "sim", "watch", "0a1b2c3d4e5f"});
     ASSERT_TRUE(child.awaitText("Password"));
@@ -115,7 +117,7 @@ TEST(Program, SignalsEndItOrderly) {
   }
 }
 
-TEST(Program, ScreenGivesTheTerminalBack) {
+TEST(ProgramTest, ScreenGivesTheTerminalBack) {
   const std::string back = "\033[?1049l";  // from the alternate screen
   for (const int number : {SIGINT, SIGTERM, SIGHUP, 0}) {
     Child child({"--radio", "sim", "scan", "--for", "1m"});

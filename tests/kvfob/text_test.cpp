@@ -7,7 +7,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-TEST(Text, Addresses) {
+TEST(TextTest, Addresses) {
   const struct {
     const char* text;
     std::optional<std::string> address;
@@ -26,7 +26,7 @@ TEST(Text, Addresses) {
   for (const auto& [text, address] : kCases) EXPECT_EQ(parseAddress(text), address) << text;
 }
 
-TEST(Text, Durations) {
+TEST(TextTest, Durations) {
   const struct {
     const char* text;
     std::optional<std::chrono::milliseconds> duration;
@@ -39,7 +39,7 @@ TEST(Text, Durations) {
   for (const auto& [text, duration] : kCases) EXPECT_EQ(parseDuration(text), duration) << text;
 }
 
-TEST(Text, TimesAreInUtcWithMilliseconds) {
+TEST(TextTest, TimesAreInUtcWithMilliseconds) {
   const std::chrono::system_clock::time_point epoch{};
   EXPECT_EQ(isoTime(epoch + 1'700'000'000s + 7ms), "2023-11-14T22:13:20.007Z");
   EXPECT_EQ(isoTime(epoch - 1ms), "1969-12-31T23:59:59.999Z");

@@ -4,15 +4,15 @@
 namespace kvtest {
 namespace {
 
-class Adapter : public ManagerTest {
+class ManagerAdapterTest : public ManagerTest {
  protected:
-  Adapter() {
+  ManagerAdapterTest() {
     manager->didChangeBluetooth(
         [to = journal](std::int64_t state) { to->add("state " + std::to_string(state)); });
   }
 };
 
-TEST_F(Adapter, FreshManager) {
+TEST_F(ManagerAdapterTest, FreshManager) {
   const auto fresh = std::make_shared<KVTrackerManager>();
   EXPECT_EQ(radio->delegates, (std::vector<KVCentralDelegate*>{manager.get(), fresh.get()}));
   EXPECT_EQ(radio->queues.back(), queue);
@@ -24,7 +24,7 @@ TEST_F(Adapter, FreshManager) {
   EXPECT_EQ(queue->pending(), 0u);
 }
 
-TEST_F(Adapter, EachStateIsReportedThenLogged) {
+TEST_F(ManagerAdapterTest, EachStateIsReportedThenLogged) {
   const char* names[] = {"Unknown",     "Resetting", "Unsupported",
                          "Unautorized", "Poweroff",  "Poweron"};
   for (int round = 0; round < 2; ++round) {
@@ -37,12 +37,17 @@ TEST_F(Adapter, EachStateIsReportedThenLogged) {
                                std::string("log: The bluetooth state:") + names[state]}));
     }
   }
+  for (const std::int64_t state : {6, -1}) {
+    adapter(state);
+    EXPECT_EQ(took(),
+              (Lines{"state " + std::to_string(state), "log: The bluetooth state:Unknown"}));
+  }
   manager->didChangeBluetooth(nullptr);
   adapter(4);
   EXPECT_EQ(took(), Lines{"log: The bluetooth state:Poweroff"});
 }
 
-TEST_F(Adapter, LeavingPowerOnMarksConnectedTrackers) {
+TEST_F(ManagerAdapterTest, LeavingPowerOnMarksConnectedTrackers) {
   const std::pair<std::int64_t, std::int64_t> cases[] = {{2, 0}, {1, 1}, {3, 3}, {2, 0}, {-1, -1}};
   std::vector<std::shared_ptr<KVTracker>> trackers;
   for (const auto& [before, after] : cases) {
@@ -58,7 +63,7 @@ TEST_F(Adapter, LeavingPowerOnMarksConnectedTrackers) {
     EXPECT_EQ(trackers[i]->state(), cases[i].second);
 }
 
-TEST_F(Adapter, PowerOnWithoutAScanMarksToo) {
+TEST_F(ManagerAdapterTest, PowerOnWithoutAScanMarksToo) {
   const auto tracker = bound(kMac, p);
   tracker->setState(2);
   watch(*tracker, "tag");
@@ -68,7 +73,7 @@ TEST_F(Adapter, PowerOnWithoutAScanMarksToo) {
                            "log: The bluetooth state:Poweron"}));
 }
 
-TEST_F(Adapter, PowerOnRestartsTheScan) {
+TEST_F(ManagerAdapterTest, PowerOnRestartsTheScan) {
   manager->startScan(scans());
   hear(q, {kOtherFrame});
   for (const auto* mac : {"one", "two"}) {
@@ -93,7 +98,7 @@ TEST_F(Adapter, PowerOnRestartsTheScan) {
   EXPECT_EQ(took(), (Lines{"state 1", "log: The bluetooth state:Resetting"}));
 }
 
-TEST_F(Adapter, WalkGoesOnByIndexWhenACallbackShortensTheList) {
+TEST_F(ManagerAdapterTest, WalkGoesOnByIndexWhenACallbackShortensTheList) {
   // Either branch: -1 for all at power-on during a scan, else 0 for the connected ones.
   const std::pair<std::int64_t, Lines> cases[] = {
       {KVCentralStatePoweredOn,
@@ -121,7 +126,7 @@ TEST_F(Adapter, WalkGoesOnByIndexWhenACallbackShortensTheList) {
   }
 }
 
-TEST_F(Adapter, InertSlotsOnlyStore) {
+TEST_F(ManagerAdapterTest, InertSlotsOnlyStore) {
   manager->setSwtchOff(true);
   EXPECT_TRUE(manager->switchOff());
   manager->setSwitchOff(false);
@@ -139,7 +144,16 @@ TEST_F(Adapter, InertSlotsOnlyStore) {
   EXPECT_EQ(manager->central(), nullptr);
 }
 
-TEST_F(Adapter, CallbackReplacesItselfAndDropsTheManager) {
+TEST_F(ManagerAdapterTest, EndsTheCentralThatItMadeAndNoOther) {
+  const auto other = std::make_shared<FakeCentral>(journal);
+  manager->setCentral(other);
+  EXPECT_FALSE(central->closed);
+  manager.reset();
+  EXPECT_TRUE(central->closed);
+  EXPECT_FALSE(other->closed);
+}
+
+TEST_F(ManagerAdapterTest, CallbackReplacesItselfAndDropsTheManager) {
   const std::weak_ptr<KVTrackerManager> watched = manager;
   manager->didChangeBluetooth([this, kept = std::string(100, 'x')](std::int64_t) {
     manager->didChangeBluetooth(nullptr);

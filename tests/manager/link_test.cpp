@@ -6,13 +6,13 @@
 namespace kvtest {
 namespace {
 
-class Link : public ManagerTest {
+class ManagerLinkTest : public ManagerTest {
  protected:
   const std::string kNoPeripheral = "log: Error: the given tracker didn't have a peripheral.";
   const std::string kConnecting = "log: The tracker is in connecting progress.";
 };
 
-TEST_F(Link, ConnectIsRefusedOnlyWhileConnecting) {
+TEST_F(ManagerLinkTest, ConnectIsRefusedOnlyWhileConnecting) {
   const auto tracker = bound(kMac, p);
   watch(*tracker, "tag");
   for (const std::int64_t state : {0, 2, 3, -1}) {
@@ -29,7 +29,7 @@ TEST_F(Link, ConnectIsRefusedOnlyWhileConnecting) {
   EXPECT_EQ(took(), Lines{kNoPeripheral});
 }
 
-TEST_F(Link, ForceConnectReplacesAnotherDevice) {
+TEST_F(ManagerLinkTest, ForceConnectReplacesAnotherDevice) {
   const auto tracker = bound(kMac, p);
   watch(*tracker, "tag");
   for (const std::int64_t state : {0, 2, 3, -1}) {
@@ -44,13 +44,15 @@ TEST_F(Link, ForceConnectReplacesAnotherDevice) {
   manager->forceConnect(tracker, q);
   EXPECT_EQ(took(), (Lines{"cancel P", "tag connection 1", "tag updated", "connect Q"}));
   EXPECT_EQ(tracker->peripheral(), q);
-  tracker->setPeripheral(nullptr);
+  manager->forceConnect(tracker, nullptr);
+  EXPECT_EQ(took(), (Lines{"cancel Q", "tag connection 1", "tag updated"}));
+  EXPECT_EQ(tracker->peripheral(), nullptr);
   manager->forceConnect(tracker, p);
   EXPECT_EQ(took(), Lines{kNoPeripheral});
   EXPECT_EQ(tracker->peripheral(), nullptr);
 }
 
-TEST_F(Link, DisconnectOnlyCancels) {
+TEST_F(ManagerLinkTest, DisconnectOnlyCancels) {
   const auto tracker = bound(kMac, p);
   tracker->setState(KVTrackerStateDisconnecting);
   manager->disconnect(tracker);
@@ -62,7 +64,7 @@ TEST_F(Link, DisconnectOnlyCancels) {
   EXPECT_EQ(took(), Lines{kNoPeripheral});
 }
 
-TEST_F(Link, AbsentHandles) {
+TEST_F(ManagerLinkTest, AbsentHandles) {
   manager->connect(nullptr);
   manager->forceConnect(nullptr, p);
   manager->disconnect(nullptr);
@@ -85,7 +87,7 @@ TEST_F(Link, AbsentHandles) {
   EXPECT_EQ(tracker->peripheral(), q);
 }
 
-TEST_F(Link, EventsOfAnUnknownPeripheralAreLogged) {
+TEST_F(ManagerLinkTest, EventsOfAnUnknownPeripheralAreLogged) {
   const auto scan = scanned();
   watch(*scan, "tag");
   p->linkState = KVPeripheralStateConnected;
@@ -95,12 +97,12 @@ TEST_F(Link, EventsOfAnUnknownPeripheralAreLogged) {
   const Lines lines = took();
   ASSERT_EQ(lines.size(), 3u);
   for (const auto& line : lines) {
-    EXPECT_THAT(line, ::testing::StartsWith("log: Not a bound tracker has Peripheral: "));
+    EXPECT_EQ(line, "log: Not a bound tracker has Peripheral: P");
   }
   EXPECT_EQ(scan->state(), 0);
 }
 
-TEST_F(Link, BoundTrackerTakesTheStateAndIsConnectedAgain) {
+TEST_F(ManagerLinkTest, BoundTrackerTakesTheStateAndIsConnectedAgain) {
   const auto tracker = bound(kMac, p);
   watch(*tracker, "tag");
   const std::string mac = std::string("log: Tracker:") + kMac;
@@ -110,6 +112,9 @@ TEST_F(Link, BoundTrackerTakesTheStateAndIsConnectedAgain) {
   } cases[] = {
       {2, {"P discover services", "tag updated", mac + " Connected"}},
       {1, {"tag connection 1", "tag updated", mac + " Connecting"}},
+      {3, {"tag updated", mac + " Disconnecting"}},
+      {4, {"tag updated", mac + " (null)"}},
+      {-1, {"tag updated", mac + " (null)"}},
       {0,
        {"tag connection 0", "tag updated", mac + " Disconnect", "tag connection 1", "tag updated",
         "connect P"}},
@@ -126,9 +131,6 @@ TEST_F(Link, BoundTrackerTakesTheStateAndIsConnectedAgain) {
       EXPECT_EQ(tracker->state(), c.state == 0 ? 1 : c.state);
     }
   }
-  link(p, KVPeripheralStateDisconnecting);  // a state that has no label
-  EXPECT_EQ(tracker->state(), KVTrackerStateDisconnecting);
-  took();
 
   tracker->setBinding(true);
   link(p, KVPeripheralStateDisconnected);
@@ -142,7 +144,15 @@ TEST_F(Link, BoundTrackerTakesTheStateAndIsConnectedAgain) {
   EXPECT_THAT(lines[1], ::testing::StartsWith("log: Not a bound tracker has Peripheral: "));
 }
 
-TEST_F(Link, RemovedInsideTheReportOfItsDisconnection) {
+TEST_F(ManagerLinkTest, RemovedWhenToldThatItConnects) {
+  const auto tracker = bound(kMac, p);
+  tracker->didValueUpdate([this] { manager->removeTracker(kMac); });
+  manager->connect(tracker);
+  EXPECT_EQ(took(), Lines{"cancel P"});
+  EXPECT_TRUE(manager->bindTrackers()->empty());
+}
+
+TEST_F(ManagerLinkTest, RemovedInsideTheReportOfItsDisconnection) {
   const auto tracker = bound(kMac, p);
   tracker->didConnectionChange([this](std::uint64_t) { manager->removeTracker(kMac); });
   link(p, KVPeripheralStateDisconnected);
@@ -152,7 +162,7 @@ TEST_F(Link, RemovedInsideTheReportOfItsDisconnection) {
   EXPECT_THAT(lines[1], ::testing::StartsWith("log: Not a bound tracker has Peripheral: "));
 }
 
-TEST_F(Link, ManagerDroppedInsideATrackersReport) {
+TEST_F(ManagerLinkTest, ManagerDroppedInsideATrackersReport) {
   const std::weak_ptr<KVTrackerManager> watched = manager;
   const auto tracker = bound(kMac, p);
   tracker->didConnectionChange([this](std::uint64_t) { manager.reset(); });
@@ -160,6 +170,16 @@ TEST_F(Link, ManagerDroppedInsideATrackersReport) {
   manager->didDisconnectPeripheral(*central, p, std::nullopt);
   EXPECT_EQ(took(), (Lines{std::string("log: Tracker:") + kMac + " Disconnect", "connect P"}));
   EXPECT_TRUE(watched.expired());
+}
+
+TEST_F(ManagerLinkTest, AsksNothingMoreOnceItIsGoneInsideAReport) {
+  auto own = std::make_unique<KVTrackerManager>();  // no shared pointer keeps it for the call
+  const auto medium = own->central();
+  const auto tracker = own->addTracker(kMac);
+  tracker->setPeripheral(p);
+  tracker->didConnectionChange([&own](std::uint64_t) { own.reset(); });
+  own->didDisconnectPeripheral(*medium, p, std::nullopt);
+  EXPECT_EQ(took(), Lines{std::string("log: Tracker:") + kMac + " Disconnect"});
 }
 
 }  // namespace

@@ -4,12 +4,12 @@
 namespace kvtest {
 namespace {
 
-class Registry : public ManagerTest {
+class RegistryTest : public ManagerTest {
  protected:
   const std::string kNoMac = "log: Error: the given tracker doesn't have a mac address.";
 };
 
-TEST_F(Registry, AddMakesABoundTrackerOnce) {
+TEST_F(RegistryTest, AddMakesABoundTrackerOnce) {
   manager->setPassword("secret");
   const auto live = manager->bindTrackers();
   const auto tracker = manager->addTracker(kMac);
@@ -28,7 +28,7 @@ TEST_F(Registry, AddMakesABoundTrackerOnce) {
   EXPECT_EQ(std::vector(live->begin(), live->end()), (std::vector{tracker, upper}));
 }
 
-TEST_F(Registry, AddMovesAScannedTrackerAsItIs) {
+TEST_F(RegistryTest, AddMovesAScannedTrackerAsItIs) {
   const auto tracker = scanned();
   manager->setPassword("secret");
   EXPECT_EQ(manager->addTracker(kMac), tracker);
@@ -38,7 +38,7 @@ TEST_F(Registry, AddMovesAScannedTrackerAsItIs) {
   EXPECT_EQ(tracker->password(), std::nullopt);
 }
 
-TEST_F(Registry, AbsentAddress) {
+TEST_F(RegistryTest, AbsentAddress) {
   EXPECT_EQ(manager->addTracker(std::nullopt), nullptr);
   EXPECT_EQ(took(), Lines{kNoMac});
   manager->removeTracker(std::nullopt);
@@ -50,7 +50,7 @@ TEST_F(Registry, AbsentAddress) {
   EXPECT_EQ(manager->existTracker("", /*bind=*/true), nullptr);
 }
 
-TEST_F(Registry, RemoveDropsTheTagAndItsLink) {
+TEST_F(RegistryTest, RemoveDropsTheTagAndItsLink) {
   const auto tracker = bound(kMac, p);
   const auto other = bound(kOther, q);
   manager->bindArray()->append(tracker);
@@ -74,7 +74,7 @@ TEST_F(Registry, RemoveDropsTheTagAndItsLink) {
   manager->removeTracker(kOther);
 }
 
-TEST_F(Registry, RemoveTakesTheFirstOfEqualAddresses) {
+TEST_F(RegistryTest, RemoveTakesTheFirstOfEqualAddresses) {
   const auto first = bound(kMac, p);
   const auto second = std::make_shared<KVTracker>();
   second->updateData(KVTrackerDataMac, std::string(kMac));
@@ -85,7 +85,7 @@ TEST_F(Registry, RemoveTakesTheFirstOfEqualAddresses) {
   EXPECT_EQ(manager->existTracker(kMac, /*bind=*/true), second);
 }
 
-TEST_F(Registry, RemoveAllLeavesTheIntentToScan) {
+TEST_F(RegistryTest, RemoveAllLeavesTheIntentToScan) {
   manager->startScan(scans());
   const auto live = manager->bindTrackers();
   const auto first = bound(kMac, p);
@@ -105,7 +105,7 @@ TEST_F(Registry, RemoveAllLeavesTheIntentToScan) {
   EXPECT_EQ(took(), Lines{"timer stop"});
 }
 
-TEST_F(Registry, LookUpsFollowAChangedAddress) {
+TEST_F(RegistryTest, LookUpsFollowAChangedAddress) {
   const auto first = manager->addTracker("one");
   const auto second = manager->addTracker("two");
   manager->bindArray()->append(first);
@@ -123,7 +123,7 @@ TEST_F(Registry, LookUpsFollowAChangedAddress) {
   EXPECT_EQ(manager->existTracker("new", /*bind=*/true), nullptr);
 }
 
-TEST_F(Registry, LookUpsFollowReplacedCollections) {
+TEST_F(RegistryTest, LookUpsFollowReplacedCollections) {
   const auto old = manager->addTracker("one");
   const auto tracker = std::make_shared<KVTracker>();
   tracker->updateData(KVTrackerDataMac, std::string("one"));
@@ -146,7 +146,7 @@ TEST_F(Registry, LookUpsFollowReplacedCollections) {
   EXPECT_EQ(scanned()->mac(), kMac);
 }
 
-TEST_F(Registry, ListKeepsOrderThroughEveryChange) {
+TEST_F(RegistryTest, ListKeepsOrderThroughEveryChange) {
   const auto make = [this](const std::string& mac, const std::string& device) {
     auto tracker = std::make_shared<KVTracker>();
     tracker->updateData(KVTrackerDataMac, mac);
@@ -181,7 +181,18 @@ TEST_F(Registry, ListKeepsOrderThroughEveryChange) {
   EXPECT_EQ(list.firstWithMac("x"), nullptr);
 }
 
-TEST_F(Registry, MapFindsByKeyAndByPendingRequest) {
+TEST_F(RegistryTest, ListOfATrackerThatItsOwnerKeepsOtherwise) {
+  KVTracker own;
+  own.updateData(KVTrackerDataMac, std::string("m"));
+  KVTrackerList list;
+  list.append(std::shared_ptr<KVTracker>(std::shared_ptr<void>(), &own));
+  EXPECT_TRUE(list.contains(own));
+  EXPECT_EQ(list.firstWithMac("m").get(), &own);
+  list.remove(list.firstWithMac("m"));
+  EXPECT_FALSE(list.contains(own));
+}
+
+TEST_F(RegistryTest, MapFindsByKeyAndByPendingRequest) {
   KVTrackerMap map;
   const auto a = std::make_shared<KVTracker>(), b = std::make_shared<KVTracker>();
   map.set("a", nullptr);

@@ -10,22 +10,16 @@ namespace {
 
 using std::chrono::seconds;
 
-class Road : public ::testing::Test {
+class RoadTest : public ::testing::Test {
  protected:
-  Road() {
+  RoadTest() {
     KVPlatform::setCurrent(radio.platform());
     manager = std::make_shared<KVTrackerManager>();
     manager->setPassword("secret");
   }
-  ~Road() override {
-    manager->removeAllTrackers();
-    // The check of a bind request waits in the queue, and keeps its tracker and so the queue.
-    radio.clock().runFor(seconds(31));
-    manager.reset();
-    KVPlatform::setCurrent(nullptr);
-  }
+  ~RoadTest() override { KVPlatform::setCurrent(nullptr); }
 
-  /// Scans until the tag is heard, and asks to bind it.
+  // Scans until the tag is heard, and asks to bind it.
   std::string bind() {
     bindOutcome.reset();
     manager->startScan([&](const KVTrackers& trackers) {
@@ -61,7 +55,7 @@ class Road : public ::testing::Test {
   std::optional<std::string> bindOutcome;
 };
 
-TEST_F(Road, FromTheFirstAdvertisementToUnbinding) {
+TEST_F(RoadTest, FromTheFirstAdvertisementToUnbinding) {
   const auto tag = radio.addTag({.address = "a1b2c3d4e5f6"});
   radio.setRssi(tag, -60);
   ASSERT_EQ(bind(), "done");
@@ -107,7 +101,7 @@ TEST_F(Road, FromTheFirstAdvertisementToUnbinding) {
   EXPECT_EQ(tag->state().rejected, 0u);
 }
 
-TEST_F(Road, RefusedPassword) {
+TEST_F(RoadTest, RefusedPassword) {
   const auto tag = radio.addTag({.password = "other"});
   EXPECT_EQ(bind(), "error password.");
   EXPECT_TRUE(manager->bindTrackers()->empty());

@@ -6,7 +6,7 @@
 namespace kvtest {
 namespace {
 
-TEST(AdvertisementFrame, DecodedOrRejected) {
+TEST(AdvertisedFrameTest, DecodedOrRejected) {
   const std::string rejected = "0 -1 absent -1 -100 -1";
   const std::pair<const char*, std::string> cases[] = {
       {"a10b64 112233445566 f4", "1 100 665544332211 -12 -42 -1"},
@@ -30,7 +30,7 @@ TEST(AdvertisementFrame, DecodedOrRejected) {
         [&](bool valid, std::int64_t battery, const std::optional<std::string>& mac,
             std::int64_t tx, std::optional<std::int64_t> rssi, std::int64_t model) {
           reports.push_back(std::to_string(valid) + " " + std::to_string(battery) + " " +
-                            mac.value_or("absent") + " " + std::to_string(tx) + " " +
+                            (mac ? mac->c_str() : "absent") + " " + std::to_string(tx) + " " +
                             (rssi ? std::to_string(*rssi) : "absent") + " " +
                             std::to_string(model));
         });
@@ -41,7 +41,7 @@ TEST(AdvertisementFrame, DecodedOrRejected) {
   KVUtils::validateAdv(bytes(cases[0].first), {}, nullptr);
 }
 
-class Scan : public ManagerTest {
+class ManagerScanTest : public ManagerTest {
  protected:
   void start() {
     manager->startScan(scans());
@@ -50,7 +50,7 @@ class Scan : public ManagerTest {
   }
 };
 
-TEST_F(Scan, UnknownTagIsFiledAndReported) {
+TEST_F(ManagerScanTest, UnknownTagIsFiledAndReported) {
   manager->setPassword("secret");
   KVTrackers heard;
   manager->startScan([&](const KVTrackers& trackers) { heard = trackers; });
@@ -73,7 +73,7 @@ TEST_F(Scan, UnknownTagIsFiledAndReported) {
   EXPECT_EQ(p->delegate(), tracker);
 }
 
-TEST_F(Scan, RepeatRefreshesTheSameTracker) {
+TEST_F(ManagerScanTest, RepeatRefreshesTheSameTracker) {
   std::vector<KVTrackers> heard;
   manager->startScan([&](const KVTrackers& trackers) { heard.push_back(trackers); });
   took();
@@ -105,7 +105,7 @@ TEST_F(Scan, RepeatRefreshesTheSameTracker) {
   EXPECT_TRUE(manager->scannedTrackers().empty());
 }
 
-TEST_F(Scan, SnapshotsOfAGrowingSet) {
+TEST_F(ManagerScanTest, SnapshotsOfAGrowingSet) {
   std::vector<KVTrackers> heard;
   manager->startScan([&](const KVTrackers& trackers) { heard.push_back(trackers); });
   took();
@@ -117,8 +117,9 @@ TEST_F(Scan, SnapshotsOfAGrowingSet) {
     EXPECT_EQ(all.size(), static_cast<std::size_t>(i + 1));
   }
   const auto& last = heard.back();
-  for (const auto& earlier : heard) {  // what was handed out has not changed
-    EXPECT_TRUE(std::equal(earlier.begin(), earlier.end(), last.begin()));
+  for (std::size_t i = 0; i < heard.size(); ++i) {  // what was handed out has not changed
+    ASSERT_EQ(heard[i].size(), i + 1);
+    EXPECT_TRUE(std::equal(heard[i].begin(), heard[i].end(), last.begin()));
   }
   manager->scannedDict()->erase(*last[3]->mac());
   hear(p, {kFrame});
@@ -126,7 +127,7 @@ TEST_F(Scan, SnapshotsOfAGrowingSet) {
   EXPECT_EQ(heard.back().size(), 40u);
 }
 
-TEST_F(Scan, BoundTagIsRefreshedAndConnected) {
+TEST_F(ManagerScanTest, BoundTagIsRefreshedAndConnected) {
   start();
   const auto tracker = manager->addTracker(kMac);
   watch(*tracker, "tag");
@@ -148,7 +149,7 @@ TEST_F(Scan, BoundTagIsRefreshedAndConnected) {
   EXPECT_EQ(tracker->peripheral(), q);
 }
 
-TEST_F(Scan, StopKeepsTheSetAndTheCallback) {
+TEST_F(ManagerScanTest, StopKeepsTheSetAndTheCallback) {
   start();
   hear(p, {kFrame});
   EXPECT_EQ(took(), Lines{"scanned 1"});
@@ -167,7 +168,7 @@ TEST_F(Scan, StopKeepsTheSetAndTheCallback) {
   hear(q, {kOtherFrame});
 }
 
-TEST_F(Scan, RestartForgetsTheSetAndReplacesTheCallback) {
+TEST_F(ManagerScanTest, RestartForgetsTheSetAndReplacesTheCallback) {
   start();
   hear(p, {kFrame});
   took();
@@ -180,7 +181,7 @@ TEST_F(Scan, RestartForgetsTheSetAndReplacesTheCallback) {
   EXPECT_EQ(took(), Lines{"other 1"});
 }
 
-TEST_F(Scan, OnlyTheFirstServiceDataCounts) {
+TEST_F(ManagerScanTest, OnlyTheFirstServiceDataCounts) {
   start();
   hear(p, {});
   hear(p, {"00", kFrame});
@@ -191,7 +192,7 @@ TEST_F(Scan, OnlyTheFirstServiceDataCounts) {
   EXPECT_EQ(took(), Lines{"scanned 1"});
 }
 
-TEST_F(Scan, UpperCaseAddressIsAnotherTag) {
+TEST_F(ManagerScanTest, UpperCaseAddressIsAnotherTag) {
   start();
   const auto upper = manager->addTracker("A1B2C3D4E5F6");
   hear(p, {kFrame});
@@ -200,7 +201,7 @@ TEST_F(Scan, UpperCaseAddressIsAnotherTag) {
   EXPECT_EQ(upper->peripheral(), nullptr);
 }
 
-TEST_F(Scan, TargetOfAPeripheral) {
+TEST_F(ManagerScanTest, TargetOfAPeripheral) {
   EXPECT_EQ(manager->existTargetTracker(p), nullptr);
   const auto tracker = scanned();
   EXPECT_EQ(manager->existTargetTracker(p), nullptr);
@@ -227,7 +228,7 @@ TEST_F(Scan, TargetOfAPeripheral) {
   EXPECT_EQ(manager->existTargetTracker(nullptr), nullptr);
 }
 
-TEST_F(Scan, CallbackEmptiesTheRegistry) {
+TEST_F(ManagerScanTest, CallbackEmptiesTheRegistry) {
   manager->startScan([this](const KVTrackers& trackers) {
     manager->removeAllTrackers();
     manager->setScanBlock(scans());
@@ -241,7 +242,7 @@ TEST_F(Scan, CallbackEmptiesTheRegistry) {
   EXPECT_EQ(took(), Lines{"scanned 1"});
 }
 
-TEST_F(Scan, CallbackDropsTheManager) {
+TEST_F(ManagerScanTest, CallbackDropsTheManager) {
   const std::weak_ptr<KVTrackerManager> watched = manager;
   manager->startScan([this, kept = std::string(100, 'x')](const KVTrackers& trackers) {
     manager.reset();

@@ -6,7 +6,9 @@
 namespace kvtest {
 namespace {
 
-TEST_F(CoreTest, TwoFirstCallsAtOnceMakeOneManager) {
+class SharedManagerTest : public CoreTest {};
+
+TEST_F(SharedManagerTest, TwoFirstCallsAtOnceMakeOneManager) {
   std::atomic<int> ready = 0;
   std::shared_ptr<KVTrackerManager> managers[2];
   const auto call = [&](std::size_t i) {

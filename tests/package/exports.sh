@@ -1,11 +1,16 @@
 #!/bin/sh
 # exports.sh LIBRARY INCLUDE: the shared library exports the plain symbols and the classes of the public headers, no more.
 set -eu
-names=$(nm -D --defined-only "$1" | cut -d ' ' -f 3 | sed 's/@.*//')
+versioned=$(nm -D --defined-only "$1" | cut -d ' ' -f 3 | grep -vx KVFOBLINK_1)  # the node itself
+names=$(echo "$versioned" | sed 's/@.*//')
 classes=$(sed -n 's/^\(class\|struct\) KVFOB_EXPORT \(KV[A-Za-z]*\).*/\2/p' "$2"/KVFobLink/*.h | sort -u)
 [ -n "$names" ] && [ -n "$classes" ]
 
 status=0
+if bare=$(echo "$versioned" | grep -v '@@KVFOBLINK_1$'); then
+  printf 'exported without the version node:\n%s\n' "$bare"
+  status=1
+fi
 for plain in gen_crc16 crc16_compute dev_info_decode KVFobLinkVersionString KVFobLinkVersionNumber; do
   echo "$names" | grep -qx "$plain" || { echo "missing: $plain"; status=1; }
 done

@@ -4,13 +4,15 @@ set -eu
 check=$1
 tree=$(mktemp -d)
 trap 'rm -rf "$tree"' EXIT
-mkdir -p "$tree"/include/KVFobLink "$tree"/platform/linux/bus "$tree"/toolkit "$tree"/tracker "$tree"/manager \
-  "$tree"/simulator "$tree"/apps/one
+mkdir -p "$tree"/include/KVFobLink "$tree"/platform/linux/bus "$tree"/protocol "$tree"/toolkit "$tree"/tracker \
+  "$tree"/manager "$tree"/simulator "$tree"/apps/one
 
 put() { printf '#include %s\n' "$2" >"$tree/$1"; }
 put include/KVFobLink/KVTracker.h '<memory>'
 put manager/a.cpp '"tracker/a.h"'
 put apps/one/a.cpp '"KVFobLink/KVTracker.h"'
+put apps/one/c.cpp '"protocol/a.h"'
+put tracker/a.cpp '"protocol/a.h"'
 put simulator/a.cpp '"platform/linux/bus/a.h"'
 "$check" "$tree"
 
@@ -26,6 +28,8 @@ crossing() {
     *) echo "does not name $1: $out"; exit 1 ;;
   esac
 }
+crossing protocol/b.cpp '"toolkit/a.h"'
+crossing protocol/b.cpp '"KVFobLink/KVTracker.h"'
 crossing toolkit/b.cpp '"tracker/a.h"'
 crossing toolkit/b.cpp '"KVFobLink/KVTracker.h"'
 crossing toolkit/b.cpp '<mbedtls/aes.h>'
@@ -35,6 +39,7 @@ crossing platform/b.h '"platform/linux/a.h"'
 crossing platform/linux/b.h '"KVFobLink/KVTracker.h"'
 crossing platform/linux/bus/b.h '"platform/linux/a.h"'
 crossing simulator/b.h '"toolkit/a.h"'
+crossing simulator/b.h '"protocol/a.h"'
 crossing simulator/b.h '"platform/linux/a.h"'
 crossing apps/one/b.cpp '"platform/a.h"'
 crossing apps/one/b.cpp '"apps/two/a.h"'

@@ -10,7 +10,7 @@ class SimulatedHarness final : public kvtest::CentralHarness {
  public:
   std::shared_ptr<KVRadio> radio() override { return world_.platform()->radio; }
   std::shared_ptr<KVEventQueue> queue() override { return world_.platform()->eventQueue; }
-  std::chrono::nanoseconds patience() const override { return 10s; }
+  std::chrono::nanoseconds patience() const override { return 40s; }
   std::chrono::nanoseconds quiet() const override { return 7s; }
   std::chrono::nanoseconds attemptPause() const override { return 187ms; }
   bool readsRssi() const override { return true; }
@@ -44,8 +44,15 @@ class SimulatedHarness final : public kvtest::CentralHarness {
   void dropLink(std::size_t tag) override { world_.dropLink(tags_[tag].tag); }
 
   void setMute(std::size_t tag, bool mute) override {
-    for (const RoadStep step : {RoadStep::OpeningRead, RoadStep::TokenWrite}) {
+    for (const Procedure step : {Procedure::OpeningRead, Procedure::TokenWrite}) {
       tags_[tag].tag->behaviour().steps[step] = {StepFault::Mute, mute ? kAlways : 0};
+    }
+  }
+
+  void refuse(std::size_t tag, std::uint8_t attError) override {
+    for (const Procedure step : {Procedure::OpeningRead, Procedure::TokenWrite}) {
+      tags_[tag].tag->behaviour().steps[step] = {
+          .fault = StepFault::Fail, .times = attError == 0 ? 0 : kAlways, .attError = attError};
     }
   }
 
@@ -62,7 +69,7 @@ class SimulatedHarness final : public kvtest::CentralHarness {
   KVUUID characteristic() const override {
     return *KVUUID::fromString("7F280002-8204-F393-E0A9-E50E24DCCA9E");
   }
-  /// A token for the tag's address, as in tag_test.cpp.
+  // A token for the tag's address, as in tag_test.cpp.
   KVData acceptedValue() const override {
     return {0x13, 0x07, 0x04, 0xD6, 0x21, 0xD1, 0x10, 0x86,
             0x55, 0x57, 0xD2, 0x15, 0x32, 0x51, 0x1F, 0x91};
@@ -77,11 +84,11 @@ class SimulatedHarness final : public kvtest::CentralHarness {
   };
 
   StepBehaviour& connecting(std::size_t tag) {
-    return tags_[tag].tag->behaviour().steps[RoadStep::Connecting];
+    return tags_[tag].tag->behaviour().steps[Procedure::Connecting];
   }
   unsigned failedConnects(std::size_t tag) const {
     const auto& steps = tags_[tag].tag->behaviour().steps;
-    const auto found = steps.find(RoadStep::Connecting);
+    const auto found = steps.find(Procedure::Connecting);
     const unsigned left = found == steps.end() ? 0 : found->second.times;
     return tags_[tag].failed + tags_[tag].toFail - left;
   }

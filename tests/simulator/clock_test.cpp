@@ -1,3 +1,8 @@
+#include <poll.h>
+
+#include <future>
+#include <thread>
+
 #include "KVFobLink/KVLinuxPlatform.h"
 #include "KVFobSimulator/KVFobSimulator.h"
 #include "tests/support/event_queue_conformance.h"
@@ -48,6 +53,7 @@ TEST(VirtualEventQueueTest, TimeIsExact) {
   queue.runFor(1h);
   EXPECT_THAT(ran, testing::ElementsAre(30s, 30s + 1ns));
   EXPECT_EQ(queue.now(), 1h + 30s - 1ns);
+  EXPECT_EQ(start, std::chrono::sys_days(std::chrono::year(2024) / 1 / 1));
   EXPECT_EQ(calendar->now() - start, queue.now());
 }
 
@@ -67,6 +73,7 @@ TEST(VirtualEventQueueTest, IdleMeansThatOnlyBackgroundWorkIsLeft) {
   int ticks = 0;
   const auto timer = queue.timers()->start(1s, [&] { ++ticks; });
   const auto background = queue.postBackground(1h, [] {});
+  queue.postAfter(std::chrono::years(100), [] {});  // stands for "never"
   EXPECT_TRUE(queue.runUntilIdle());
   EXPECT_EQ(queue.now(), 0s);
   queue.postAfter(10s, [] {});
@@ -80,6 +87,157 @@ TEST(VirtualEventQueueTest, IdleMeansThatOnlyBackgroundWorkIsLeft) {
   EXPECT_EQ(queue.now(), 20s);
   EXPECT_FALSE(queue.runUntil([] { return false; }, 5s));
   EXPECT_EQ(queue.now(), 25s);
+}
+
+TEST(VirtualEventQueueTest, EndlessChainsLetTimePass) {
+  VirtualEventQueue queue;
+  std::vector<std::chrono::nanoseconds> rounds;
+  std::function<void()> next = [&] {
+    rounds.push_back(queue.now());
+    queue.post(next);
+  };
+  queue.post(next);
+  bool ran = false;
+  queue.postAfter(15us, [&] { ran = true; });
+  queue.runFor(14us);
+  // A thousand rounds at the beginning, as many 10 us later, and none beyond the end.
+  EXPECT_EQ(std::ranges::count(rounds, 0us), 1000);
+  EXPECT_EQ(std::ranges::count(rounds, 10us), 1001);
+  EXPECT_EQ(std::ranges::count(rounds, 14us), 1001);
+  EXPECT_EQ(rounds.size(), 3002U);
+  EXPECT_EQ(queue.now(), 14us);
+  EXPECT_FALSE(ran);
+  rounds.clear();
+  queue.runFor(2us);
+  EXPECT_EQ(std::ranges::count(rounds, 15us), 1001) << "no delayed task is jumped over";
+  EXPECT_TRUE(ran);
+}
+
+TEST(VirtualEventQueueTest, AnyNumberOfRunsAtOneInstant) {
+  VirtualEventQueue queue;
+  int ran = 0;
+  for (int i = 0; i < 5000; ++i) {
+    queue.post([&] { ++ran; });
+    queue.runFor(0s);
+  }
+  EXPECT_EQ(ran, 5000);
+  EXPECT_EQ(queue.now(), 0s);
+}
+
+TEST(VirtualEventQueueTest, LimitsOfTime) {
+  VirtualEventQueue queue;
+  bool ran = false;
+  queue.postAfter(KVEventQueue::Duration::max(), [&] { ran = true; });
+  queue.postAfter(1h, [&] { queue.stop(); });
+  queue.runFor(KVEventQueue::Duration::max());
+  EXPECT_EQ(queue.now(), 1h);
+  queue.runFor(-5s);
+  EXPECT_EQ(queue.now(), 1h);
+  queue.post({});  // as good as an empty task
+  EXPECT_EQ(queue.dispatch(), 1U);
+  EXPECT_FALSE(ran);
+}
+
+TEST(VirtualEventQueueTest, OperationsInsideATaskDoNothing) {
+  VirtualEventQueue queue;
+  int ran = 0;
+  queue.post([&] {
+    ++ran;
+    queue.post([&] { ++ran; });
+    EXPECT_FALSE(queue.runUntilIdle());
+    EXPECT_FALSE(queue.runUntil([] { return false; }));
+    EXPECT_TRUE(queue.runUntil([] { return true; })) << "it holds already";
+    queue.runFor(1h);
+    EXPECT_EQ(ran, 1);
+    EXPECT_EQ(queue.now(), 0s);
+  });
+  EXPECT_TRUE(queue.runUntilIdle());
+  EXPECT_EQ(ran, 2);
+}
+
+TEST(VirtualEventQueueTest, BackgroundTasksRunButAreNotWaitedFor) {
+  VirtualEventQueue queue;
+  int ran = 0;
+  queue.postBackground(1s, [&] { ++ran; });
+  queue.postBackground(2s, [&] {
+    ++ran;
+    queue.postAfter(1s, [&] { ++ran; });
+  });
+  EXPECT_TRUE(queue.runUntilIdle());
+  EXPECT_EQ(ran, 0);
+  queue.runFor(2s);
+  EXPECT_EQ(ran, 2);
+  EXPECT_TRUE(queue.runUntilIdle()) << "what a background task posts is waited for";
+  EXPECT_EQ(ran, 3);
+  EXPECT_EQ(queue.now(), 3s);
+  // A background task that is cancelled or has run counts no more, nor does one count twice.
+  queue.cancel(queue.postBackground(1s, [] {}));
+  queue.postAfter(1s, [&] { ++ran; });
+  EXPECT_TRUE(queue.runUntilIdle());
+  EXPECT_EQ(ran, 4);
+}
+
+TEST(VirtualEventQueueTest, CancelOnAThirdThreadWaitsForTheTick) {
+  VirtualEventQueue queue;
+  std::shared_ptr<KVTimerThread> timer;
+  std::promise<void> ticking;
+  std::promise<void> cancelled;
+  timer = queue.timers()->start(1s, [&, first = true]() mutable {
+    if (!std::exchange(first, false)) return;  // the third thread may be late
+    ticking.set_value();
+    EXPECT_EQ(cancelled.get_future().wait_for(20ms), std::future_status::timeout);
+  });
+  std::thread third([&] {
+    ticking.get_future().wait();
+    timer->cancel();
+    cancelled.set_value();
+  });
+  queue.runFor(5s);
+  third.join();
+}
+
+TEST(VirtualEventQueueTest, TaskOfAnotherThreadWakesARunThatWaits) {
+  VirtualEventQueue queue;
+  for (int i = 0; i < 20; ++i) {
+    std::promise<void> running;
+    std::thread other([&] {
+      running.get_future().wait();
+      queue.post([&] { queue.stop(); });
+    });
+    queue.post([&] { running.set_value(); });
+    queue.run();
+    other.join();
+  }
+}
+
+TEST(VirtualEventQueueTest, TimersHaveAShortestInterval) {
+  VirtualEventQueue queue;
+  int ticks = 0;
+  const auto timer = queue.timers()->start(0ns, [&] { ++ticks; });
+  queue.runFor(10us);
+  EXPECT_EQ(ticks, 10);
+}
+
+TEST(VirtualEventQueueTest, DescriptorTellsWhetherADueTaskIsLeftAfterARun) {
+  VirtualEventQueue queue;
+  const auto readable = [&] {
+    pollfd descriptor{queue.fd(), POLLIN, 0};
+    return poll(&descriptor, 1, 0) == 1;
+  };
+  queue.post([&] {
+    queue.stop();
+    queue.post([] {});
+  });
+  queue.run();
+  EXPECT_TRUE(readable());
+  queue.runFor(0s);
+  EXPECT_FALSE(readable());
+  queue.postAfter(1s, [] {});
+  EXPECT_FALSE(readable()) << "time does not pass by itself";
+  const auto task = queue.postAfter(0s, [] {});
+  EXPECT_TRUE(readable());
+  queue.cancel(task);
+  EXPECT_FALSE(readable());
 }
 
 }  // namespace

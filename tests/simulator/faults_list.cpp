@@ -6,28 +6,28 @@ namespace {
 
 struct Step {
   const char* name;
-  RoadStep step;
+  Procedure step;
 };
 
 constexpr Step kHandshake[] = {
-    {"connection", RoadStep::Connecting},
-    {"service discovery", RoadStep::ServiceDiscovery},
-    {"characteristic discovery", RoadStep::CharacteristicDiscovery},
-    {"information read", RoadStep::InformationRead},
-    {"subscription", RoadStep::Subscribe},
-    {"opening value", RoadStep::OpeningRead},
-    {"token write", RoadStep::TokenWrite},
-    {"password write", RoadStep::BindWrite},
-    {"password answer", RoadStep::BindAnswer},
+    {"connection", Procedure::Connecting},
+    {"service discovery", Procedure::ServiceDiscovery},
+    {"characteristic discovery", Procedure::CharacteristicDiscovery},
+    {"information read", Procedure::InformationRead},
+    {"subscription", Procedure::Subscribe},
+    {"opening value", Procedure::OpeningRead},
+    {"token write", Procedure::TokenWrite},
+    {"password write", Procedure::BindWrite},
+    {"password answer", Procedure::BindAnswer},
 };
 
-/// From here on the tag has a subscriber, so it can say anything at any moment.
-bool subscribed(RoadStep step) { return step >= RoadStep::OpeningRead; }
+// From here on the tag has a subscriber, so it can say anything at any moment.
+bool subscribed(Procedure step) { return step >= Procedure::OpeningRead; }
 
 bool possible(const Place& place, Fault fault) {
-  const bool scanning = place.errand == Errand::Scan;
+  const bool scanning = place.operation == Operation::Scan;
   const bool discovery =
-      place.step == RoadStep::ServiceDiscovery || place.step == RoadStep::CharacteristicDiscovery;
+      place.step == Procedure::ServiceDiscovery || place.step == Procedure::CharacteristicDiscovery;
   switch (fault) {
     case Fault::Drop:
     case Fault::Refusal:
@@ -48,39 +48,39 @@ bool possible(const Place& place, Fault fault) {
 }
 
 std::vector<Place> allPlaces() {
-  std::vector<Place> places = {{"scanning: advertisement", Errand::Scan, RoadStep::Connecting}};
+  std::vector<Place> places = {{"scanning: advertisement", Operation::Scan, Procedure::Connecting}};
   for (const Step& step : kHandshake) {
-    places.push_back({std::string("binding: ") + step.name, Errand::Bind, step.step});
+    places.push_back({std::string("binding: ") + step.name, Operation::Bind, step.step});
   }
   for (const Step& step : kHandshake) {
-    places.push_back({std::string("coming back: ") + step.name, Errand::ComeBack, step.step});
+    places.push_back({std::string("coming back: ") + step.name, Operation::ComeBack, step.step});
   }
-  places.push_back({"ringing: write", Errand::Ring, RoadStep::CommandWrite});
-  places.push_back({"ringing: answer", Errand::Ring, RoadStep::CommandAnswer});
-  places.push_back({"loss distance: write", Errand::SetDistance, RoadStep::DistanceWrite});
-  places.push_back({"signal strength: reading", Errand::ReadSignal, RoadStep::RssiRead});
-  places.push_back({"unbinding: write", Errand::Unbind, RoadStep::CommandWrite});
-  places.push_back({"unbinding: answer", Errand::Unbind, RoadStep::CommandAnswer});
+  places.push_back({"ringing: write", Operation::Ring, Procedure::CommandWrite});
+  places.push_back({"ringing: answer", Operation::Ring, Procedure::CommandAnswer});
+  places.push_back({"loss distance: write", Operation::SetDistance, Procedure::DistanceWrite});
+  places.push_back({"signal strength: reading", Operation::ReadSignal, Procedure::RssiRead});
+  places.push_back({"unbinding: write", Operation::Unbind, Procedure::CommandWrite});
+  places.push_back({"unbinding: answer", Operation::Unbind, Procedure::CommandAnswer});
   return places;
 }
 
 }  // namespace
 
 bool Place::isAnswer() const {
-  return step == RoadStep::BindAnswer || step == RoadStep::CommandAnswer;
+  return step == Procedure::BindAnswer || step == Procedure::CommandAnswer;
 }
 
 int Place::cipherCall() const {
   switch (step) {
-    case RoadStep::OpeningRead:
-    case RoadStep::CommandWrite:
+    case Procedure::OpeningRead:
+    case Procedure::CommandWrite:
       return 1;
-    case RoadStep::TokenWrite:
-    case RoadStep::CommandAnswer:
+    case Procedure::TokenWrite:
+    case Procedure::CommandAnswer:
       return 2;
-    case RoadStep::BindWrite:
+    case Procedure::BindWrite:
       return 3;
-    case RoadStep::BindAnswer:
+    case Procedure::BindAnswer:
       return 4;
     default:
       return 0;

@@ -1,4 +1,4 @@
-// Every fault at every step of the road: what the application sees, and that the tag is usable
+// Every fault at every step: what the application sees, and that the tag is usable
 // again afterwards. docs/faults.md is what is expected; with KVFOB_FAULTS=FILE the run writes it.
 #include <gtest/gtest.h>
 
@@ -14,9 +14,11 @@ namespace {
 
 constexpr const char* kHeading = R"(# What goes wrong, and what the application sees
 
-One tag on the simulated radio, one fault at one step of the road, in virtual time. The seconds
-count from the begin of the scan, of the bind request, of the loss of the link or of the command. A
-row follows the tag for two minutes, lets the fault pass, and then rings the bell.
+One tag on the simulated radio, one fault at one step between the scan and an answered command, in
+virtual time. The seconds count from the beginning of the scan, of the bind request, of the loss of
+the link or of the command. A row follows the tag for two minutes, lets the fault pass, and then
+rings the bell. The numbers behind the texts are error codes: 100 to 500 for what the tag refuses
+and for the bind time-out, else those of `KVFobLink/KVBluetoothError.h`.
 
 - **drop**: the link is lost at this step. **silence**: the step is never answered. **refusal**: it
   is answered with an error. **garbage**: what arrives is noise, or not what this kind of tag has.
@@ -46,7 +48,7 @@ std::string rowOf(const Trouble& trouble) {
          " | " + seen + " | " + recovered + ": usable again |";
 }
 
-/// The lines of the page as it is, or the page being written.
+// The lines of the page as it is, or the page being written.
 class Page : public ::testing::Environment {
  public:
   Page() {

@@ -13,9 +13,9 @@ constexpr auto kUnderWay = 100ms;     // how long a step lasts that something el
 constexpr auto kEveryTimeOut = 120s;  // longer than those of binding, requests and attempts
 constexpr auto kAdapterOffFor = 5s;
 
-std::uint8_t commandOf(Errand errand) {
-  if (errand == Errand::Ring) return kBellCommand;
-  return errand == Errand::Unbind ? kRemovePasswordCommand : kBindCommand;
+std::uint8_t commandOf(Operation operation) {
+  if (operation == Operation::Ring) return kBellCommand;
+  return operation == Operation::Unbind ? kRemovePasswordCommand : kBindCommand;
 }
 
 const char* nameOf(std::uint64_t connection) {
@@ -84,7 +84,7 @@ void FaultsWorld::saw(const std::string& what) {
   }
 }
 
-/// "0 s: disconnected, connecting; 30 s: connected, connected"
+// "0 s: disconnected, connecting; 30 s: connected, connected"
 std::string FaultsWorld::account() const {
   std::string text;
   for (const Moment& moment : seen_) {
@@ -103,7 +103,7 @@ KVResultCallback FaultsWorld::result(const char* what) {
 void FaultsWorld::scan() {
   manager_->startScan([this](const KVTrackers& trackers) {
     EXPECT_EQ(trackers.size(), 1U);
-    if (!tracker_) saw("heard");
+    if (!tracker_) saw("found");
     tracker_ = trackers[0];
   });
 }
@@ -113,24 +113,24 @@ void FaultsWorld::bind() {
   manager_->bindingVerify(tracker_, result("bound"));
 }
 
-void FaultsWorld::start(Errand errand) {
-  switch (errand) {
-    case Errand::Scan:
+void FaultsWorld::start(Operation operation) {
+  switch (operation) {
+    case Operation::Scan:
       return scan();
-    case Errand::Bind:
+    case Operation::Bind:
       return bind();
-    case Errand::ComeBack:
+    case Operation::ComeBack:
       return radio_.dropLink(tag_);
-    case Errand::Ring:
+    case Operation::Ring:
       return tracker_->switchBellStatus(/*status=*/true, result("rings"));
-    case Errand::SetDistance:
+    case Operation::SetDistance:
       return tracker_->writeLossDistance(KVDistanceNear, result("done"));
-    case Errand::ReadSignal:
+    case Operation::ReadSignal:
       return tracker_->didValueUpdate([this] {
         saw("reading");
         tracker_->didValueUpdate({});
       });
-    case Errand::Unbind:
+    case Operation::Unbind:
       return manager_->unbindTracker(tag_->address(), result("unbound"));
   }
 }
@@ -156,10 +156,10 @@ void FaultsWorld::switchAdapter() {
 }
 
 void FaultsWorld::arm(const Trouble& trouble) {
-  const RoadStep step = trouble.place.step;
+  const Procedure step = trouble.place.step;
   const bool answer = trouble.place.isAnswer();
   TagBehaviour& tag = tag_->behaviour();
-  CommandBehaviour& command = tag.commands[commandOf(trouble.place.errand)];
+  CommandBehaviour& command = tag.commands[commandOf(trouble.place.operation)];
   const auto at = [&](StepFault fault, std::chrono::nanoseconds after = 0s) {
     tag.steps[step] = {.fault = fault, .times = 1, .after = after};
   };
@@ -173,11 +173,11 @@ void FaultsWorld::arm(const Trouble& trouble) {
         command.status = 1;
         return;
       }
-      return at(step == RoadStep::Connecting ? StepFault::Refuse : StepFault::Fail);
+      return at(step == Procedure::Connecting ? StepFault::Refuse : StepFault::Fail);
     case Fault::Garbage:
       if (answer) command.fault = AnswerFault::Corrupt;
-      if (step == RoadStep::ServiceDiscovery) tag.commandService = false;
-      if (step == RoadStep::CharacteristicDiscovery) tag.commandCharacteristics = 0;
+      if (step == Procedure::ServiceDiscovery) tag.commandService = false;
+      if (step == Procedure::CharacteristicDiscovery) tag.commandCharacteristics = 0;
       return at(StepFault::Delay, kUnderWay);
     case Fault::Duplicate:
       if (answer) {
@@ -187,7 +187,7 @@ void FaultsWorld::arm(const Trouble& trouble) {
       return at(StepFault::Delay, kUnderWay);
     case Fault::Reorder:
       // The answer comes before the write that asks for it is confirmed.
-      tag.steps[step == RoadStep::BindAnswer ? RoadStep::BindWrite : RoadStep::CommandWrite] = {
+      tag.steps[step == Procedure::BindAnswer ? Procedure::BindWrite : Procedure::CommandWrite] = {
           .fault = StepFault::Delay, .times = 1, .after = 1s};
       return;
     case Fault::AdapterOff:
@@ -197,7 +197,7 @@ void FaultsWorld::arm(const Trouble& trouble) {
   }
 }
 
-/// What happens once the step is under way.
+// What happens once the step is under way.
 void FaultsWorld::strike(const Trouble& trouble) {
   const auto armed = tag_->behaviour().steps.find(trouble.place.step);
   if (armed == tag_->behaviour().steps.end()) return;
@@ -208,20 +208,20 @@ void FaultsWorld::strike(const Trouble& trouble) {
 }
 
 std::string FaultsWorld::run(const Trouble& trouble) {
-  const Errand errand = trouble.place.errand;
-  if (errand != Errand::Scan) hear();
-  if (errand > Errand::Bind) {
+  const Operation operation = trouble.place.operation;
+  if (operation != Operation::Scan) find();
+  if (operation > Operation::Bind) {
     bind();
     radio_.clock().runUntil([this] { return tracker_->bound(); });
   }
   recording_ = true;
   since_ = radio_.clock().now();
-  if (errand == Errand::Scan) {
+  if (operation == Operation::Scan) {
     scan();
     armScan(trouble.fault);
   } else {
     arm(trouble);
-    start(errand);
+    start(operation);
     strike(trouble);
   }
   radio_.clock().runFor(kEveryTimeOut);
@@ -229,7 +229,7 @@ std::string FaultsWorld::run(const Trouble& trouble) {
   return account();
 }
 
-void FaultsWorld::hear() {
+void FaultsWorld::find() {
   tracker_.reset();
   scan();
   EXPECT_TRUE(radio_.clock().runUntil([this] { return tracker_ != nullptr; }));
@@ -256,7 +256,7 @@ std::string FaultsWorld::recover() {
     radio_.clock().runFor(kEveryTimeOut);
     return works() ? "when the application drops the link" : "never";
   }
-  if (!tracker_ || !manager_->existTracker(tag_->address(), /*bind=*/false)) hear();
+  if (!tracker_ || !manager_->existTracker(tag_->address(), /*bind=*/false)) find();
   bind();
   radio_.clock().runFor(kEveryTimeOut);
   return works() ? "at the next bind request" : "never";

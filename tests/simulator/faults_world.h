@@ -17,18 +17,18 @@ inline constexpr const char* kFaultNames[] = {"drop",        "silence",       "r
                                               "adapter off", "cipher failure"};
 
 /// What the application is at when the fault comes.
-enum class Errand { Scan, Bind, ComeBack, Ring, SetDistance, ReadSignal, Unbind };
+enum class Operation { Scan, Bind, ComeBack, Ring, SetDistance, ReadSignal, Unbind };
 
 struct Place {
   /// Whether the tag's answer to a command is at stake here.
   bool isAnswer() const;
-  /// Which of the library's calls of the cipher serves this step, from the begin of the errand; 0
-  /// is none.
+  /// Which of the library's calls of the cipher serves this step, from the beginning of the
+  /// operation; 0 is none.
   int cipherCall() const;
 
   std::string name;
-  Errand errand;
-  RoadStep step;
+  Operation operation;
+  Procedure step;
 };
 
 struct Trouble {
@@ -62,8 +62,8 @@ class FaultsWorld {
   FaultsWorld(const FaultsWorld&) = delete;
   FaultsWorld& operator=(const FaultsWorld&) = delete;
 
-  /// Goes on the errand, with the trouble in its way, for long enough that every time-out is over.
-  /// Returns what the application saw, each with the second in which it did.
+  /// Carries the operation out, with the trouble in its way, for long enough that every time-out is
+  /// over. Returns what the application saw, each with the second in which it did.
   std::string run(const Trouble& trouble);
 
   /// Lets the fault pass and uses the tag. Returns what that took.
@@ -71,9 +71,9 @@ class FaultsWorld {
 
  private:
   void scan();
-  void hear();
+  void find();
   void bind();
-  void start(Errand errand);
+  void start(Operation operation);
   void armScan(Fault fault);
   void switchAdapter();
   void arm(const Trouble& trouble);

@@ -51,14 +51,14 @@ const Knob kKnobs[] = {
     {"NoSecondService", [](TagBehaviour& b) { b.secondService = false; }, kGood},
     {"ConnectFailsThrice",
      [](TagBehaviour& b) {
-       b.steps[RoadStep::Connecting] = {StepFault::Fail, 3};
+       b.steps[Procedure::Connecting] = {StepFault::Fail, 3};
      },
      kGood},
-    {"ConnectNever", [](TagBehaviour& b) { b.steps[RoadStep::Connecting] = {StepFault::Fail}; },
+    {"ConnectNever", [](TagBehaviour& b) { b.steps[Procedure::Connecting] = {StepFault::Fail}; },
      kTimedOut},
     {"TokenConfirmedLate",
      [](TagBehaviour& b) {
-       b.steps[RoadStep::TokenWrite] = {StepFault::Delay, 1, 5s};
+       b.steps[Procedure::TokenWrite] = {StepFault::Delay, 1, 5s};
      },
      kGood},
 };

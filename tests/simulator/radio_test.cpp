@@ -1,11 +1,9 @@
 // The simulated radio against what the port promises, seen by a central that writes down its
 // events.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
+#include <array>
 #include <thread>
 
-#include "KVFobSimulator/KVFobSimulator.h"
+#include "tests/simulator/radio_world.h"
 
 namespace kvsim {
 namespace {
@@ -13,120 +11,6 @@ namespace {
 using namespace std::chrono_literals;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using Lines = std::vector<std::string>;
-
-std::string outcome(const std::optional<KVError>& error) { return error ? " failed" : ""; }
-
-/// Writes its events down; `after`, if set, is called at the end of each.
-class Witness final : public KVCentralDelegate, public KVPeripheralDelegate {
- public:
-  void centralManagerDidUpdateState(KVCentral& central) override {
-    note("state " + std::to_string(central.state()));
-  }
-  void didDiscoverPeripheral(KVCentral&, const std::shared_ptr<KVPeripheral>& peripheral,
-                             const KVAdvertisement& advertisement,
-                             std::optional<std::int64_t> rssi) override {
-    found = peripheral;
-    ++adverts;
-    lastRssi = rssi;
-    const KVBytes frame = advertisement.serviceData[0].value;
-    heard.emplace_back(frame[8]);
-    if (noteAdverts) note("advert " + std::to_string(rssi.value_or(0)));
-  }
-  void didConnectPeripheral(KVCentral&, const std::shared_ptr<KVPeripheral>& p) override {
-    note("connect " + std::to_string(p->state()));
-  }
-  void didFailToConnectPeripheral(KVCentral&, const std::shared_ptr<KVPeripheral>& p,
-                                  const std::optional<KVError>&) override {
-    note("refused " + std::to_string(p->state()));
-  }
-  void didDisconnectPeripheral(KVCentral&, const std::shared_ptr<KVPeripheral>& p,
-                               const std::optional<KVError>& error) override {
-    note("disconnect " + std::to_string(p->state()) + outcome(error));
-  }
-  void didDiscoverServices(KVPeripheral& p, const std::optional<KVError>& error) override {
-    note("services " + std::to_string(p.services().size()) + outcome(error));
-  }
-  void didDiscoverCharacteristicsForService(KVPeripheral&, KVService& service,
-                                            const std::optional<KVError>& error) override {
-    note("characteristics " + std::to_string(service.characteristics().size()) + outcome(error));
-  }
-  void didUpdateValueForCharacteristic(KVPeripheral&,
-                                       const std::shared_ptr<KVCharacteristic>& characteristic,
-                                       const std::optional<KVError>& error) override {
-    const auto& value = characteristic->value();
-    note("value " + (value ? std::to_string(value->size()) : "absent") + outcome(error));
-  }
-  void didWriteValueForCharacteristic(KVPeripheral&, const std::shared_ptr<KVCharacteristic>&,
-                                      const std::optional<KVError>& error) override {
-    note("written" + outcome(error));
-  }
-  void didReadRSSI(KVPeripheral&, std::optional<std::int64_t> rssi,
-                   const std::optional<KVError>& error) override {
-    note("rssi " + (rssi ? std::to_string(*rssi) : "absent") + outcome(error));
-  }
-
-  Lines took() { return std::exchange(lines, {}); }
-
-  bool noteAdverts = false;
-  unsigned adverts = 0;
-  std::optional<std::int64_t> lastRssi;
-  std::vector<std::uint8_t> heard;
-  std::shared_ptr<KVPeripheral> found;
-  std::function<void(const std::string&)> after;
-
- private:
-  void note(std::string line) {
-    lines.push_back(line);
-    const auto then = after;
-    if (then) then(line);
-  }
-  Lines lines;
-};
-
-struct World {
-  explicit World(SimulatedRadioOptions options = {}) : radio(std::move(options)) {
-    central = radio.platform()->radio->makeCentral(*witness, radio.platform()->eventQueue);
-  }
-
-  /// Hears the tag and has its peripheral.
-  KVPeripheral& find() {
-    radio.clock().runUntilIdle();
-    central->scanForPeripherals({}, /*allowDuplicates=*/false);
-    EXPECT_TRUE(radio.clock().runUntil([&] { return witness->found != nullptr; }));
-    central->stopScan();
-    witness->found->setDelegate(std::shared_ptr<KVPeripheralDelegate>(witness));
-    witness->took();
-    return *witness->found;
-  }
-
-  KVPeripheral& link() {
-    KVPeripheral& peripheral = find();
-    central->connectPeripheral(witness->found);
-    EXPECT_TRUE(radio.clock().runUntilIdle());
-    EXPECT_THAT(witness->took(), ElementsAre("connect 2"));
-    return peripheral;
-  }
-
-  Lines runFor(std::chrono::nanoseconds time) {
-    radio.clock().runFor(time);
-    return witness->took();
-  }
-
-  std::shared_ptr<KVCharacteristic> commandCharacteristic() {
-    KVPeripheral& p = *witness->found;
-    p.discoverServices();
-    radio.clock().runUntilIdle();
-    p.discoverCharacteristics(p.services()[0]);
-    radio.clock().runUntilIdle();
-    witness->took();
-    return p.services()[0]->characteristics().at(0);
-  }
-
-  SimulatedRadio radio;
-  std::shared_ptr<Witness> witness = std::make_shared<Witness>();
-  std::shared_ptr<KVCentral> central;
-};
 
 TEST(SimulatedRadioTest, WhatATagOffersAndHowLongItTakes) {
   World world;
@@ -140,17 +24,17 @@ TEST(SimulatedRadioTest, WhatATagOffersAndHowLongItTakes) {
   const auto distance = p.services()[1]->characteristics()[0];
   p.readValue(p.services()[0]->characteristics()[0]);
   p.readValue(p.services()[2]->characteristics()[0]);
-  p.writeValue(KVData{1}, distance, KVWriteType::withResponse);
-  p.writeValue(KVData{1, 2}, distance, KVWriteType::withResponse);
-  EXPECT_THAT(world.runFor(1s), ElementsAre("value 16", "value 11", "written", "written failed"));
+  p.writeValue(KVData{1}, distance, KVWriteType::WithResponse);
+  p.writeValue(KVData{1, 2}, distance, KVWriteType::WithResponse);
+  EXPECT_THAT(world.runFor(1s), ElementsAre("value 16", "value 11", "written", "written 1113"));
 }
 
 TEST(SimulatedRadioTest, AttemptsThatFailAreSpaced) {
   World world;
   const auto tag = world.radio.addTag();
   world.find();
-  tag->behaviour().steps[RoadStep::Connecting] = {StepFault::Fail, 1000};
-  const unsigned& left = tag->behaviour().steps[RoadStep::Connecting].times;
+  tag->behaviour().steps[Procedure::Connecting] = {StepFault::Fail, 1000};
+  const unsigned& left = tag->behaviour().steps[Procedure::Connecting].times;
   world.central->connectPeripheral(world.witness->found);
   world.runFor(700ms);
   EXPECT_GE(left, 997U);
@@ -159,22 +43,89 @@ TEST(SimulatedRadioTest, AttemptsThatFailAreSpaced) {
   EXPECT_GE(1000 - left, 600U / 6);
   EXPECT_LE(1000 - left, 600U / 3);
   // Whoever asks again at once when a request fails for good is slowed down all the same.
-  tag->behaviour().steps[RoadStep::Connecting] = {StepFault::Refuse, 1000};
+  tag->behaviour().steps[Procedure::Connecting] = {StepFault::Refuse, 1000};
   world.witness->after = [&](const std::string&) {
     world.central->connectPeripheral(world.witness->found);
   };
   EXPECT_LE(world.runFor(10min).size(), 200U);
-  EXPECT_LE(1000 - tag->behaviour().steps[RoadStep::Connecting].times, 200U);
+  EXPECT_LE(1000 - tag->behaviour().steps[Procedure::Connecting].times, 200U);
 }
 
-TEST(SimulatedRadioTest, MuteTagLosesItsLinkAfterThirtySeconds) {
+TEST(SimulatedRadioTest, LinkThatIsNotAnsweredIsGivenUpAfterThirtySeconds) {
   World world;
   const auto tag = world.radio.addTag();
   KVPeripheral& p = world.link();
-  tag->behaviour().steps[RoadStep::ServiceDiscovery] = {StepFault::Mute};
+  tag->behaviour().steps[Procedure::ServiceDiscovery] = {StepFault::Mute};
   p.discoverServices();
   EXPECT_THAT(world.runFor(30s), IsEmpty());
-  EXPECT_THAT(world.runFor(1s), ElementsAre("disconnect 0 failed"));
+  EXPECT_THAT(world.runFor(8ms), ElementsAre("disconnect 0 1003"));
+}
+
+struct Cause {
+  const char* name;
+  void (*strike)(SimulatedRadio& radio, const std::shared_ptr<VirtualTag>& tag);
+  const char* event;  // what becomes of a read that is under way
+};
+
+const Cause kCauses[] = {
+    {"LinkDropped", [](auto& radio, const auto& tag) { radio.dropLink(tag); }, "disconnect 0 1001"},
+    {"TagRemoved", [](auto& radio, const auto& tag) { radio.removeTag(tag); }, "disconnect 0 1001"},
+    {"TagDropsTheLink",
+     [](auto&, const auto& tag) {
+       tag->behaviour().steps[Procedure::OpeningRead] = {StepFault::Drop, 1, 1s};
+     },
+     "disconnect 0 1001"},
+    {"TagOutOfRange", [](auto& radio, const auto& tag) { radio.setInRange(tag, false); },
+     "disconnect 0 1001"},
+    {"AdapterOff",
+     [](auto& radio, const auto&) { radio.setAdapterState(KVCentralStatePoweredOff); },
+     "disconnect 0 1002"},
+    {"TagMute",
+     [](auto&, const auto& tag) {
+       tag->behaviour().steps[Procedure::OpeningRead] = {StepFault::Mute};
+     },
+     "disconnect 0 1003"},
+    {"AttributesChanged", [](auto&, const auto& tag) { tag->behaviour().commandService = false; },
+     "disconnect 0 1003"},
+    {"ReadFails",
+     [](auto&, const auto& tag) {
+       tag->behaviour().steps[Procedure::OpeningRead] = {StepFault::Fail};
+     },
+     "value absent 1114"},
+    {"ReadFailsWithTheGreatestError",
+     [](auto&, const auto& tag) {
+       tag->behaviour().steps[Procedure::OpeningRead] = {.fault = StepFault::Fail,
+                                                         .attError = 0xFF};
+     },
+     "value absent 1355"},
+};
+
+class Causes : public ::testing::TestWithParam<Cause> {};
+
+TEST_P(Causes, HaveTheCodesThatEveryRadioReports) {
+  World world;
+  const auto tag = world.radio.addTag();
+  KVPeripheral& p = world.link();
+  p.readValue(world.commandCharacteristic());
+  GetParam().strike(world.radio, tag);
+  Lines lines = world.runFor(1min);
+  std::erase(lines, "state 4");
+  EXPECT_THAT(lines, ElementsAre(GetParam().event));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Causes, ::testing::ValuesIn(kCauses),
+                         [](const auto& cause) { return std::string(cause.param.name); });
+
+TEST(SimulatedRadioTest, RefusedConnectionFailsForGood) {
+  World world;
+  const auto tag = world.radio.addTag();
+  world.find();
+  tag->behaviour().steps[Procedure::Connecting] = {StepFault::Refuse, 1, 2s};
+  world.central->connectPeripheral(world.witness->found);
+  EXPECT_THAT(world.runFor(2s), IsEmpty());
+  EXPECT_THAT(world.runFor(1min), ElementsAre("refused 0 1005"));
+  world.central->connectPeripheral(world.witness->found);
+  EXPECT_THAT(world.runFor(1min), ElementsAre("connect 2"));
 }
 
 TEST(SimulatedRadioTest, OutOfRangeAndBack) {
@@ -189,13 +140,13 @@ TEST(SimulatedRadioTest, OutOfRangeAndBack) {
   EXPECT_THAT(world.runFor(1s), ElementsAre("value 16")) << "the radio sends it again";
   world.radio.setRssi(tag, -101);
   EXPECT_THAT(world.runFor(4s), IsEmpty());
-  EXPECT_THAT(world.runFor(1s), ElementsAre("disconnect 0 failed"));
+  EXPECT_THAT(world.runFor(1s), ElementsAre("disconnect 0 1001"));
   world.central->connectPeripheral(world.witness->found);
   EXPECT_THAT(world.runFor(1h), IsEmpty());
   world.radio.setRssi(tag, -100);
   EXPECT_THAT(world.runFor(7s), ElementsAre("connect 2"));
   world.radio.removeTag(tag);
-  EXPECT_THAT(world.runFor(1s), ElementsAre("disconnect 0 failed"));
+  EXPECT_THAT(world.runFor(1s), ElementsAre("disconnect 0 1001"));
   EXPECT_EQ(world.radio.tagCount(), 0U);
 }
 
@@ -213,8 +164,8 @@ TEST(SimulatedRadioTest, SignalFollowsThePath) {
   EXPECT_THAT(readAt(9s), ElementsAre("rssi -40"));
   EXPECT_THAT(readAt(15s), ElementsAre("rssi -60"));
   EXPECT_THAT(readAt(30s), ElementsAre("rssi -80"));
-  tag->behaviour().steps[RoadStep::RssiRead] = {StepFault::Fail, 1};
-  EXPECT_THAT(readAt(31s), ElementsAre("rssi absent failed"));
+  tag->behaviour().steps[Procedure::RssiRead] = {StepFault::Fail, 1};
+  EXPECT_THAT(readAt(31s), ElementsAre("rssi absent 1004"));
   EXPECT_THAT(readAt(32s), ElementsAre("rssi -80"));
 }
 
@@ -222,30 +173,39 @@ TEST(SimulatedRadioTest, ScansFilterAndRepeat) {
   World world({.advertisingDelay = 0ns});
   const auto tag = world.radio.addTag();
   world.runFor(0s);
-  const auto heardWith = [&](std::vector<KVUUID> services, bool duplicates) {
+  const auto reportsOf = [&](std::vector<KVUUID> services, bool duplicates) {
     world.witness->adverts = 0;
     world.central->scanForPeripherals(services, duplicates);
     world.runFor(10s);
     return world.witness->adverts;
   };
-  EXPECT_EQ(heardWith({}, true), 10U);
-  EXPECT_EQ(heardWith({KVUUID(0xFFE1)}, true), 10U);
-  EXPECT_EQ(heardWith({KVUUID(0x180F)}, true), 0U);
-  EXPECT_EQ(heardWith({}, false), 1U);
+  EXPECT_EQ(reportsOf({}, true), 10U);
+  EXPECT_EQ(reportsOf({KVUUID(0xFFE1)}, true), 10U);
+  EXPECT_EQ(reportsOf({KVUUID(0x180F)}, true), 0U);
+  EXPECT_EQ(reportsOf({}, false), 1U);
+  EXPECT_EQ(reportsOf({}, false), 1U) << "once in each scan";
   world.radio.setAir({.lost = 1});
-  EXPECT_EQ(heardWith({}, true), 0U);
+  EXPECT_EQ(reportsOf({}, true), 0U);
   world.radio.advertise(tag);
   world.radio.advertise(tag, {{KVUUID(0x180F), KVData(9, 0x55)}}, std::nullopt);
   world.runFor(0s);
   EXPECT_EQ(world.witness->adverts, 2U);
-  EXPECT_EQ(world.witness->heard.back(), 0x55);
+  const KVUUID battery(0x180F);
+  world.central->scanForPeripherals({&battery, 1}, /*allowDuplicates=*/true);
+  world.radio.advertise(tag, {{KVUUID(0x180A), {}}, {battery, {}}}, std::nullopt);
+  world.radio.advertise(tag);
+  world.runFor(0s);
+  EXPECT_EQ(world.witness->adverts, 3U) << "only what has such service data";
+  world.radio.advertise(tag, {{battery, KVData(9, 0x55)}}, std::nullopt);
+  world.runFor(0s);
+  EXPECT_EQ(world.witness->lastData, KVData(9, 0x55));
   EXPECT_FALSE(world.witness->lastRssi);
   world.radio.setAir({.duplicated = 1});
-  EXPECT_EQ(heardWith({}, true), 20U);
+  EXPECT_EQ(reportsOf({}, true), 20U);
   // The same tag under another radio address.
   const auto before = world.witness->found;
   world.radio.placeTag(tag);
-  EXPECT_EQ(heardWith({}, true), 20U);
+  EXPECT_EQ(reportsOf({}, true), 20U);
   EXPECT_FALSE(before->isEqual(*world.witness->found));
 }
 
@@ -270,12 +230,125 @@ TEST(SimulatedRadioTest, TwoCentralsAndOneTag) {
             KVPeripheralStateConnected + KVPeripheralStateConnecting);
 }
 
+TEST(SimulatedRadioTest, TagsCostNothingWhileNobodyScans) {
+  World world;
+  world.radio.addTag();
+  const auto platform = world.radio.platform();
+  Witness other;
+  auto second = platform->radio->makeCentral(other, platform->eventQueue);
+  world.runFor(0s);
+  const auto tasks = [&] {  // how many run in a minute, plus two
+    unsigned looks = 0;
+    EXPECT_FALSE(world.radio.clock().runUntil([&] { return ++looks == 0; }, 1min));
+    return looks;
+  };
+  EXPECT_EQ(tasks(), 2U);
+  const std::function<void()> kEnds[] = {
+      [&] { world.central->stopScan(); },
+      [&] { world.radio.setAdapterState(KVCentralStatePoweredOff), world.runFor(0s); },
+      [&] { world.central.reset(); },
+  };
+  for (const auto& end : kEnds) {
+    world.radio.setAdapterState(KVCentralStatePoweredOn);
+    world.runFor(0s);
+    world.central->scanForPeripherals({}, /*allowDuplicates=*/true);
+    second->scanForPeripherals({}, /*allowDuplicates=*/true);
+    EXPECT_GT(tasks(), 50U);
+    second->stopScan();
+    EXPECT_GT(tasks(), 50U) << "one scan is left";
+    end();
+    EXPECT_EQ(tasks(), 2U);
+  }
+}
+
+TEST(SimulatedRadioTest, ScanCannotStartWhileTheAdapterIsNotOn) {
+  World world({.adapterState = KVCentralStatePoweredOff});
+  world.radio.addTag();
+  EXPECT_THAT(world.runFor(0s), ElementsAre("state 4"));
+  world.central->scanForPeripherals({}, /*allowDuplicates=*/true);
+  world.radio.setAdapterState(KVCentralStateUnauthorized);
+  world.radio.setAdapterState(KVCentralStateUnauthorized);
+  world.radio.setAdapterState(KVCentralStatePoweredOn);
+  EXPECT_THAT(world.runFor(1min), ElementsAre("state 3", "state 5"));
+  EXPECT_EQ(world.witness->adverts, 0U);
+  world.central->scanForPeripherals({}, /*allowDuplicates=*/true);
+  world.runFor(10s);
+  EXPECT_GE(world.witness->adverts, 9U);
+}
+
+TEST(SimulatedRadioTest, CentralSaysSoOnAForeignQueue) {
+  struct Log final : KVLog {
+    void write(std::string_view line) override { lines.emplace_back(line); }
+    Lines lines;
+  };
+  const auto log = std::make_shared<Log>();
+  SimulatedRadio radio({.log = log});
+  Witness witness;
+  const auto own = radio.platform()->radio->makeCentral(witness, radio.platform()->eventQueue);
+  EXPECT_THAT(log->lines, IsEmpty());
+  const auto foreign =
+      radio.platform()->radio->makeCentral(witness, std::make_shared<VirtualEventQueue>());
+  EXPECT_EQ(log->lines.size(), 1U);
+}
+
+TEST(SimulatedRadioTest, TagsThatAreNotOnTheAirAreIgnored) {
+  World world;
+  const auto tag = std::make_shared<VirtualTag>(TagSpec{});
+  for (const auto& absent : {tag, std::shared_ptr<VirtualTag>()}) {
+    world.radio.removeTag(absent);
+    world.radio.setPathLoss(absent, {});
+    world.radio.setRssi(absent, -60);
+    world.radio.setInRange(absent, false);
+    world.radio.advertise(absent);
+    world.radio.advertise(absent, {}, -60);
+    world.radio.dropLink(absent);
+  }
+  world.radio.placeTag(nullptr);
+  world.runFor(0s);
+  EXPECT_EQ(world.radio.tagCount(), 0U);
+  world.radio.placeTag(tag);
+  EXPECT_EQ(world.radio.tagCount(), 1U);
+  KVPeripheral& p = world.link();
+  world.radio.setPathLoss(tag, {});  // no loss at all
+  p.readRSSI();
+  EXPECT_THAT(world.runFor(8ms), ElementsAre("rssi -12"));
+}
+
+TEST(SimulatedRadioTest, RealClockIsNoVirtualOne) {
+  SimulatedRadio radio({.clock = ClockKind::Real});
+  EXPECT_DEATH(radio.clock(), "a radio with a real clock has no virtual one");
+}
+
+TEST(SimulatedRadioTest, ChanceIsTheSeedsAndEachTagsOwn) {
+  const auto draw = [](std::uint64_t seed) {
+    SimulatedRadio radio({.seed = seed});
+    std::array<std::uint8_t, 8> bytes{};
+    radio.platform()->random->fill(bytes);
+    std::vector<KVData> drawn{KVData(bytes.begin(), bytes.end())};
+    class NoLink final : public TagLink {
+      void notify(GattHandle, KVData, std::chrono::nanoseconds) override {}
+      void drop(std::chrono::nanoseconds) override {}
+    } link;
+    for (int i = 0; i < 2; ++i) {
+      const auto tag = radio.addTag();
+      tag->connect(link);
+      drawn.push_back(tag->read(0x0010)->value);  // the opening value
+      tag->disconnect();
+    }
+    return drawn;
+  };
+  const auto first = draw(1);
+  EXPECT_EQ(first, draw(1));
+  EXPECT_NE(first[1], first[2]);
+  for (std::size_t i = 0; i < first.size(); ++i) EXPECT_NE(first[i], draw(2)[i]);
+}
+
 Lines history(std::uint64_t seed) {
   World world({.seed = seed, .air = {.lost = 0.3, .duplicated = 0.2, .rssiJitter = 6}});
   world.witness->noteAdverts = true;
   for (int i = 0; i < 5; ++i) world.radio.addTag();
   const auto flaky = world.radio.addTag();
-  flaky->behaviour().steps[RoadStep::Connecting] = {StepFault::Fail, 6};
+  flaky->behaviour().steps[Procedure::Connecting] = {StepFault::Fail, 6};
   world.runFor(0s);
   world.central->scanForPeripherals({}, /*allowDuplicates=*/true);
   world.radio.clock().runUntil([&] { return world.witness->found != nullptr; });

@@ -92,7 +92,7 @@ class Soak {
     });
   }
 
-  /// Whether the tag took the password; by way of the tracker that the scan has made.
+  // Whether the tag took the password; by way of the tracker that the scan has made.
   bool tryBind(std::size_t i, const char* password) {
     if (!radio_.clock().runUntil([&] { return tracker(i, /*bound=*/false) != nullptr; })) {
       return false;
@@ -124,11 +124,11 @@ class Soak {
   }
   void move(std::size_t i) { radio_.setRssi(tags_[i], -40 - static_cast<int>(pick(50))); }
   void dropInHandshake(std::size_t i) {
-    constexpr RoadStep kSteps[] = {RoadStep::Connecting,  RoadStep::ServiceDiscovery,
-                                   RoadStep::Subscribe,   RoadStep::CharacteristicDiscovery,
-                                   RoadStep::OpeningRead, RoadStep::InformationRead,
-                                   RoadStep::TokenWrite,  RoadStep::BindWrite,
-                                   RoadStep::BindAnswer};
+    constexpr Procedure kSteps[] = {Procedure::Connecting,  Procedure::ServiceDiscovery,
+                                    Procedure::Subscribe,   Procedure::CharacteristicDiscovery,
+                                    Procedure::OpeningRead, Procedure::InformationRead,
+                                    Procedure::TokenWrite,  Procedure::BindWrite,
+                                    Procedure::BindAnswer};
     tags_[i]->behaviour().steps[kSteps[pick(std::size(kSteps))]] = {StepFault::Drop, 1};
     radio_.dropLink(tags_[i]);
   }
@@ -136,8 +136,8 @@ class Soak {
     if (!connected(i)) return;
     const std::size_t fault = pick(4);
     auto& steps = tags_[i]->behaviour().steps;
-    if (fault == 0) steps[RoadStep::CommandWrite] = {StepFault::Drop, 1};
-    if (fault == 1) steps[RoadStep::CommandAnswer] = {StepFault::Drop, 1};
+    if (fault == 0) steps[Procedure::CommandWrite] = {StepFault::Drop, 1};
+    if (fault == 1) steps[Procedure::CommandAnswer] = {StepFault::Drop, 1};
     ++commands_;
     const auto answered = [this](bool success, const auto&) { answers_ += success; };
     switch (pick(4)) {
@@ -151,7 +151,7 @@ class Soak {
         return tracker(i)->writeLossDistance(KVDistanceFar + pick(3), answered);
     }
   }
-  /// At times while a link is being made.
+  // At times while a link is being made.
   void powerCycle(std::size_t i) {
     if (pick(2) == 0) {
       radio_.dropLink(tags_[i]);
@@ -162,7 +162,7 @@ class Soak {
     radio_.setAdapterState(KVCentralStatePoweredOn);
   }
   void press(std::size_t i) { tags_[i]->pressButton(); }
-  /// Somebody else has bound the tag, until he lets go of it.
+  // Somebody else has bound the tag, until he lets go of it.
   void lose(std::size_t i) {
     tags_[i]->behaviour().commands[kBindCommand].status = 1;
     radio_.dropLink(tags_[i]);

@@ -47,7 +47,7 @@ class VirtualTagTest : public ::testing::Test, public TagLink {
     to.subscribe(kCommand, /*enabled=*/true);
   }
 
-  /// Writes a block; the answers that it gets, or the error of the write.
+  // Writes a block; the answers that it gets, or the error of the write.
   std::string write(std::string_view block) {
     sent.clear();
     const auto answer = tag.write(kCommand, bytes(block));
@@ -58,7 +58,9 @@ class VirtualTagTest : public ::testing::Test, public TagLink {
 
   void reachSession() {
     ASSERT_EQ(hex(tag.read(kCommand)->value), "afbb9b0cf5480d678a32e1aa2eb8b75c");
+    // The token: address, client's half, CRC.
     ASSERT_EQ(write("130704d621d110865557d21532511f91"), "");
+    // 00 07 13 "secret", and its answer: 01 02 13 00.
     ASSERT_EQ(write("b65e9a91d30f2004e025106e9b7b13fb"), "3f05c765d8dc040208d8031d1a1dbc36");
   }
 
@@ -70,6 +72,7 @@ class VirtualTagTest : public ::testing::Test, public TagLink {
                  }};
 };
 
+// a1, product, battery, address from its last byte on, transmit power, model.
 TEST_F(VirtualTagTest, Advertisement) {
   EXPECT_EQ(hex(tag.advertisement()), "a10b64f6e5d4c3b2a1f403");
   tag.setBattery(7);
@@ -82,24 +85,32 @@ TEST_F(VirtualTagTest, AnswersCommandsBlockByBlock) {
   reachSession();
   EXPECT_TRUE(tag.state().bound);
   EXPECT_EQ(tag.spec().password, "secret");
-  EXPECT_EQ(write("80eca0b6431b13ee4a46acc3d96cbe4f"), "855c5473c3510d1c3237fc63fb915fc5");
-  EXPECT_TRUE(tag.state().bellRinging);
-  EXPECT_EQ(write("1bbd5d65581e29e0b809df4c020f5303"), "7ea46d07d5746c224fe6d77f608c3faf");
+  struct Exchange {
+    const char* request;  // 00, length, code, payload, fill ee
+    const char* answer;   // 01, 02, code, status, fill
+  };
+  const Exchange kExchanges[] = {
+      // 05 bell: 00 on, 01 off, and 02, which is refused.
+      {"80eca0b6431b13ee4a46acc3d96cbe4f", "855c5473c3510d1c3237fc63fb915fc5"},
+      {"1bbd5d65581e29e0b809df4c020f5303", "7ea46d07d5746c224fe6d77f608c3faf"},
+      {"867b2eefb2c0b9facc055d3d23cdb59d", "bb48e838e482e97ab91afa7656cfe18d"},
+      // 1e loss alert: 00 on.
+      {"582445d29f6f992ac4441493e36c91c1", "22f203ca514fe7206e9e2abea449396c"},
+      // 20 loss delay: 58 1b is 7000; 59 1b is 7001, which is refused.
+      {"1f709005c26ccc076e53797ef7c00565", "ee086501285ac9e4341b60a20c7f466f"},
+      {"1e3fb009a6aeb969b1186d31e61d2386", "066e85a61205c006daefdb6679ed72e7"},
+      // 63 is no command: refused.
+      {"4e27fa842223f81831c9667d2cc6ffde", "8913f3b628cd0c8b87ca8b9af8a7cc8b"},
+      // 14 remove the password: 00.
+      {"11d1fb9c546ab4970e12c8e33600ef22", "459e063531ae34c374c0571ee07101bc"},
+  };
+  for (const Exchange& each : kExchanges) EXPECT_EQ(write(each.request), each.answer);
   EXPECT_FALSE(tag.state().bellRinging);
-  // The bell has no state 02: refused.
-  EXPECT_EQ(write("867b2eefb2c0b9facc055d3d23cdb59d"), "bb48e838e482e97ab91afa7656cfe18d");
-  EXPECT_EQ(write("582445d29f6f992ac4441493e36c91c1"), "22f203ca514fe7206e9e2abea449396c");
   EXPECT_TRUE(tag.state().alertOn);
-  EXPECT_EQ(write("1f709005c26ccc076e53797ef7c00565"), "ee086501285ac9e4341b60a20c7f466f");
   EXPECT_EQ(tag.state().lossDelay, 7000);
-  // 7001, and command 99: refused.
-  EXPECT_EQ(write("1e3fb009a6aeb969b1186d31e61d2386"), "066e85a61205c006daefdb6679ed72e7");
-  EXPECT_EQ(tag.state().lossDelay, 7000);
-  EXPECT_EQ(write("4e27fa842223f81831c9667d2cc6ffde"), "8913f3b628cd0c8b87ca8b9af8a7cc8b");
-  EXPECT_EQ(write("11d1fb9c546ab4970e12c8e33600ef22"), "459e063531ae34c374c0571ee07101bc");
   EXPECT_FALSE(tag.state().passwordSet);
   sent.clear();
-  tag.pressButton();
+  tag.pressButton();  // 01, 02, 0d, 01, fill
   EXPECT_EQ(sent, std::vector<std::string>{"29e696812902799aecd30c9c1769e94f"});
   EXPECT_EQ(tag.state().commands.at(kBellCommand), 3U);
 }
@@ -142,6 +153,7 @@ TEST_F(VirtualTagTest, NoiseChangesNothing) {
   EXPECT_EQ(tag.state().rejected, 4U);
   EXPECT_EQ(write("80eca0b6431b13ee4a46acc3d96cbe4f").size(), 32U);
   EXPECT_TRUE(tag.state().bellRinging);
+  // The distance byte: ec is -20. Attributes: 0040 distance, 0050 model number.
   EXPECT_EQ(tag.write(0x0040, bytes("ec"))->attError, 0);
   EXPECT_EQ(tag.state().distance, -20);
   EXPECT_NE(tag.write(0x0040, bytes("ec00"))->attError, 0);
@@ -170,17 +182,17 @@ TEST_F(VirtualTagTest, FaultyAnswersAsTheyLookOnTheAir) {
 }
 
 TEST_F(VirtualTagTest, DropsAndDiesInsideItsObserver) {
-  tag.behaviour().steps[RoadStep::Subscribe] = {.fault = StepFault::Drop, .times = 1};
+  tag.behaviour().steps[Procedure::Subscribe] = {.fault = StepFault::Drop, .times = 1};
   EXPECT_FALSE(tag.subscribe(kCommand, /*enabled=*/true));
   EXPECT_EQ(drops, 1);
   EXPECT_TRUE(tag.subscribe(kCommand, /*enabled=*/true));
-  std::string heard;
+  std::string told;
   tag.setObserver([&](const TagEvent& event) {
     tag.setObserver(nullptr);
-    heard = event.text + " " + hex(event.plain);
+    told = event.text + " " + hex(event.plain);
   });
   tag.read(kCommand);
-  EXPECT_EQ(heard, "opening value with the tag's half of the key 000102030405060708090a0b0c0d0e0f");
+  EXPECT_EQ(told, "opening value with the tag's half of the key 000102030405060708090a0b0c0d0e0f");
 }
 
 }  // namespace

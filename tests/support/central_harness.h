@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "KVFobLink/KVBluetoothError.h"
 #include "KVFobLink/KVPlatform.h"
 
 namespace kvtest {
@@ -59,6 +60,9 @@ class CentralHarness {
   virtual void dropLink(std::size_t tag) = 0;
   /// A mute tag answers no read and no write, not even once it is no longer mute.
   virtual void setMute(std::size_t tag, bool mute) = 0;
+  /// From now on the tag answers each read and write with this error of the Attribute Protocol,
+  /// or, with 0, as it should.
+  virtual void refuse(std::size_t tag, std::uint8_t attError) = 0;
   /// Sends a notification to whoever is subscribed.
   virtual void notify(std::size_t tag, KVBytes value) = 0;
   /// Whether the tag had a subscriber when it was last read.
@@ -71,6 +75,14 @@ class CentralHarness {
   /// A value that tags accept when it is written.
   virtual KVData acceptedValue() const = 0;
 };
+
+/// How an event with an error is written down.
+inline std::string withCode(const std::string& event, std::int64_t code) {
+  return event + ' ' + std::to_string(code);
+}
+inline const std::string kLinkLost = withCode("disconnected", KVBluetoothErrorLinkLost);
+inline const std::string kAdapterLost = withCode("disconnected", KVBluetoothErrorAdapterLost);
+inline const std::string kLinkGivenUp = withCode("disconnected", KVBluetoothErrorLinkGivenUp);
 
 /// Writes down all events as short texts, and fails on one inside a request or another event.
 class EventRecorder : public KVCentralDelegate, public KVPeripheralDelegate {
@@ -132,7 +144,7 @@ class EventRecorder : public KVCentralDelegate, public KVPeripheralDelegate {
     EXPECT_FALSE(inRequest) << text << " inside a request";
     EXPECT_FALSE(inEvent_) << text << " inside an event";
     EXPECT_EQ(std::this_thread::get_id(), thread_);
-    if (error) text += " error";
+    if (error) text = withCode(text, error->code);
     events.push_back(text);
     if (!hook) return;
     inEvent_ = true;

@@ -17,12 +17,6 @@ inline constexpr auto kOtherFrame = "a10c32 0f0e0d0c0b0a 04";
 
 class ManagerTest : public CoreTest {
  protected:
-  /// A bind request makes a ring: the manager, the tracker, its callback, the manager.
-  void TearDown() override {
-    CoreTest::TearDown();
-    if (manager != nullptr) manager->removeAllTrackers();
-  }
-
   /// Delivers one advertisement; each value is the service data of one more service.
   void hear(const std::shared_ptr<KVPeripheral>& from, const std::vector<std::string>& values,
             std::optional<std::int64_t> rssi = -60) {

@@ -33,10 +33,7 @@ class CoreTest : public ::testing::Test {
     set->log = std::make_shared<FakeLog>(journal);
     KVPlatform::setCurrent(set);
   }
-  ~CoreTest() override {
-    queue->clear();  // a task may hold a tracker, which holds the platform
-    KVPlatform::setCurrent(nullptr);
-  }
+  ~CoreTest() override { KVPlatform::setCurrent(nullptr); }
 
   /// What a test has not asked about must not have happened.
   void TearDown() override { EXPECT_EQ(took(), Lines{}); }

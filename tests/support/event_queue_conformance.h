@@ -39,13 +39,13 @@ TYPED_TEST_SUITE_P(EventQueueConformance);
 
 TYPED_TEST_P(EventQueueConformance, TasksRunInOrderOfDueTimeThenOfPosting) {
   auto& queue = *this->held;
-  queue.postAfter(3ms, this->note("3a"));
-  queue.postAfter(1ms, this->note("1"));
+  queue.postAfter(60ms, this->note("3a"));  // far apart, should this thread be held up in between
+  queue.postAfter(20ms, this->note("1"));
   queue.post(this->note("0a"));
   queue.postAfter(-5ms, this->note("0b"));
-  queue.postAfter(2ms, this->note("2"));
+  queue.postAfter(40ms, this->note("2"));
   queue.post(this->note("0c"));
-  queue.runFor(20ms);
+  queue.runFor(80ms);
   EXPECT_THAT(this->log, testing::ElementsAre("0a", "0b", "0c", "1", "2", "3a"));
 }
 
@@ -201,7 +201,8 @@ TYPED_TEST_P(EventQueueConformance, OtherThreadsPostCancelAndStop) {
   std::thread two([&] {
     produce();
     one.join();
-    queue.stop();
+    while (this->readable()) std::this_thread::yield();
+    queue.stop();  // of a run that waits by now
   });
   queue.run();
   two.join();
@@ -223,6 +224,24 @@ TYPED_TEST_P(EventQueueConformance, WhatIsQueuedIsDroppedWithTheQueue) {
   EXPECT_TRUE(this->log.empty());
 }
 
+TYPED_TEST_P(EventQueueConformance, LastReferenceDroppedInsideATask) {
+  using Use = void (*)(KVEventQueue&);
+  for (const Use use : {Use([](KVEventQueue& queue) { queue.dispatch(); }),
+                        Use([](KVEventQueue& queue) { queue.run(); }),
+                        Use([](KVEventQueue& queue) { queue.runFor(1h); })}) {
+    auto queue = TypeParam::make();
+    KVEventQueue* raw = queue.get();
+    const std::weak_ptr<KVEventQueue> weak = queue;
+    raw->post([&] {
+      queue.reset();
+      this->log.push_back("dropped");
+    });
+    use(*raw);  // returns: nobody is left who could stop it
+    EXPECT_TRUE(weak.expired());
+  }
+  EXPECT_EQ(this->log.size(), 3U);
+}
+
 REGISTER_TYPED_TEST_SUITE_P(EventQueueConformance, TasksRunInOrderOfDueTimeThenOfPosting,
                             TaskNeverRunsBeforeItsTime, DispatchLeavesWhatIsPostedMeanwhile,
                             DescriptorIsReadableExactlyWhileThereIsWork,
@@ -230,7 +249,7 @@ REGISTER_TYPED_TEST_SUITE_P(EventQueueConformance, TasksRunInOrderOfDueTimeThenO
                             TaskCancelsOthersOfTheSameRound,
                             ManyCancelledDelaysLeaveTheOthersInOrder, NestedDispatchAndRunDoNothing,
                             StopEndsTheRunAfterTheCurrentTask, OtherThreadsPostCancelAndStop,
-                            WhatIsQueuedIsDroppedWithTheQueue);
+                            WhatIsQueuedIsDroppedWithTheQueue, LastReferenceDroppedInsideATask);
 
 }  // namespace kvtest
 

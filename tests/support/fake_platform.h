@@ -65,7 +65,6 @@ class FakeQueue final : public KVEventQueue {
   }
   Duration now() const override { return now_; }
   std::size_t pending() const { return tasks_.size(); }
-  void clear() { tasks_.clear(); }
 
  private:
   std::size_t advanceTo(Duration end) {

@@ -38,7 +38,7 @@ class FakePeripheral final : public KVPeripheral {
   }
   void writeValue(const std::optional<KVData>& value, const std::shared_ptr<KVCharacteristic>& c,
                   KVWriteType type) override {
-    if (!value || c == nullptr || type != KVWriteType::withResponse) return;
+    if (!value || c == nullptr || type != KVWriteType::WithResponse) return;
     note("write " + shortName(c->uuid()) + " " + hex(*value));
   }
   void readRSSI() override { note("read rssi"); }
@@ -105,8 +105,10 @@ class FakeCentral final : public KVCentral {
   void cancelPeripheralConnection(const std::shared_ptr<KVPeripheral>& p) override {
     if (p != nullptr) journal_->add("cancel " + p->identifier());
   }
+  void close() override { closed = true; }
 
   std::int64_t adapterState = KVCentralStateUnknown;
+  bool closed = false;
 
  private:
   std::shared_ptr<Journal> journal_;

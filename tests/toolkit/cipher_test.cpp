@@ -4,14 +4,14 @@
 namespace kvtest {
 namespace {
 
-class CipherTest : public CoreTest {
+class CommonToolCipherTest : public CoreTest {
  protected:
   const KVData key = bytes("000102030405060708090a0b0c0d0e0f");
   const KVData plain = bytes("00112233445566778899aabbccddeeff");
   const KVData secret = bytes("69c4e0d86a7b0430d8cdb78070b4c55a");
 };
 
-TEST_F(CipherTest, StandardVectors) {
+TEST_F(CommonToolCipherTest, StandardVectors) {
   // FIPS 197, appendices C.1 (the members above) and B.
   for (int again = 0; again < 2; ++again) {
     EXPECT_EQ(KVCommonTool::encryptWithData(plain, key), secret);
@@ -24,7 +24,7 @@ TEST_F(CipherTest, StandardVectors) {
   EXPECT_EQ(KVCommonTool::enDecryptWithData(out, other, /*encrypt=*/false), in);
 }
 
-TEST_F(CipherTest, WrongSizesAreRefusedWithOneLine) {
+TEST_F(CommonToolCipherTest, WrongSizesAreRefusedWithOneLine) {
   const struct {
     std::size_t key, data;
   } cases[] = {{15, 16}, {17, 16}, {0, 16},  {32, 16}, {16, 0},
@@ -38,7 +38,7 @@ TEST_F(CipherTest, WrongSizesAreRefusedWithOneLine) {
   }
 }
 
-TEST_F(CipherTest, FailureIsLoggedWithItsPlace) {
+TEST_F(CommonToolCipherTest, FailureIsLoggedWithItsPlace) {
   const std::string place =
       "log: [FuncName:+[KVCommonTool enDecryptWithData:keyData:encrypt:]]\n[@Line:170] \n";
   cipher->failEncrypt = true;
@@ -53,7 +53,7 @@ TEST_F(CipherTest, FailureIsLoggedWithItsPlace) {
   EXPECT_EQ(KVCommonTool::encryptWithData(plain, key), secret);
 }
 
-TEST_F(CipherTest, Digest) {
+TEST_F(CommonToolCipherTest, Digest) {
   using std::string_view_literals::operator""sv;
   // RFC 1321, appendix A.5; the accented one is made with Python's hashlib.
   const std::pair<std::string_view, std::string> cases[] = {

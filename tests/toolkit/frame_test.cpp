@@ -1,14 +1,16 @@
 // Command frames, checksums and the device-information flags.
 #include <cstring>
 
+#include "protocol/commands.h"
+#include "protocol/token.h"
 #include "tests/support/core_test.h"
 
 namespace kvtest {
 namespace {
 
-class Frames : public CoreTest {};
+class FrameTest : public CoreTest {};
 
-TEST_F(Frames, BuildFillsUpWithRandomness) {
+TEST_F(FrameTest, BuildFillsUpWithRandomness) {
   const struct {
     std::uint64_t command;
     const char* payload;
@@ -27,7 +29,7 @@ TEST_F(Frames, BuildFillsUpWithRandomness) {
   }
 }
 
-TEST_F(Frames, BuildRefusesAPayloadThatDoesNotFit) {
+TEST_F(FrameTest, BuildRefusesAPayloadThatDoesNotFit) {
   for (const std::optional<KVData>& payload : {std::optional<KVData>(), {KVData{}}}) {
     EXPECT_EQ(KVCommandInter::getCommandData(5, payload), std::nullopt);
     EXPECT_EQ(took(), Lines{"log: Something wrong about appended data."});
@@ -37,7 +39,7 @@ TEST_F(Frames, BuildRefusesAPayloadThatDoesNotFit) {
   }
 }
 
-TEST_F(Frames, ParseTellsAnswersApart) {
+TEST_F(FrameTest, ParseTellsAnswersApart) {
   const struct {
     const char* frame;
     const char* report;  // answer code, second code, payload; empty for no call
@@ -77,7 +79,7 @@ TEST_F(Frames, ParseTellsAnswersApart) {
 }
 
 // The values over 256 bytes and the seeded ones come from a bitwise division of the polynomials.
-TEST(Checksums, CatalogueValues) {
+TEST(ChecksumTest, CatalogueValues) {
   KVData all(256);
   for (std::size_t i = 0; i < all.size(); ++i) all[i] = static_cast<std::uint8_t>(i);
   const struct {
@@ -112,7 +114,30 @@ TEST(Checksums, CatalogueValues) {
   EXPECT_EQ(crc16_compute(bytes("0102").data(), 2, &zero), 0x1373);
 }
 
-TEST(DeviceInfo, EachBitSetsItsFieldOnly) {
+TEST(LossDelayTest, ReadsWhatItWrites) {
+  for (const std::int64_t delay : {0, 1, 255, 256, 258, 6999, 7000}) {
+    const auto payload = kv::lossDelayPayload(delay);
+    ASSERT_TRUE(payload) << delay;
+    EXPECT_EQ(kv::lossDelayOf(*payload), delay);
+  }
+  EXPECT_EQ(kv::lossDelayPayload(7001), std::nullopt);
+}
+
+TEST(TokenTest, RightChecksumMakesAVerificationToken) {
+  // The address (6 bytes), the half (8 bytes), the checksum (2 bytes).
+  const KVData token = bytes("a1b2c3d4e5f6 5051525354555657 9990");
+  EXPECT_TRUE(kv::isVerificationToken(token));
+  EXPECT_EQ(hex(kv::addressOf(token)), "a1b2c3d4e5f6");
+  for (std::size_t i = 0; i < token.size(); ++i) {
+    KVData wrong = token;
+    wrong[i] ^= 0x01;
+    EXPECT_FALSE(kv::isVerificationToken(wrong)) << i;
+  }
+  EXPECT_FALSE(kv::isVerificationToken(KVBytes(token).first(15)));
+  EXPECT_FALSE(kv::isVerificationToken({}));
+}
+
+TEST(DeviceInfoTest, EachBitSetsItsFieldOnly) {
   const int fieldOfBit[] = {3, 0, 1, 2, 4, 5, -1, -1};
   for (int bit = 0; bit < 8; ++bit) {
     const std::uint8_t data[] = {0xFF, static_cast<std::uint8_t>(1 << bit)};

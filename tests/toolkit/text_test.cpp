@@ -1,4 +1,5 @@
 // Hexadecimal text, patterns and error records.
+#include "protocol/utf16.h"
 #include "tests/support/core_test.h"
 
 namespace kvtest {
@@ -6,7 +7,7 @@ namespace {
 
 using std::string_view_literals::operator""sv;
 
-TEST(HexText, PairsAreReadAsStrtolReadsThem) {
+TEST(HexTextTest, PairsAreReadAsStrtolReadsThem) {
   const std::pair<std::string_view, const char*> cases[] = {
       {"", ""},
       {"A", ""},
@@ -50,7 +51,7 @@ TEST(HexText, PairsAreReadAsStrtolReadsThem) {
   }
 }
 
-TEST(HexText, MalformedTextCountsByWhatItCutsShort) {
+TEST(HexTextTest, MalformedTextCountsByWhatItCutsShort) {
   // How many units a text has shows in how many pairs it makes.
   const std::pair<std::string_view, const char*> cases[] = {
       {"\xc2\x80", ""},
@@ -86,9 +87,25 @@ TEST(HexText, MalformedTextCountsByWhatItCutsShort) {
   }
 }
 
-class Patterns : public CoreTest {};
+TEST(Utf16Test, BordersOfEachLength) {
+  const std::pair<std::string_view, std::u16string> cases[] = {
+      {"\x7f", u"\x7F"},
+      {"\x80", u"\xFFFD"},
+      {"\xc2\x80", u"\x80"},
+      {"\xdf\xbf", u"\x7FF"},
+      {"\xe0\xa0\x80", u"\x800"},
+      {"\xed\x9f\xbf", u"\xD7FF"},
+      {"\xef\xbf\xbf", u"\xFFFF"},
+      {"\xf0\x90\x80\x80", u"\xD800\xDC00"},
+      {"\xf0\x9f\x98\x80", u"\xD83D\xDE00"},
+      {"\xf4\x8f\xbf\xbf", u"\xDBFF\xDFFF"},
+  };
+  for (const auto& [text, units] : cases) EXPECT_TRUE(kv::toUtf16(text) == units);
+}
 
-TEST_F(Patterns, ValidateIsAnchoredAndCaseSensitive) {
+class PatternsTest : public CoreTest {};
+
+TEST_F(PatternsTest, ValidateIsAnchoredAndCaseSensitive) {
   EXPECT_TRUE(KVCommonTool::validateString("abc", "[a-c]+"));
   EXPECT_FALSE(KVCommonTool::validateString("abc", "ab"));
   EXPECT_FALSE(KVCommonTool::validateString("abc", "bc"));
@@ -98,7 +115,7 @@ TEST_F(Patterns, ValidateIsAnchoredAndCaseSensitive) {
   EXPECT_FALSE(KVCommonTool::validateString(std::nullopt, ".*"));
 }
 
-TEST_F(Patterns, ValidatedSearchesAnywhereWhateverTheCase) {
+TEST_F(PatternsTest, ValidatedSearchesAnywhereWhateverTheCase) {
   EXPECT_EQ(KVCommonTool::validatedString("xxABCyyabc", "abc"), "ABC");
   EXPECT_EQ(KVCommonTool::validatedString("id=42;", "[a-z]+=([0-9]+)"), "id=42");
   EXPECT_EQ(KVCommonTool::validatedString("xyz", "abc"), std::nullopt);
@@ -106,7 +123,7 @@ TEST_F(Patterns, ValidatedSearchesAnywhereWhateverTheCase) {
   EXPECT_EQ(KVCommonTool::validatedString("xyz", "q*"), "");
 }
 
-TEST(ErrorRecord, CarriesWhatItIsGiven) {
+TEST(ErrorRecordTest, CarriesWhatItIsGiven) {
   EXPECT_EQ(KVCommonTool::errorCode(200, "ring device failed.", std::nullopt),
             (KVError{"ring device failed.", 200, std::nullopt}));
   const std::map<std::string, std::string> info{{"key", "value"}};

@@ -4,12 +4,12 @@
 namespace kvtest {
 namespace {
 
-class Answers : public TrackerTest {
+class AnswersTest : public TrackerTest {
  protected:
-  Answers() { open(); }
+  AnswersTest() { open(); }
 };
 
-TEST_F(Answers, EachCodeReachesItsCallback) {
+TEST_F(AnswersTest, EachCodeReachesItsCallback) {
   const struct {
     const char* frame;
     Lines called;
@@ -49,7 +49,7 @@ TEST_F(Answers, EachCodeReachesItsCallback) {
   EXPECT_EQ(took(), Lines{});
 }
 
-TEST_F(Answers, ValueOfAnotherSizeIsDropped) {
+TEST_F(AnswersTest, ValueOfAnotherSizeIsDropped) {
   for (const std::size_t size : {0u, 15u, 17u, 32u}) {
     p->reportValue(tracker->korvaChar(), KVData(size));
     EXPECT_EQ(took(), Lines{"log: Cipher Key Error!"}) << size;
@@ -61,7 +61,7 @@ TEST_F(Answers, ValueOfAnotherSizeIsDropped) {
   EXPECT_EQ(took(), Lines{"ring true"});
 }
 
-TEST_F(Answers, OnlyTheCommandCharacteristicIsHeard) {
+TEST_F(AnswersTest, OnlyTheCommandCharacteristicIsHeard) {
   const auto stray = p->add(kVendorService, {kCommandChar});
   const auto command = p->add(kCommandService, {kDistanceChar, kCommandChar});
   const auto orphan = std::make_shared<KVCharacteristic>(*KVUUID::fromString(kCommandChar),
@@ -82,7 +82,7 @@ TEST_F(Answers, OnlyTheCommandCharacteristicIsHeard) {
   EXPECT_EQ(took(), Lines{"ring true"});
 }
 
-TEST_F(Answers, BindAnswer) {
+TEST_F(AnswersTest, BindAnswer) {
   const std::string again = "connection 2 state 2";
   const struct {
     bool binding;
@@ -112,7 +112,7 @@ TEST_F(Answers, BindAnswer) {
   EXPECT_EQ(took(), (Lines{"timer stop", "timer start 3000 ms"}));
 }
 
-TEST_F(Answers, BindAnswerFindsTheRequestOver) {
+TEST_F(AnswersTest, BindAnswerFindsTheRequestOver) {
   tracker->setBindingBlock([this](bool success, const std::optional<KVError>& error) {
     EXPECT_FALSE(tracker->binding());
     result("bind")(success, error);
@@ -122,7 +122,7 @@ TEST_F(Answers, BindAnswerFindsTheRequestOver) {
   EXPECT_EQ(took(), Lines{"bind false error password. 100"});
 }
 
-TEST_F(Answers, BindAnswerWithoutABindCallbackIsAPlainReconnect) {
+TEST_F(AnswersTest, BindAnswerWithoutABindCallbackIsAPlainReconnect) {
   tracker->setBindingBlock(nullptr);
   tracker->setBinding(true);
   answer("01021305");
@@ -130,7 +130,7 @@ TEST_F(Answers, BindAnswerWithoutABindCallbackIsAPlainReconnect) {
   EXPECT_TRUE(tracker->binding());
 }
 
-TEST_F(Answers, LateBindAnswerIsAPlainReconnect) {
+TEST_F(AnswersTest, LateBindAnswerIsAPlainReconnect) {
   tracker->setBinding(true);
   queue->runFor(std::chrono::seconds(30));
   EXPECT_EQ(took(), Lines{"bind false Error! Binding Timeout. 400"});
@@ -139,9 +139,9 @@ TEST_F(Answers, LateBindAnswerIsAPlainReconnect) {
   EXPECT_EQ(tracker->connection(), 2u);
 }
 
-class Commands : public Answers {
+class CommandsTest : public AnswersTest {
  protected:
-  /// Calls a command with the random fill starting at 60.
+  // Calls a command with the random fill starting at 60.
   template <typename Call>
   Lines sent(Call call) {
     random->next = 0x60;
@@ -150,7 +150,7 @@ class Commands : public Answers {
   }
 };
 
-TEST_F(Commands, FramesOfEachCommand) {
+TEST_F(CommandsTest, FramesOfEachCommand) {
   const struct {
     std::function<void(KVTracker&)> call;
     const char* frame;
@@ -171,7 +171,7 @@ TEST_F(Commands, FramesOfEachCommand) {
   }
 }
 
-TEST_F(Commands, DelayOutOfRangeIsRefused) {
+TEST_F(CommandsTest, DelayOutOfRangeIsRefused) {
   using Limits = std::numeric_limits<std::int64_t>;
   for (const std::int64_t delay :
        {std::int64_t{7001}, std::int64_t{-1}, Limits::min(), Limits::max()}) {
@@ -182,7 +182,7 @@ TEST_F(Commands, DelayOutOfRangeIsRefused) {
   EXPECT_EQ(took(), Lines{"delay true"});  // the earlier completion is still in place
 }
 
-TEST_F(Commands, LossDistanceIsOnePlainByte) {
+TEST_F(CommandsTest, LossDistanceIsOnePlainByte) {
   const std::pair<std::uint64_t, Lines> cases[] = {
       {2, {"P write A3C87504 00"}},
       {3, {"P write A3C87504 f8"}},
@@ -208,7 +208,7 @@ TEST_F(Commands, LossDistanceIsOnePlainByte) {
   EXPECT_EQ(took(), Lines{"log: ==a new instruction sent"});
 }
 
-TEST_F(Commands, LatestCompletionOfAKindIsCalled) {
+TEST_F(CommandsTest, LatestCompletionOfAKindIsCalled) {
   const struct {
     std::function<void(KVTracker&, KVResultCallback)> call;
     const char* answer;
@@ -233,7 +233,7 @@ TEST_F(Commands, LatestCompletionOfAKindIsCalled) {
   }
 }
 
-TEST_F(Commands, BeforeTheHandshakeNothingIsWrittenButTheCompletionIsKept) {
+TEST_F(CommandsTest, BeforeTheHandshakeNothingIsWrittenButTheCompletionIsKept) {
   tracker->setComToken(std::nullopt);
   tracker->setRingBlock(nullptr);
   tracker->switchBellStatus(/*status=*/true, result("ring"));

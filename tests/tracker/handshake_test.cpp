@@ -4,9 +4,9 @@
 namespace kvtest {
 namespace {
 
-class Handshake : public TrackerTest {
+class HandshakeTest : public TrackerTest {
  protected:
-  /// From the link coming up to the read that the tag's opening value answers.
+  // From the link coming up to the read that the tag's opening value answers.
   void openLink() {
     p->linkState = KVPeripheralStateConnected;
     tracker->setState(KVTrackerStateConnected);
@@ -23,7 +23,7 @@ class Handshake : public TrackerTest {
 
   const std::string kTag = "c0c1c2c3c4c5c6c7";
   const std::string kOurs = "5051525354555657";
-  /// The verification token for the fixture's address and the first random half.
+  // The verification token for the fixture's address and the first random half.
   const std::string kToken = "a1b2c3d4e5f6 5051525354555657 9990";
 };
 
@@ -31,7 +31,7 @@ class Handshake : public TrackerTest {
 //   < 111213141516 c0c1c2c3c4c5c6c7 1718   under the static key
 //   > a1b2c3d4e5f6 5051525354555657 9990   under the static key
 //   > 000713 736563726574 58595a5b5c5d5e   under c0..c7 50..57: the password "secret"
-TEST_F(Handshake, AsRecorded) {
+TEST_F(HandshakeTest, AsRecorded) {
   p->linkState = KVPeripheralStateConnected;
   tracker->setState(KVTrackerStateConnected);
   p->reportServices();
@@ -60,7 +60,7 @@ TEST_F(Handshake, AsRecorded) {
   EXPECT_EQ(tracker->comToken(), bytes(kTag + kOurs));
 }
 
-TEST_F(Handshake, ReconnectAgreesOnAFreshKey) {
+TEST_F(HandshakeTest, ReconnectAgreesOnAFreshKey) {
   open();
   const KVData first = session;
   openLink();
@@ -73,7 +73,7 @@ TEST_F(Handshake, ReconnectAgreesOnAFreshKey) {
   EXPECT_EQ(took().size(), 3u);
 }
 
-TEST_F(Handshake, LongOpeningStallsAtOnce) {
+TEST_F(HandshakeTest, LongOpeningStallsAtOnce) {
   for (const std::size_t size : {17u, 20u}) {
     openLink();
     value(KVData(size));
@@ -86,7 +86,7 @@ TEST_F(Handshake, LongOpeningStallsAtOnce) {
   }
 }
 
-TEST_F(Handshake, ShortOpeningOnAFreshTrackerSendsNothing) {
+TEST_F(HandshakeTest, ShortOpeningOnAFreshTrackerSendsNothing) {
   const std::optional<KVData> values[] = {std::nullopt, KVData{}, KVData(5), KVData(15)};
   for (const auto& opening : values) {
     openLink();
@@ -96,7 +96,7 @@ TEST_F(Handshake, ShortOpeningOnAFreshTrackerSendsNothing) {
   }
 }
 
-TEST_F(Handshake, ShortOpeningReusesTheEarlierKey) {
+TEST_F(HandshakeTest, ShortOpeningReusesTheEarlierKey) {
   open();
   openLink();
   random->next = 0x70;
@@ -109,7 +109,7 @@ TEST_F(Handshake, ShortOpeningReusesTheEarlierKey) {
   EXPECT_EQ(tracker->auth(), KVAuthBindWritten);
 }
 
-TEST_F(Handshake, UndecryptableOpeningGoesOnWithHalfAKey) {
+TEST_F(HandshakeTest, UndecryptableOpeningGoesOnWithHalfAKey) {
   openLink();
   tracker->setComToken(KVData(16));
   cipher->failDecrypt = true;
@@ -125,7 +125,7 @@ TEST_F(Handshake, UndecryptableOpeningGoesOnWithHalfAKey) {
   EXPECT_EQ(tracker->auth(), KVAuthTokenChecked);
 }
 
-TEST_F(Handshake, TokenThatCannotBeEncryptedStalls) {
+TEST_F(HandshakeTest, TokenThatCannotBeEncryptedStalls) {
   openLink();
   cipher->failEncrypt = true;
   value(token());
@@ -136,7 +136,7 @@ TEST_F(Handshake, TokenThatCannotBeEncryptedStalls) {
   EXPECT_EQ(tracker->comToken(), bytes(kTag + kOurs));
 }
 
-TEST_F(Handshake, AddressIsReadAsTwelveCharacters) {
+TEST_F(HandshakeTest, AddressIsReadAsTwelveCharacters) {
   const struct {
     std::optional<std::string> mac;
     const char* address;  // the six bytes; empty when the handshake stalls
@@ -172,7 +172,7 @@ TEST_F(Handshake, AddressIsReadAsTwelveCharacters) {
   }
 }
 
-TEST_F(Handshake, SpacesInTheAddressMakeTheTokenTooShort) {
+TEST_F(HandshakeTest, SpacesInTheAddressMakeTheTokenTooShort) {
   for (const char* mac : {"a1 b2 c3d4e5", " a1b2c3d4e5 ", "            "}) {
     openLink();
     random->next = 0x50;
@@ -184,7 +184,7 @@ TEST_F(Handshake, SpacesInTheAddressMakeTheTokenTooShort) {
   }
 }
 
-TEST_F(Handshake, TokenIsOnlyWrittenOnceTheTagHasSpoken) {
+TEST_F(HandshakeTest, TokenIsOnlyWrittenOnceTheTagHasSpoken) {
   openLink();
   tracker->writeChecksumData();
   EXPECT_EQ(tracker->auth(), KVAuthNone);
@@ -199,7 +199,7 @@ TEST_F(Handshake, TokenIsOnlyWrittenOnceTheTagHasSpoken) {
   EXPECT_EQ(tracker->auth(), KVAuthTokenReceived);
 }
 
-TEST_F(Handshake, FailedWriteOfTheTokenCountsAsConfirmed) {
+TEST_F(HandshakeTest, FailedWriteOfTheTokenCountsAsConfirmed) {
   openLink();
   value(token());
   took();
@@ -208,7 +208,7 @@ TEST_F(Handshake, FailedWriteOfTheTokenCountsAsConfirmed) {
                            wrote(*p, bytes(kTag + kOurs), "000713 736563726574 58595a5b5c5d5e")}));
 }
 
-TEST_F(Handshake, ConfirmationOfAnotherCharacteristicDoesNotAdvance) {
+TEST_F(HandshakeTest, ConfirmationOfAnotherCharacteristicDoesNotAdvance) {
   openLink();
   value(token());
   took();
@@ -217,7 +217,7 @@ TEST_F(Handshake, ConfirmationOfAnotherCharacteristicDoesNotAdvance) {
   EXPECT_EQ(tracker->auth(), KVAuthTokenWritten);
 }
 
-TEST_F(Handshake, ConfirmationAtOtherStagesReportsNothing) {
+TEST_F(HandshakeTest, ConfirmationAtOtherStagesReportsNothing) {
   openLink();
   for (const std::uint64_t stage : {KVAuthNone, KVAuthTokenReceived, KVAuthBindWritten}) {
     tracker->setAuth(stage);
@@ -227,7 +227,7 @@ TEST_F(Handshake, ConfirmationAtOtherStagesReportsNothing) {
   }
 }
 
-TEST_F(Handshake, PasswordMustFitOneFrame) {
+TEST_F(HandshakeTest, PasswordMustFitOneFrame) {
   open();
   const struct {
     std::optional<std::string> password;
@@ -249,7 +249,7 @@ TEST_F(Handshake, PasswordMustFitOneFrame) {
   }
 }
 
-TEST_F(Handshake, SessionCipherNeedsAWholeKey) {
+TEST_F(HandshakeTest, SessionCipherNeedsAWholeKey) {
   const KVData plain(16, 7);
   tracker->setComToken(bytes(kTag + kOurs));
   const auto sealedData = tracker->encryptConnectionData(plain);
@@ -263,14 +263,14 @@ TEST_F(Handshake, SessionCipherNeedsAWholeKey) {
   }
 }
 
-class BindTimeout : public TrackerTest {
+class BindTimeoutTest : public TrackerTest {
  protected:
   static constexpr auto kInstant = std::chrono::nanoseconds(1);
   static constexpr auto k30s = std::chrono::seconds(30);
   const Lines kFailed{"bind false Error! Binding Timeout. 400"};
 };
 
-TEST_F(BindTimeout, FailsTheRequestAfterThirtySeconds) {
+TEST_F(BindTimeoutTest, FailsTheRequestAfterThirtySeconds) {
   tracker->setBindingBlock([this](bool success, const std::optional<KVError>& error) {
     EXPECT_FALSE(tracker->binding());
     result("bind")(success, error);
@@ -286,7 +286,7 @@ TEST_F(BindTimeout, FailsTheRequestAfterThirtySeconds) {
   queue->runFor(k30s);
 }
 
-TEST_F(BindTimeout, EarlierCheckEndsALaterRequest) {
+TEST_F(BindTimeoutTest, EarlierCheckEndsALaterRequest) {
   tracker->setBinding(true);
   queue->runFor(std::chrono::seconds(10));
   tracker->setBinding(true);
@@ -308,7 +308,7 @@ TEST_F(BindTimeout, EarlierCheckEndsALaterRequest) {
   EXPECT_EQ(took(), kFailed);
 }
 
-TEST_F(BindTimeout, NothingToEnd) {
+TEST_F(BindTimeoutTest, NothingToEnd) {
   tracker->setBinding(true);
   tracker->setBinding(false);
   queue->runFor(k30s);
@@ -319,7 +319,7 @@ TEST_F(BindTimeout, NothingToEnd) {
   EXPECT_TRUE(tracker->binding());
 }
 
-TEST_F(BindTimeout, KeepsTheTrackerUntilItHasRun) {
+TEST_F(BindTimeoutTest, KeepsTheTrackerUntilItHasRun) {
   tracker->setBinding(true);
   const std::weak_ptr<KVTracker> watched = tracker;
   tracker.reset();

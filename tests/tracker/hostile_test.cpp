@@ -1,5 +1,5 @@
-// Callbacks that pull the rug from under the tracker that calls them. The sanitizers see what the
-// assertions cannot.
+// Callbacks that pull the rug from under the tracker that calls them. The sanitizers see what
+// the assertions cannot.
 #include "tests/support/core_tracker_test.h"
 
 namespace kvtest {
@@ -7,7 +7,7 @@ namespace {
 
 using Body = std::function<void()>;
 
-/// One kind of callback: how it is installed, and what makes the tracker call it once.
+// One kind of callback: how it is installed, and what makes the tracker call it once.
 struct Kind {
   const char* name;
   void (*install)(KVTracker&, const Body&);
@@ -71,9 +71,9 @@ const Kind kKinds[] = {
      [](KVTracker&, FakePeripheral& p, FakeQueue&, const KVData&) { p.reportRSSI(-60); }, ""},
 };
 
-class Hostile : public TrackerTest, public ::testing::WithParamInterface<Kind> {
+class HostileTest : public TrackerTest, public ::testing::WithParamInterface<Kind> {
  protected:
-  Hostile() {
+  HostileTest() {
     removeCallbacks();
     open();
   }
@@ -92,7 +92,7 @@ class Hostile : public TrackerTest, public ::testing::WithParamInterface<Kind> {
   int calls = 0;
 };
 
-TEST_P(Hostile, ClearsItself) {
+TEST_P(HostileTest, ClearsItself) {
   install([this, kept = std::string(100, 'x')] {
     install(nullptr);
     calls += static_cast<int>(kept.size());  // its own captures are still there
@@ -102,7 +102,7 @@ TEST_P(Hostile, ClearsItself) {
   EXPECT_EQ(calls, 100);
 }
 
-TEST_P(Hostile, ReplacesItself) {
+TEST_P(HostileTest, ReplacesItself) {
   install([this, kept = std::string(100, 'x')] {
     install([this] { ++calls; });
     calls += static_cast<int>(kept.size());
@@ -113,7 +113,7 @@ TEST_P(Hostile, ReplacesItself) {
   EXPECT_EQ(calls, 101);
 }
 
-TEST_P(Hostile, DropsTheLastReference) {
+TEST_P(HostileTest, DropsTheLastReference) {
   const std::weak_ptr<KVTracker> watched = tracker;
   install([this, kept = std::string(100, 'x')] {
     tracker.reset();
@@ -126,7 +126,7 @@ TEST_P(Hostile, DropsTheLastReference) {
   EXPECT_TRUE(watched.expired());
 }
 
-TEST_P(Hostile, CausesItselfAgain) {
+TEST_P(HostileTest, CausesItselfAgain) {
   install([this] {
     if (++calls == 1) fire();
   });
@@ -134,18 +134,18 @@ TEST_P(Hostile, CausesItselfAgain) {
   EXPECT_EQ(calls, 2);
 }
 
-INSTANTIATE_TEST_SUITE_P(Each, Hostile, ::testing::ValuesIn(kKinds),
+INSTANTIATE_TEST_SUITE_P(Each, HostileTest, ::testing::ValuesIn(kKinds),
                          [](const auto& kind) { return std::string(kind.param.name); });
 
-class Midway : public TrackerTest {
+class MidwayTest : public TrackerTest {
  protected:
-  Midway() {
+  MidwayTest() {
     open();
     tracker->setBound(true);
   }
 };
 
-TEST_F(Midway, SecondReportOfAReconnectIsGatedAnew) {
+TEST_F(MidwayTest, SecondReportOfAReconnectIsGatedAnew) {
   tracker->didConnectionChange([this](std::uint64_t) {
     journal->add("connected");
     tracker->setBound(false);
@@ -154,7 +154,7 @@ TEST_F(Midway, SecondReportOfAReconnectIsGatedAnew) {
   EXPECT_EQ(took(), (Lines{"timer start 3000 ms", "connected"}));
 }
 
-TEST_F(Midway, RequestEndedInsideTheConnectionReport) {
+TEST_F(MidwayTest, RequestEndedInsideTheConnectionReport) {
   tracker->setBinding(true);
   tracker->didConnectionChange([this](std::uint64_t) {
     journal->add("connected");
@@ -164,7 +164,7 @@ TEST_F(Midway, RequestEndedInsideTheConnectionReport) {
   EXPECT_EQ(took(), (Lines{"timer start 3000 ms", "connected", "connected"}));
 }
 
-TEST_F(Midway, NewRequestInsideTheBindResult) {
+TEST_F(MidwayTest, NewRequestInsideTheBindResult) {
   tracker->setBindingBlock([this](bool, const std::optional<KVError>& error) {
     journal->add(error->domain);
     tracker->setBindingBlock(result("again"));
@@ -178,7 +178,7 @@ TEST_F(Midway, NewRequestInsideTheBindResult) {
   EXPECT_EQ(took(), Lines{"again false Error! Binding Timeout. 400"});
 }
 
-TEST_F(Midway, DroppedInsideTheFirstReportOfADisconnection) {
+TEST_F(MidwayTest, DroppedInsideTheFirstReportOfADisconnection) {
   tracker->initRSSITimerThread();
   tracker->didConnectionChange([this](std::uint64_t) { tracker.reset(); });
   tracker->didValueUpdate([to = journal] { to->add("updated"); });
@@ -187,7 +187,7 @@ TEST_F(Midway, DroppedInsideTheFirstReportOfADisconnection) {
   EXPECT_EQ(took(), (Lines{"timer stop", "updated"}));
 }
 
-TEST_F(Midway, ReplacedCompletionHeldTheLastReference) {
+TEST_F(MidwayTest, ReplacedCompletionHeldTheLastReference) {
   const std::function<void(KVTracker&, KVResultCallback)> commands[] = {
       [](KVTracker& t, KVResultCallback c) { t.switchBellStatus(/*status=*/true, c); },
       [](KVTracker& t, KVResultCallback c) { t.writeLossAlert(/*on=*/true, c); },

@@ -6,9 +6,9 @@
 namespace kvtest {
 namespace {
 
-class Record : public TrackerTest {
+class RecordTest : public TrackerTest {
  protected:
-  /// What the tag advertised, in one line.
+  // What the tag advertised, in one line.
   static std::string fields(const KVTracker& t) {
     const auto date = t.advUpdate();
     return t.mac().value_or("-") + "," + t.name().value_or("-") + "," + std::to_string(t.rssi()) +
@@ -18,7 +18,7 @@ class Record : public TrackerTest {
   }
 };
 
-TEST_F(Record, FreshOneKnowsNothing) {
+TEST_F(RecordTest, FreshOneKnowsNothing) {
   KVTracker t;
   EXPECT_EQ(fields(t), "-,-,0,0,0,-,0 distance 2");
   EXPECT_EQ(t.connection(), 0u);
@@ -35,7 +35,7 @@ TEST_F(Record, FreshOneKnowsNothing) {
   EXPECT_EQ(t.staticKey(), kStaticKey);
 }
 
-TEST_F(Record, UpdateDataWritesOneField) {
+TEST_F(RecordTest, UpdateDataWritesOneField) {
   using std::string_literals::operator""s;
   const KVTrackerValue absent;
   const KVTrackerValue date = KVTracker::Date(std::chrono::hours(9));
@@ -80,7 +80,7 @@ TEST_F(Record, UpdateDataWritesOneField) {
   }
 }
 
-TEST_F(Record, DistanceFollowsEverySignalStrength) {
+TEST_F(RecordTest, DistanceFollowsEverySignalStrength) {
   using Limits = std::numeric_limits<std::int64_t>;
   const std::pair<std::int64_t, std::uint64_t> cases[] = {
       {-70, 2}, {-69, 3},           {-65, 3}, {-64, 4},          {-71, 2},
@@ -96,7 +96,7 @@ TEST_F(Record, DistanceFollowsEverySignalStrength) {
   }
 }
 
-TEST_F(Record, StateActsEachTimeItIsSet) {
+TEST_F(RecordTest, StateActsEachTimeItIsSet) {
   const struct {
     std::int64_t state;
     std::uint64_t connection;
@@ -126,7 +126,7 @@ TEST_F(Record, StateActsEachTimeItIsSet) {
   }
 }
 
-TEST_F(Record, ConnectionIsReportedWheneverItIsSetOnABoundTracker) {
+TEST_F(RecordTest, ConnectionIsReportedWheneverItIsSetOnABoundTracker) {
   tracker->updateConnection(2);
   EXPECT_EQ(tracker->connection(), 2u);
   tracker->setBound(true);
@@ -139,7 +139,7 @@ TEST_F(Record, ConnectionIsReportedWheneverItIsSetOnABoundTracker) {
   tracker->setState(KVTrackerStateDisconnected);
 }
 
-TEST_F(Record, WithoutAPeripheralThereIsNothingToAsk) {
+TEST_F(RecordTest, WithoutAPeripheralThereIsNothingToAsk) {
   tracker->setPeripheral(nullptr);
   tracker->setAuth(KVAuthTokenChecked);
   tracker->setState(KVTrackerStateConnected);
@@ -152,7 +152,21 @@ TEST_F(Record, WithoutAPeripheralThereIsNothingToAsk) {
   EXPECT_EQ(took(), Lines{"log: Error When discover services:(null)"});
 }
 
-TEST_F(Record, DiscoveryAsksTheOwnPeripheralAndSubscribesOnTheReportingOne) {
+TEST_F(RecordTest, OneThatNoSharedPointerOwnsHearsItsPeripheral) {
+  KVTracker own;
+  own.setPeripheral(p);
+  p->reportRSSI(-67);
+  EXPECT_EQ(own.rssi(), -67);
+}
+
+TEST_F(RecordTest, AbsentCharacteristics) {
+  tracker->didUpdateValueForCharacteristic(*p, nullptr, std::nullopt);
+  EXPECT_EQ(took(), Lines{});
+  tracker->didWriteValueForCharacteristic(*p, nullptr, std::nullopt);
+  EXPECT_EQ(took(), Lines{"log: ==a new instruction sent"});
+}
+
+TEST_F(RecordTest, DiscoveryAsksTheOwnPeripheralAndSubscribesOnTheReportingOne) {
   const auto old = peripheral("Q");
   tracker->setPeripheral(old);
   tracker->setPeripheral(p);
@@ -173,7 +187,7 @@ TEST_F(Record, DiscoveryAsksTheOwnPeripheralAndSubscribesOnTheReportingOne) {
   EXPECT_EQ(tracker->txChar(), p->services()[1]->characteristics()[0]);
 }
 
-TEST_F(Record, FailedDiscoveryIsLogged) {
+TEST_F(RecordTest, FailedDiscoveryIsLogged) {
   FakePeripheral bare("B", journal);
   bare.setDelegate(tracker);
   bare.reportServices(KVError{"no route", 7, {}});
@@ -183,7 +197,7 @@ TEST_F(Record, FailedDiscoveryIsLogged) {
   EXPECT_THAT(lines[0], ::testing::HasSubstr("no route"));
 }
 
-TEST_F(Record, DuplicateAndForeignCharacteristics) {
+TEST_F(RecordTest, DuplicateAndForeignCharacteristics) {
   FakePeripheral odd("B", journal);
   odd.setDelegate(tracker);
   const auto command =

@@ -7,7 +7,7 @@
 namespace kvtest {
 namespace {
 
-class Polling : public TrackerTest {
+class PollingTest : public TrackerTest {
  protected:
   void start() {
     tracker->initRSSITimerThread();
@@ -16,7 +16,7 @@ class Polling : public TrackerTest {
   }
 };
 
-TEST_F(Polling, TickReadsWhileTheLinkIsUp) {
+TEST_F(PollingTest, TickReadsWhileTheLinkIsUp) {
   start();
   p->linkState = KVPeripheralStateConnected;
   for (int i = 0; i < 2; ++i) {
@@ -27,7 +27,7 @@ TEST_F(Polling, TickReadsWhileTheLinkIsUp) {
   EXPECT_EQ(took(), Lines{"P read rssi"});
 }
 
-TEST_F(Polling, TickEndsItWhenTheLinkIsNotUp) {
+TEST_F(PollingTest, TickEndsItWhenTheLinkIsNotUp) {
   for (const std::int64_t state : {0, 1, 3}) {
     start();
     p->linkState = state;
@@ -42,7 +42,7 @@ TEST_F(Polling, TickEndsItWhenTheLinkIsNotUp) {
   EXPECT_EQ(took(), Lines{"timer stop"});
 }
 
-TEST_F(Polling, TickFollowsAReplacedPeripheral) {
+TEST_F(PollingTest, TickFollowsAReplacedPeripheral) {
   start();
   p->linkState = KVPeripheralStateConnected;
   const auto other = peripheral("Q");
@@ -52,7 +52,7 @@ TEST_F(Polling, TickFollowsAReplacedPeripheral) {
   EXPECT_EQ(took(), Lines{"Q read rssi"});
 }
 
-TEST_F(Polling, RestartLeavesOneTimerAndStopNone) {
+TEST_F(PollingTest, RestartLeavesOneTimerAndStopNone) {
   tracker->stopRSSITimer();
   EXPECT_EQ(took(), Lines{});
   start();
@@ -68,13 +68,13 @@ TEST_F(Polling, RestartLeavesOneTimerAndStopNone) {
   EXPECT_EQ(timers->tick(), 0);
 }
 
-TEST_F(Polling, EndsWithTheTracker) {
+TEST_F(PollingTest, EndsWithTheTracker) {
   start();
   tracker.reset();
   EXPECT_EQ(took(), Lines{"timer stop"});
 }
 
-TEST_F(Polling, EveryReadIsTakenOverBeforeItIsReported) {
+TEST_F(PollingTest, EveryReadIsTakenOverBeforeItIsReported) {
   tracker->didValueUpdate([this] {
     journal->add("rssi " + std::to_string(tracker->rssi()) + " distance " +
                  std::to_string(tracker->distance()));
@@ -87,7 +87,7 @@ TEST_F(Polling, EveryReadIsTakenOverBeforeItIsReported) {
                            "rssi 0 distance 4"}));
 }
 
-/// Timers that tick without a pause on threads of their own.
+// Timers that tick without a pause on threads of their own.
 class BusyTimers final : public KVTimerThreads {
  public:
   std::shared_ptr<KVTimerThread> start(std::chrono::nanoseconds,
@@ -125,7 +125,7 @@ class BusyTimers final : public KVTimerThreads {
   };
 };
 
-/// Only counts, so that two threads may ask it.
+// Only counts, so that two threads may ask it.
 class CountingPeripheral final : public KVPeripheral {
  public:
   const std::string& identifier() const override { return identifier_; }
@@ -147,7 +147,7 @@ class CountingPeripheral final : public KVPeripheral {
   std::vector<std::shared_ptr<KVService>> services_;
 };
 
-TEST_F(Polling, StopAndRestartRaceWithTheTick) {
+TEST_F(PollingTest, StopAndRestartRaceWithTheTick) {
   const auto busy = std::make_shared<BusyTimers>();
   const auto set = std::make_shared<KVPlatform>(KVPlatform::current());
   set->timers = busy;

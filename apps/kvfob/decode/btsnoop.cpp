@@ -9,12 +9,12 @@ namespace {
 constexpr std::string_view kMagic("btsnoop\0", 8);
 constexpr std::uint32_t kVersion = 1;
 
-// The kinds of link a capture may come from.
+// Datalink types.
 constexpr std::uint32_t kBareHci = 1001;  // direction and kind in the flags
 constexpr std::uint32_t kUart = 1002;     // kind in the packet's first byte
 constexpr std::uint32_t kMonitor = 2001;  // adapter and kind in the flags
 
-/// From midnight of 1 January of the year 0 to the Unix epoch, in microseconds.
+// From midnight of 1 January of the year 0 to the Unix epoch, in microseconds.
 constexpr std::uint64_t kUnixEpoch = 0x00DCDDB30F2F8000;
 
 constexpr std::uint32_t kReceived = 1;  // flag of a bare or UART packet
@@ -31,20 +31,20 @@ constexpr std::uint32_t kMonitorAclSent = 4;
 constexpr std::uint32_t kMonitorAclReceived = 5;
 
 HciPacket::Kind monitorKind(std::uint32_t opcode) {
-  if (opcode == kMonitorEvent) return HciPacket::Kind::kEvent;
+  if (opcode == kMonitorEvent) return HciPacket::Kind::Event;
   const bool acl = opcode == kMonitorAclSent || opcode == kMonitorAclReceived;
-  return acl ? HciPacket::Kind::kAcl : HciPacket::Kind::kOther;
+  return acl ? HciPacket::Kind::Acl : HciPacket::Kind::Other;
 }
 
 HciPacket::Kind bareKind(std::uint32_t flags) {
   constexpr std::uint32_t kCommandOrEvent = 2;
-  if ((flags & kCommandOrEvent) == 0) return HciPacket::Kind::kAcl;
-  return (flags & kReceived) != 0 ? HciPacket::Kind::kEvent : HciPacket::Kind::kOther;
+  if ((flags & kCommandOrEvent) == 0) return HciPacket::Kind::Acl;
+  return (flags & kReceived) != 0 ? HciPacket::Kind::Event : HciPacket::Kind::Other;
 }
 
 HciPacket::Kind uartKind(std::uint8_t indicator) {
-  if (indicator == 4) return HciPacket::Kind::kEvent;
-  return indicator == 2 ? HciPacket::Kind::kAcl : HciPacket::Kind::kOther;
+  if (indicator == 4) return HciPacket::Kind::Event;
+  return indicator == 2 ? HciPacket::Kind::Acl : HciPacket::Kind::Other;
 }
 
 }  // namespace

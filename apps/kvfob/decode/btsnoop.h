@@ -14,9 +14,9 @@ namespace kvfob {
 
 /// One packet between host and controller.
 struct HciPacket {
-  enum class Kind { kOther, kEvent, kAcl };
+  enum class Kind { Other, Event, Acl };
 
-  Kind kind = Kind::kOther;
+  Kind kind = Kind::Other;
   bool received = false;  ///< From the controller.
   unsigned adapter = 0;
   std::chrono::system_clock::time_point time;

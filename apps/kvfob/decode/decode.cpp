@@ -18,7 +18,7 @@ namespace {
 
 constexpr int kUnknownRssi = 127;  // as the HCI has it
 
-/// The frame in words; nothing when it is no tag's.
+// The frame in words; nothing when it is no tag's.
 std::optional<std::string> advertisementText(KVBytes frame, std::optional<int> rssi) {
   std::optional<std::string> text;
   KVUtils::validateAdv(frame, std::nullopt,
@@ -33,14 +33,14 @@ std::optional<std::string> advertisementText(KVBytes frame, std::optional<int> r
   return text;
 }
 
-/// Prints what a capture holds, a line each with time and adapter.
+// Prints what a capture holds, a line each with time and adapter.
 class CapturePrinter final : public HciListener {
  public:
   CapturePrinter(bool showSecrets, Console& console)
       : showSecrets_(showSecrets), console_(console) {}
 
-  void serviceDataHeard(const HciPacket& packet, std::uint16_t /*uuid*/, KVBytes data,
-                        int rssi) override {
+  void serviceDataReceived(const HciPacket& packet, std::uint16_t /*uuid*/, KVBytes data,
+                           int rssi) override {
     if (const auto text = advertisementText(data, rssi)) line(packet, "adv   " + *text);
   }
 

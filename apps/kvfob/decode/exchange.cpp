@@ -2,11 +2,13 @@
 
 #include <algorithm>
 
-#include "KVFobLink/KVCommandInter.h"
 #include "KVFobLink/KVCommonTool.h"
-#include "KVFobLink/KVTracker.h"
 #include "apps/kvfob/decode/byte_reader.h"
 #include "apps/kvfob/text.h"
+#include "protocol/block.h"
+#include "protocol/commands.h"
+#include "protocol/frame.h"
+#include "protocol/token.h"
 
 namespace kvfob {
 namespace {
@@ -17,51 +19,35 @@ constexpr std::uint8_t kWriteRequest = 0x12;
 constexpr std::uint8_t kNotification = 0x1B;
 constexpr std::uint8_t kMultipleNotifications = 0x23;
 
-constexpr std::size_t kBlock = 16;
-constexpr std::size_t kAddressSize = 6;
-constexpr std::size_t kHalfOffset = 6;
-constexpr std::size_t kHalfSize = 8;
-constexpr std::size_t kChecksumOffset = 14;
-
-/// One block under a key; empty when it is no block.
-KVData decrypted(KVBytes block, const KVData& key) {
-  if (block.size() != kBlock) return {};
+// One block under a key; empty when it is no block.
+KVData decrypted(KVBytes block, KVBytes key) {
+  if (block.size() != kv::kBlockSize) return {};
   return KVCommonTool::decryptWithData(block, key).value_or(KVData());
 }
 
-const KVData& staticKey() {
-  static const KVData key = std::make_shared<KVTracker>()->staticKey().value_or(KVData());
-  return key;
-}
-
-std::string switchText(KVBytes payload) {
-  if (payload.size() != 1) return "?";
-  return payload.front() == 0 ? "on" : "off";
-}
-
-std::string nameOf(std::int64_t code) {
-  switch (code) {
-    case 5:
-      return "bell";
-    case 13:
-      return "button";
-    case 19:
-      return "bind";
-    case 20:
-      return "remove password";
-    case 30:
-      return "loss alert";
-    case 32:
-      return "loss delay";
-    default:
-      return "command " + std::to_string(code);
+// What a command other than a bind carries.
+std::string payloadText(const kv::Frame& frame) {
+  const auto size = frame.payload.size();
+  if (frame.code == kv::kRemovePassword.code) return "";
+  if (frame.code == kv::kLossDelay.code && size == 2) {
+    return " " + std::to_string(kv::lossDelayOf(frame.payload));
   }
+  const bool isSwitch = frame.code == kv::kBell.code || frame.code == kv::kLossAlert.code;
+  if (isSwitch && size == 1) return frame.payload.front() == 0 ? " on" : " off";
+  return " ?";
 }
 
-std::string distanceText(std::uint8_t offset) {
-  if (offset == 0x00) return "far";
-  if (offset == 0xF8) return "middle";
-  return offset == 0xEC ? "near" : "? (" + std::to_string(static_cast<std::int8_t>(offset)) + ")";
+std::string nameOf(std::uint8_t code) {
+  if (code == kv::kButtonEvent) return "button";
+  const auto index = kv::commandIndex(code);
+  return index ? std::string(kv::kCommands[*index].name) : "command " + std::to_string(code);
+}
+
+std::string distanceText(std::uint8_t byte) {
+  if (byte == kv::distanceByte(KVDistanceFar)) return "far";
+  if (byte == kv::distanceByte(KVDistanceMiddle)) return "middle";
+  if (byte == kv::distanceByte(KVDistanceNear)) return "near";
+  return "? (" + std::to_string(static_cast<std::int8_t>(byte)) + ")";
 }
 
 }  // namespace
@@ -103,47 +89,39 @@ void Exchange::written(std::uint16_t handle, KVBytes value) {
 }
 
 bool Exchange::verificationToken(std::uint16_t handle, KVBytes value) {
-  const KVData plain = decrypted(value, staticKey());
-  if (plain.empty()) return false;
-  const KVBytes token(plain);
-  const KVData checksum = KVCommonTool::crs16Checksum(token.first(kChecksumOffset));
-  if (!std::ranges::equal(checksum, token.subspan(kChecksumOffset))) return false;
+  const KVData token = decrypted(value, kv::staticKey());
+  if (!kv::isVerificationToken(token)) return false;
+  const KVBytes ours = *kv::randomHalf(token);
 
   commandHandle_ = handle;
   sessionKey_.reset();
   if (opening_) {
-    const KVData tagToken = decrypted(*opening_, staticKey());
-    const KVBytes half = KVBytes(tagToken).subspan(kHalfOffset, kHalfSize);
+    const KVData tagToken = decrypted(*opening_, kv::staticKey());
+    const KVBytes half = *kv::randomHalf(tagToken);
     print_("< opening value, the tag's half of the key " + secret(hex(half)) + "  " +
            hex(*opening_));
     sessionKey_ = KVData(half.begin(), half.end());
-    sessionKey_->insert(sessionKey_->end(), token.begin() + kHalfOffset,
-                        token.begin() + kChecksumOffset);
+    sessionKey_->insert(sessionKey_->end(), ours.begin(), ours.end());
   }
-  print_("> verification token for " + hex(token.first(kAddressSize)) + ", our half " +
-         secret(hex(token.subspan(kHalfOffset, kHalfSize))) + "  " + hex(value));
+  print_("> verification token for " + hex(kv::addressOf(token)) + ", our half " +
+         secret(hex(ours)) + "  " + hex(value));
   print_(sessionKey_ ? "  session key " + secret(hex(*sessionKey_))
                      : "  no session key: the opening value is not in the capture");
   return true;
 }
 
 void Exchange::command(KVBytes value) {
-  const KVData frame = decrypted(value, *sessionKey_);
-  ByteReader reader(frame);
-  const std::uint8_t type = reader.u8();
-  const std::uint8_t length = reader.u8();
-  const std::int64_t code = reader.u8();
-  const KVBytes payload = reader.take(length > 0 ? length - 1U : 0U);
+  const KVData block = decrypted(value, *sessionKey_);
+  const auto frame = kv::Frame::read(block);
   std::string text = "not a command frame";
-  if (reader.ok() && type == 0 && length > 0) {
-    text = nameOf(code);
-    if (code == 19) {
+  if (frame && frame->is(kv::FrameType::Command)) {
+    const KVBytes payload = frame->payload;
+    text = nameOf(frame->code);
+    if (frame->code == kv::kBind.code) {
       text += ", password " + secret(std::string(payload.begin(), payload.end())) + " of " +
               std::to_string(payload.size()) + " bytes";
-    } else if (code == 32 && payload.size() == 2) {
-      text += " " + std::to_string(payload[0] + 256 * payload[1]);
-    } else if (code != 20) {
-      text += " " + switchText(payload);
+    } else {
+      text += payloadText(*frame);
     }
   }
   print_("> " + text + "  " + hex(value));
@@ -158,21 +136,23 @@ void Exchange::notified(std::uint16_t handle, KVBytes value) {
 }
 
 void Exchange::sentBlock(KVBytes value) {
-  if (value.size() == kBlock) opening_ = KVData(value.begin(), value.end());
+  if (value.size() == kv::kBlockSize) opening_ = KVData(value.begin(), value.end());
 }
 
 void Exchange::answer(KVBytes value) {
-  const KVData frame = decrypted(value, *sessionKey_);
+  const KVData block = decrypted(value, *sessionKey_);
+  const auto frame = kv::Frame::read(block);
+  const bool second = frame && frame->is(kv::FrameType::SecondAnswer);
   std::string text = "not an answer frame";
-  KVCommandInter::interCommandData(
-      frame, [&](std::int64_t code, std::int64_t second, const std::optional<KVData>& payload) {
-        if (!payload) return;
-        text = nameOf(code != 0 ? code : second);
-        if (code == 0) text += " (answer of the second kind)";
-        if (code == 13) return;
-        const bool accepted = payload->empty() || payload->front() == 0;
-        text += accepted ? ": accepted" : ": refused, status " + std::to_string(payload->front());
-      });
+  if (second || (frame && frame->is(kv::FrameType::Answer))) {
+    text = nameOf(frame->code);
+    if (second) text += " (answer of the second kind)";
+    if (frame->code != kv::kButtonEvent) {
+      text += kv::accepts(frame->payload)
+                  ? ": accepted"
+                  : ": refused, status " + std::to_string(frame->payload.front());
+    }
+  }
   print_("< " + text + "  " + hex(value));
 }
 

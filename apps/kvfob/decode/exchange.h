@@ -1,4 +1,4 @@
-/// The handshake and the commands on one link, as an onlooker sees them.
+/// The handshake and the commands on one link, as they look from outside.
 #ifndef APPS_KVFOB_DECODE_EXCHANGE_H
 #define APPS_KVFOB_DECODE_EXCHANGE_H
 
@@ -24,7 +24,7 @@ class Exchange {
   Exchange(const Exchange&) = delete;
   Exchange& operator=(const Exchange&) = delete;
 
-  /// Takes one attribute protocol message.
+  /// Takes one attribute protocol PDU.
   void take(KVBytes message);
 
  private:

@@ -20,7 +20,7 @@ constexpr std::uint16_t kAttributeChannel = 0x0004;
 constexpr std::uint16_t kFirstDynamicChannel = 0x0040;
 constexpr std::size_t kL2capHeader = 4;
 
-/// "00:11:22:33:44:55"; on the air the least significant byte comes first.
+// "00:11:22:33:44:55"; on the air the least significant byte comes first.
 std::string addressText(KVBytes address) {
   std::string text;
   for (std::size_t i = address.size(); i-- > 0;) {
@@ -33,8 +33,8 @@ std::string addressText(KVBytes address) {
 }  // namespace
 
 void HciDecoder::decode(const HciPacket& packet) {
-  if (packet.kind == HciPacket::Kind::kEvent) event(packet);
-  if (packet.kind == HciPacket::Kind::kAcl) data(packet);
+  if (packet.kind == HciPacket::Kind::Event) event(packet);
+  if (packet.kind == HciPacket::Kind::Acl) data(packet);
 }
 
 void HciDecoder::event(const HciPacket& packet) {
@@ -112,14 +112,14 @@ void HciDecoder::advertisingData(const HciPacket& packet, KVBytes data, int rssi
     if (!structures.ok()) return;
     if (structure.atEnd() || structure.u8() != kServiceData16) continue;
     const std::uint16_t uuid = structure.u16();
-    if (structure.ok()) listener_.serviceDataHeard(packet, uuid, structure.rest(), rssi);
+    if (structure.ok()) listener_.serviceDataReceived(packet, uuid, structure.rest(), rssi);
   }
 }
 
 void HciDecoder::data(const HciPacket& packet) {
   ByteReader header(packet.bytes);
   const std::uint16_t handleAndFlags = header.u16();
-  const KVBytes piece = header.take(header.u16());
+  const KVBytes fragment = header.take(header.u16());
   if (!header.ok()) return;
   const bool continues = ((handleAndFlags >> 12U) & 0x03U) == 0x01U;
   const LinkId link{packet.adapter, static_cast<std::uint16_t>(handleAndFlags & 0x0FFFU)};
@@ -127,15 +127,14 @@ void HciDecoder::data(const HciPacket& packet) {
 
   KVData& message = fragments_[key];
   if (!continues) message.clear();
-  message.insert(message.end(), piece.begin(), piece.end());
+  message.insert(message.end(), fragment.begin(), fragment.end());
   ByteReader whole(message);
   const std::uint16_t length = whole.u16();
   const std::uint16_t channel = whole.u16();
   if (message.size() < kL2capHeader + length) return;
   KVBytes payload = whole.take(length);
   if (channel >= kFirstDynamicChannel) {
-    // An enhanced bearer, if it is of attributes at all: a message that fits into one piece follows
-    // its own length.
+    // On an enhanced ATT bearer, if it is one, an SDU of a single K-frame follows its length.
     ByteReader enhanced(payload);
     payload = enhanced.u16() == enhanced.rest().size() ? enhanced.rest() : KVBytes();
   } else if (channel != kAttributeChannel) {

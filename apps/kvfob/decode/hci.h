@@ -1,7 +1,7 @@
 /// What a capture holds of advertisements, links and attribute traffic.
 ///
-/// Formats: Bluetooth Core Specification, Vol 4, Part E (HCI), Vol 3, Part A (L2CAP) and Part F
-/// (ATT).
+/// Formats: Bluetooth Core Specification, Vol 4, Part E (HCI); Vol 3, Part A (L2CAP) and
+/// Part F (ATT).
 #ifndef APPS_KVFOB_DECODE_HCI_H
 #define APPS_KVFOB_DECODE_HCI_H
 
@@ -30,13 +30,13 @@ class HciListener {
  public:
   virtual ~HciListener() = default;
 
-  /// One service-data entry with a 16-bit UUID in an advertisement. `rssi` is in dBm, 127 when not
-  /// known.
-  virtual void serviceDataHeard(const HciPacket& packet, std::uint16_t uuid, KVBytes data,
-                                int rssi) = 0;
+  /// One service-data entry with a 16-bit UUID in an advertisement. `rssi` is in dBm, or 127 when
+  /// it is not known.
+  virtual void serviceDataReceived(const HciPacket& packet, std::uint16_t uuid, KVBytes data,
+                                   int rssi) = 0;
   virtual void linkUp(const HciPacket& packet, LinkId link, const std::string& peer) = 0;
   virtual void linkDown(const HciPacket& packet, LinkId link, std::uint8_t reason) = 0;
-  /// One whole attribute protocol message.
+  /// One whole attribute protocol PDU.
   virtual void attribute(const HciPacket& packet, LinkId link, KVBytes message) = 0;
 };
 

@@ -11,7 +11,7 @@
 namespace kvfob {
 namespace {
 
-/// The character tables of UTF-8, whatever the user's locale is, in force for as long as it lives.
+// The character tables of UTF-8, whatever the user's locale is, in force for as long as it lives.
 class Utf8Locale {
  public:
   Utf8Locale() : before_(uselocale(tables())) {}
@@ -21,8 +21,8 @@ class Utf8Locale {
 
  private:
   static locale_t tables() {
-    static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
-    return utf8;
+    static const locale_t kUtf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+    return kUtf8;
   }
 
   locale_t before_;
@@ -33,7 +33,7 @@ struct Glyph {
   std::size_t columns;
 };
 
-/// What is not text, such as an escape character in a name, becomes a question mark.
+// What is not text, such as an escape character in a name, becomes a question mark.
 std::vector<Glyph> glyphsOf(std::string_view text) {
   const Utf8Locale locale;
   std::vector<Glyph> glyphs;
@@ -134,7 +134,7 @@ void Canvas::bar(std::size_t x, std::size_t y, std::size_t columns, double share
   const auto all = static_cast<double>(columns);
   const auto filled = static_cast<std::size_t>(std::lround(std::clamp(share, 0.0, 1.0) * all));
   for (std::size_t i = 0; i < columns; ++i) {
-    put(x + i, y, i < filled ? "█" : "░", i < filled ? style : Style::dim);
+    put(x + i, y, i < filled ? "█" : "░", i < filled ? style : Style::Dim);
   }
 }
 
@@ -146,7 +146,7 @@ std::vector<std::string> Canvas::lines() const {
 
 std::string Canvas::lineOf(const Row& row) const {
   const auto last = std::find_if(row.rbegin(), row.rend(), [this](const Cell& cell) {
-    return cell.text != " " || (look_.color && cell.style == Style::title);
+    return cell.text != " " || (look_.color && cell.style == Style::Title);
   });
   std::string line;
   for (auto cell = row.begin(); cell != last.base();) {

@@ -33,11 +33,11 @@ class Canvas {
   /// Writes UTF-8 text, at most `most` columns of it; cut text ends in an ellipsis.
   ///
   /// @return the column after it.
-  std::size_t put(std::size_t x, std::size_t y, std::string_view text, Style style = Style::plain,
+  std::size_t put(std::size_t x, std::size_t y, std::string_view text, Style style = Style::Plain,
                   std::size_t most = SIZE_MAX);
 
   /// As `put`, so that the text ends before column `end`.
-  void putRight(std::size_t end, std::size_t y, std::string_view text, Style style = Style::plain);
+  void putRight(std::size_t end, std::size_t y, std::string_view text, Style style = Style::Plain);
 
   /// A bar of `columns`, filled by `share`, 0 to 1.
   void bar(std::size_t x, std::size_t y, std::size_t columns, double share, Style style);
@@ -48,7 +48,7 @@ class Canvas {
  private:
   struct Cell {
     std::string text = " ";  // empty: the right half of a wide character
-    Style style = Style::plain;
+    Style style = Style::Plain;
   };
   using Row = std::vector<Cell>;
 

@@ -41,7 +41,7 @@ std::optional<double> strengthAt(const std::vector<Sample>& samples, std::chrono
   return last + share * (static_cast<double>(after->dbm) - last);
 }
 
-/// One column of the area below the line.
+// One column of the area below the line.
 void drawColumn(Canvas& canvas, std::size_t x, std::size_t top, std::size_t rows, double share,
                 Style style) {
   // Something is always seen of a known value.
@@ -57,17 +57,17 @@ void drawColumn(Canvas& canvas, std::size_t x, std::size_t top, std::size_t rows
 void drawTimes(Canvas& canvas, std::size_t y, std::size_t columns) {
   const auto end = kAxis + columns;
   constexpr std::size_t kEvery = 15;
-  canvas.putRight(end, y, "now", Style::dim);
+  canvas.putRight(end, y, "now", Style::Dim);
   for (std::size_t ago = kEvery; ago + 6 < columns; ago += kEvery) {
-    canvas.putRight(end - ago + 2, y, "-" + std::to_string(ago) + " s", Style::dim);
+    canvas.putRight(end - ago + 2, y, "-" + std::to_string(ago) + " s", Style::Dim);
   }
 }
 
 }  // namespace
 
 Style strengthStyle(double dbm) {
-  if (dbm > kNearAbove) return Style::good;
-  return dbm > kMiddleAbove ? Style::warn : Style::bad;
+  if (dbm > kNearAbove) return Style::Good;
+  return dbm > kMiddleAbove ? Style::Warn : Style::Bad;
 }
 
 double strengthShare(double dbm) {
@@ -113,17 +113,18 @@ void drawPlot(Canvas& canvas, std::size_t top, std::size_t rows, const std::vect
   const auto values = strengthBySecond(samples, now, columns);
   const auto scale = scaleFor(values);
   const double span = scale.high - scale.low;
-  for (std::size_t row = 0; row < plotRows; ++row)
-    canvas.put(kAxis - 2, top + row, "│", Style::dim);
+  for (std::size_t row = 0; row < plotRows; ++row) {
+    canvas.put(kAxis - 2, top + row, "│", Style::Dim);
+  }
   for (int tick = scale.low; tick <= scale.high; tick += kTick) {
     // A tick names the level at its cell's lower edge.
     const double height = (tick - scale.low) / span * static_cast<double>(plotRows);
     const auto up = static_cast<std::size_t>(std::lround(height));
     if (up >= plotRows) continue;
     const auto y = top + plotRows - 1 - up;
-    canvas.putRight(kAxis - 3, y, std::to_string(tick), Style::dim);
-    canvas.put(kAxis - 2, y, "┤", Style::dim);
-    for (std::size_t i = 0; i < columns; i += 3) canvas.put(kAxis + i, y, "┈", Style::dim);
+    canvas.putRight(kAxis - 3, y, std::to_string(tick), Style::Dim);
+    canvas.put(kAxis - 2, y, "┤", Style::Dim);
+    for (std::size_t i = 0; i < columns; i += 3) canvas.put(kAxis + i, y, "┈", Style::Dim);
   }
   for (std::size_t i = 0; i < columns; ++i) {
     if (!values[i]) continue;

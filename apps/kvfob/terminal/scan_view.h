@@ -14,7 +14,7 @@ namespace kvfob {
 
 struct ScanView {
   std::vector<TagRow> rows;
-  SortBy order = SortBy::rssi;
+  SortBy order = SortBy::Rssi;
   std::chrono::system_clock::time_point now;
   /// How long the scan goes on.
   std::chrono::milliseconds left{0};

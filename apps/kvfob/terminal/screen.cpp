@@ -26,7 +26,7 @@ constexpr std::string_view kLeave = "\033[0m\033[?7h\033[?25h\033[?1049l";
 // What ends the process without unwinding.
 constexpr std::array<int, 6> kFatal{SIGQUIT, SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL};
 
-/// What has to be given back. A signal handler reads it, so it is plain and process-wide.
+// What has to be given back. A signal handler reads it, so it is plain and process-wide.
 struct Taken {
   volatile std::sig_atomic_t screen = 0;
   int keys = -1;
@@ -60,7 +60,7 @@ void guardAgainstFatal() {
   }
 }
 
-/// Once more after a stop: meanwhile a shell has set its own modes.
+// Once more after a stop: meanwhile a shell has set its own modes.
 void take(int keys) {
   if (taken.screen == 0) taken.keys = keys >= 0 && tcgetattr(keys, &taken.modes) == 0 ? keys : -1;
   if (taken.keys >= 0) {

@@ -19,9 +19,8 @@ inline constexpr char kEnterKey = '\n';
 
 /// Shows a drawing on the terminal's alternate screen, without a cursor, and reads single keys.
 ///
-/// The terminal is as it was before as soon as this is gone, while the process is stopped, and when
-/// it ends early: by a second signal, by an exception that nobody catches, by a crash. One at a
-/// time.
+/// One at a time. The terminal is as it was before as soon as this is gone, while the process is
+/// stopped, and when it ends early: by a second signal, an exception that nobody catches, a crash.
 class Screen {
  public:
   /// `loop` serves it: signals of the terminal, and keys.

@@ -22,14 +22,14 @@ struct State {
 State stateOf(const WatchView& view) {
   switch (view.connection) {
     case KVConnectionConnected:
-      return {"● connected", Style::good};
+      return {"● connected", Style::Good};
     case KVConnectionConnecting:
-      return {"○ connecting", Style::warn};
+      return {"○ connecting", Style::Warn};
     case KVConnectionVerifyFailed:
-      return {"○ password refused", Style::bad};
+      return {"○ password refused", Style::Bad};
     default:
-      return view.heard ? State{"○ connection lost", Style::bad}
-                        : State{"○ searching", Style::warn};
+      return view.found ? State{"○ connection lost", Style::Bad}
+                        : State{"○ searching", Style::Warn};
   }
 }
 
@@ -58,38 +58,38 @@ void drawHeader(Canvas& canvas, const WatchView& view) {
   std::size_t x = 1;
   if (!view.name.empty()) {
     const auto room = most > view.address.size() + 2 ? most - view.address.size() - 2 : most;
-    x = canvas.put(x, 0, view.name, Style::bold, room) + 2;
+    x = canvas.put(x, 0, view.name, Style::Bold, room) + 2;
   }
-  if (x < most) canvas.put(x, 0, view.address, view.name.empty() ? Style::bold : Style::dim, most);
+  if (x < most) canvas.put(x, 0, view.address, view.name.empty() ? Style::Bold : Style::Dim, most);
   canvas.put(stateAt, 0, state.text, state.style);
-  canvas.put(timeAt, 0, time, Style::dim);
+  canvas.put(timeAt, 0, time, Style::Dim);
 }
 
-/// A fact with its name before it; the column after both.
+// A fact with its name before it; the column after both.
 std::size_t drawFact(Canvas& canvas, std::size_t x, std::size_t y, std::string_view name,
-                     std::string_view value, Style style = Style::plain) {
-  x = canvas.put(x, y, name, Style::dim) + 1;
+                     std::string_view value, Style style = Style::Plain) {
+  x = canvas.put(x, y, name, Style::Dim) + 1;
   return canvas.put(x, y, value, style) + 3;
 }
 
 void drawSignal(Canvas& canvas, const WatchView& view, std::size_t y) {
   const auto strength = static_cast<double>(view.rssi.value_or(0));
-  const auto style = view.rssi ? strengthStyle(strength) : Style::dim;
+  const auto style = view.rssi ? strengthStyle(strength) : Style::Dim;
   const std::size_t bar = canvas.width() >= 100 ? 30 : 12;
-  auto x = drawFact(canvas, 1, y, "Signal ", view.rssi ? dbm(*view.rssi) : "-", Style::bold);
+  auto x = drawFact(canvas, 1, y, "Signal ", view.rssi ? dbm(*view.rssi) : "-", Style::Bold);
   x = std::max<std::size_t>(x - 1, 18);
   canvas.bar(x, y, bar, view.rssi ? strengthShare(strength) : 0, style);
   x += bar + 1;
   canvas.put(x, y, view.rssi ? levelName(view.level) : "", style);
   x += 9;
   x = drawFact(canvas, x, y, "Battery", view.battery ? std::to_string(*view.battery) : "-",
-               view.battery ? batteryStyle(*view.battery) : Style::plain);
+               view.battery ? batteryStyle(*view.battery) : Style::Plain);
   drawFact(canvas, x, y, "Model", view.model ? std::to_string(*view.model) : "-");
 }
 
 void drawSettings(Canvas& canvas, const WatchView& view, std::size_t y) {
   auto x = drawFact(canvas, 1, y, "Bell   ", onOff(view.bell, "ringing", "silent"),
-                    view.bell.value_or(false) ? Style::warn : Style::plain);
+                    view.bell.value_or(false) ? Style::Warn : Style::Plain);
   x = drawFact(canvas, x, y, "Button",
                view.presses == 1 ? "1 press" : std::to_string(view.presses) + " presses");
   x = drawFact(canvas, x, y, "Loss alert", onOff(view.alert, "on", "off"));
@@ -108,7 +108,7 @@ void drawEvents(Canvas& canvas, const WatchView& view, std::size_t top, std::siz
   const auto count = std::min(rows, view.events.size());
   auto event = view.events.end() - static_cast<std::ptrdiff_t>(count);
   for (auto y = top; event != view.events.end(); ++event, ++y) {
-    const auto x = canvas.put(1, y, event->time, Style::dim) + 2;
+    const auto x = canvas.put(1, y, event->time, Style::Dim) + 2;
     canvas.put(x, y, event->text, event->style);
   }
 }
@@ -127,10 +127,10 @@ void drawKeys(Canvas& canvas, const WatchView& view) {
                       {"q", "quit"}});
 }
 
-/// What matters most, where there is no room for all.
+// What matters most, where there is no room for all.
 void drawTiny(Canvas& canvas, const WatchView& view) {
   const auto state = stateOf(view);
-  canvas.put(0, 0, view.name.empty() ? view.address : view.name, Style::bold);
+  canvas.put(0, 0, view.name.empty() ? view.address : view.name, Style::Bold);
   canvas.put(0, 1, state.text, state.style);
   if (view.rssi) {
     const auto x = canvas.put(0, 2, dbm(*view.rssi) + ", ");
@@ -139,8 +139,8 @@ void drawTiny(Canvas& canvas, const WatchView& view) {
   if (!view.events.empty()) canvas.put(0, 3, view.events.back().text, view.events.back().style);
   canvas.put(0, 4,
              view.typedDelay ? "delay " + *view.typedDelay + "_" : "r ring  s silence  q quit",
-             Style::dim);
-  canvas.put(0, 5, "a larger terminal shows more", Style::dim);
+             Style::Dim);
+  canvas.put(0, 5, "a larger terminal shows more", Style::Dim);
 }
 
 }  // namespace

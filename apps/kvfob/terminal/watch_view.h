@@ -20,13 +20,13 @@ struct WatchView {
   struct Event {
     std::string time;
     std::string text;
-    Style style = Style::plain;
+    Style style = Style::Plain;
   };
 
   std::string name;
   std::string address;
   std::chrono::milliseconds elapsed{0};
-  bool heard = false;
+  bool found = false;
   std::uint64_t connection = KVConnectionDisconnect;
   std::optional<std::int64_t> rssi;
   std::uint64_t level = KVDistanceFar;

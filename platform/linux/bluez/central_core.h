@@ -1,4 +1,4 @@
-/// The BlueZ central: the adapter, the scan, the links, and who is told what.
+/// The BlueZ central: the adapter, the scan, the links, and the events of its delegate.
 #ifndef PLATFORM_LINUX_BLUEZ_CENTRAL_CORE_H
 #define PLATFORM_LINUX_BLUEZ_CENTRAL_CORE_H
 
@@ -28,9 +28,8 @@ class CentralCore : public std::enable_shared_from_this<CentralCore>,
                     private ObjectTreeObserver,
                     private LinkHost {
  public:
-  CentralCore(KVCentral& central, KVCentralDelegate& delegate,
-              std::shared_ptr<KVLinuxEventQueue> queue, const KVBlueZOptions& options,
-              const BlueZTiming& timing, std::shared_ptr<KVLog> log);
+  CentralCore(KVCentral& central, KVCentralDelegate& delegate, WeakQueue queue,
+              const KVBlueZOptions& options, const BlueZTiming& timing, std::shared_ptr<KVLog> log);
 
   void start();
   /// Ends all events, links and scans. The central may be gone afterwards.
@@ -48,17 +47,17 @@ class CentralCore : public std::enable_shared_from_this<CentralCore>,
 
  private:
   void adaptersChanged() override;
-  void deviceSeen(DeviceObject& device) override;
+  void deviceHeard(DeviceObject& device) override;
   void deviceChanged(DeviceObject& device) override;
   void deviceRemoved(DeviceObject& device) override;
   void characteristicValue(std::string_view path, KVBytes value) override;
   void attributeRemoved(std::string_view path) override;
 
   const std::string& adapterPath() const override { return adapterOn_; }
-  void requestTurn(Link& link) override;
-  void releaseTurn(Link& link) override;
-  bool radioContended() const override { return userScan_ || !line_.empty(); }
-  void sightingsWantedChanged() override;
+  void requestInitiating(Link& link) override;
+  void releaseInitiating(Link& link) override;
+  bool radioContended() const override { return userScan_ || !waitingInitiators_.empty(); }
+  void advertisementsWantedChanged() override;
   void reportConnected(Link& link) override;
   void reportDisconnected(Link& link, std::optional<KVError> error) override;
 
@@ -70,10 +69,10 @@ class CentralCore : public std::enable_shared_from_this<CentralCore>,
   void updateScan();
   bool wantedByScan(const DeviceObject& device);
   void deliverAdvertisement(DeviceObject& device, std::optional<std::int64_t> rssi);
-  void showOrphans();
+  void reportConnectedDevices();
   const std::shared_ptr<BlueZPeripheral>& handleOf(DeviceObject& device);
   Link* findLink(const std::string& address);
-  void grantTurn();
+  void grantInitiating();
   void forgetIdle(const std::string& address);
   void post(std::function<void(CentralCore&)> task);
 
@@ -85,8 +84,8 @@ class CentralCore : public std::enable_shared_from_this<CentralCore>,
   LiveRssi rssi_;
   Timer noAdapter_;
 
-  std::int64_t state_ = KVCentralStateUnknown;  ///< As last told to the delegate,
-  std::optional<std::int64_t> announced_;       ///< and as it will have been told.
+  std::int64_t state_ = KVCentralStateUnknown;  ///< Of the latest event that was delivered,
+  std::optional<std::int64_t> announced_;       ///< and of the latest that was posted.
   bool everReady_ = false;
   std::string adapterPath_;  ///< The chosen adapter, on or off.
   std::string adapterOn_;    ///< The same while it is on, else empty.
@@ -100,8 +99,8 @@ class CentralCore : public std::enable_shared_from_this<CentralCore>,
   std::unordered_map<std::string, std::weak_ptr<BlueZPeripheral>> handles_;
   std::size_t handlesToSweep_ = 64;
   std::map<std::string, std::unique_ptr<Link>, std::less<>> links_;
-  std::deque<Link*> line_;  ///< Waiting for their turn to connect.
-  Link* turn_ = nullptr;
+  Link* initiator_ = nullptr;  ///< Whose attempt is under way.
+  std::deque<Link*> waitingInitiators_;
 };
 
 }  // namespace kv

@@ -1,4 +1,4 @@
-// The central's links, and their turns.
+// The central's links, one of which connects at a time.
 #include <algorithm>
 #include <utility>
 
@@ -7,9 +7,9 @@
 namespace kv {
 namespace {
 
-// Whether it changes from time to time: the two highest bits of a random address tell (Bluetooth
-// Core Specification, Vol 6, Part B, 1.3.2). The daemon drops such a device soon after discovery
-// ends.
+// Whether it changes from time to time: the two highest bits of a random address tell, of which
+// only a static one has both (Bluetooth Core Specification, Vol 6, Part B, 1.3.2). The daemon
+// removes such a device soon after discovery has ended.
 bool hasPrivateAddress(const DeviceObject& device) {
   return device.randomAddress && !device.address.empty() && device.address[0] >= '0' &&
          device.address[0] <= '7';
@@ -29,21 +29,15 @@ GattSession* CentralCore::session(const std::string& address) {
 
 void CentralCore::connect(const std::shared_ptr<KVPeripheral>& peripheral) {
   const auto handle = std::dynamic_pointer_cast<BlueZPeripheral>(peripheral);
-  if (!handle) {
-    return;
-  }
+  if (!handle) return;
   auto& link = links_[handle->identifier()];
-  if (!link) {
-    link = std::make_unique<Link>(context_, host(), handle);
-  }
+  if (!link) link = std::make_unique<Link>(context_, host(), handle);
   link->request(handle);
 }
 
 void CentralCore::cancel(const std::shared_ptr<KVPeripheral>& peripheral) {
   if (peripheral) {
-    if (Link* link = findLink(peripheral->identifier())) {
-      link->cancel();
-    }
+    if (Link* link = findLink(peripheral->identifier())) link->cancel();
   }
 }
 
@@ -55,50 +49,42 @@ void CentralCore::deviceChanged(DeviceObject& device) {
 
 void CentralCore::characteristicValue(std::string_view path, KVBytes value) {
   for (const auto& [address, link] : links_) {
-    if (GattSession* session = link->session()) {
-      session->characteristicValue(path, value);
-    }
+    if (GattSession* session = link->session()) session->characteristicValue(path, value);
   }
 }
 
 void CentralCore::attributeRemoved(std::string_view path) {
   for (const auto& [address, link] : links_) {
-    if (GattSession* session = link->session()) {
-      session->attributeRemoved(path);
-    }
+    if (GattSession* session = link->session()) session->attributeRemoved(path);
   }
 }
 
-void CentralCore::requestTurn(Link& link) {
-  line_.push_back(&link);
-  grantTurn();
+void CentralCore::requestInitiating(Link& link) {
+  waitingInitiators_.push_back(&link);
+  grantInitiating();
 }
 
-void CentralCore::releaseTurn(Link& link) {
-  std::erase(line_, &link);
-  if (turn_ == &link) {
-    turn_ = nullptr;
-    grantTurn();
+void CentralCore::releaseInitiating(Link& link) {
+  std::erase(waitingInitiators_, &link);
+  if (initiator_ == &link) {
+    initiator_ = nullptr;
+    grantInitiating();
   }
 }
 
 // One attempt at a time, and no discovery meanwhile: the kernel suspends it for the attempt anyway,
 // and some controllers refuse to do both.
-void CentralCore::grantTurn() {
-  if (turn_ != nullptr) {
-    return;
-  }
-  if (line_.empty()) {
+void CentralCore::grantInitiating() {
+  if (initiator_ != nullptr) return;
+  if (waitingInitiators_.empty()) {
     scan_.resume();
     return;
   }
-  turn_ = line_.front();
-  line_.pop_front();
-  const DeviceObject* device = daemon_.tree().device(adapterOn_, turn_->address());
+  initiator_ = waitingInitiators_.front();
+  waitingInitiators_.pop_front();
+  const DeviceObject* device = daemon_.tree().device(adapterOn_, initiator_->address());
   scan_.pause(device == nullptr || !hasPrivateAddress(*device), [this] {
-    if (turn_ != nullptr) {
-      turn_->turnGranted();
-    }
+    if (initiator_ != nullptr) initiator_->initiatingGranted();
   });
 }
 
@@ -116,17 +102,13 @@ void CentralCore::reportDisconnected(Link& link, std::optional<KVError> error) {
   post([peripheral = link.peripheral(), error = std::move(error)](CentralCore& self) {
     peripheral->setState(KVPeripheralStateDisconnected);
     self.delegate_->didDisconnectPeripheral(*self.central_, peripheral, error);
-    if (*self.context_.open) {
-      self.forgetIdle(peripheral->identifier());
-    }
+    if (*self.context_.open) self.forgetIdle(peripheral->identifier());
   });
 }
 
 void CentralCore::forgetIdle(const std::string& address) {
   const auto found = links_.find(address);
-  if (found == links_.end()) {
-    return;
-  }
+  if (found == links_.end()) return;
   const Link& link = *found->second;
   if (link.idle()) {
     links_.erase(found);
@@ -139,9 +121,7 @@ void CentralCore::forgetIdle(const std::string& address) {
 void CentralCore::readRssi(const std::shared_ptr<BlueZPeripheral>& peripheral) {
   const Link* link = findLink(peripheral->identifier());
   const DeviceObject* device = daemon_.tree().device(adapterOn_, peripheral->identifier());
-  if (link == nullptr || !link->up() || device == nullptr) {
-    return;
-  }
+  if (link == nullptr || !link->up() || device == nullptr) return;
   rssi_.read(adapterOn_, device->address, device->randomAddress,
              [this, peripheral](std::optional<std::int64_t> rssi) {
                post([peripheral, rssi](CentralCore& self) {
@@ -152,7 +132,7 @@ void CentralCore::readRssi(const std::shared_ptr<BlueZPeripheral>& peripheral) {
                        *peripheral, rssi,
                        rssi ? std::nullopt
                             : std::optional(KVError{"The signal strength could not be read",
-                                                    kErrorRequestFailed, std::nullopt}));
+                                                    KVBluetoothErrorRefused, std::nullopt}));
                  }
                });
              });

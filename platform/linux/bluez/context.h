@@ -11,7 +11,8 @@
 
 #include "KVFobLink/KVLinuxPlatform.h"
 #include "KVFobLink/KVPlatform.h"
-#include "platform/linux/bluez/radio.h"
+#include "platform/linux/bluez/timing.h"
+#include "platform/weak_queue.h"
 
 namespace kv {
 
@@ -19,7 +20,7 @@ class Daemon;
 
 /// One for each central; it outlives all the parts that refer to it.
 struct Context {
-  std::shared_ptr<KVLinuxEventQueue> queue;
+  WeakQueue queue;
   std::shared_ptr<KVLog> logSink;
   KVBlueZOptions options;
   BlueZTiming timing;
@@ -30,9 +31,7 @@ struct Context {
   std::minstd_rand random{std::random_device{}()};
 
   void log(const std::string& line) const {
-    if (logSink) {
-      logSink->write("bluez: " + line);
-    }
+    if (logSink) logSink->write("bluez: " + line);
   }
 };
 
@@ -46,20 +45,18 @@ class Timer {
 
   void set(std::chrono::nanoseconds delay, std::function<void()> due) {
     cancel();
-    id_ = queue_->postAfter(delay, [this, due = std::move(due)] {
+    id_ = queue_.postAfter(delay, [this, due = std::move(due)] {
       id_ = 0;
       due();
     });
   }
   void cancel() {
-    if (id_ != 0) {
-      queue_->cancel(std::exchange(id_, 0));
-    }
+    if (id_ != 0) queue_.cancel(std::exchange(id_, 0));
   }
   bool pending() const { return id_ != 0; }
 
  private:
-  std::shared_ptr<KVLinuxEventQueue> queue_;
+  const WeakQueue queue_;
   KVEventQueue::TaskId id_ = 0;
 };
 

@@ -6,13 +6,17 @@
 #include <utility>
 
 #include "platform/linux/bluez/errors.h"
+#include "platform/linux/bus/names.h"
 
 namespace kv {
 namespace {
 
-constexpr const char* kName = "org.bluez";
-constexpr const char* kBus = "org.freedesktop.DBus";
-constexpr const char* kObjectManager = "org.freedesktop.DBus.ObjectManager";
+// `more` narrows the rule further.
+std::string signalRule(const char* sender, const char* interface, const char* member,
+                       const std::string& more) {
+  return std::string("type='signal',sender='") + sender + "',interface='" + interface +
+         "',member='" + member + "'," + more;
+}
 
 }  // namespace
 
@@ -30,26 +34,22 @@ void Daemon::open() {
   // All rules are sent before the first question, so nothing can happen between an answer and the
   // signals that continue it. One rule serves all devices: the bus limits their number.
   matches_.clear();
+  matches_.push_back(bus_->match(signalRule(dbus::kService, dbus::kBus, dbus::kNameOwnerChanged,
+                                            std::string("arg0='") + bluez::kService + '\''),
+                                 [this](const BusMessage& signal) { ownerChanged(signal.get()); }));
+  const std::string atManager = std::string("path='") + bluez::kManagerPath + '\'';
   matches_.push_back(
-      bus_->match("type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
-                  "member='NameOwnerChanged',arg0='org.bluez'",
-                  [this](const BusMessage& signal) { ownerChanged(signal.get()); }));
-  matches_.push_back(
-      match("type='signal',sender='org.bluez',interface='org.freedesktop.DBus."
-            "ObjectManager',member='InterfacesAdded',path='/'",
+      match(signalRule(bluez::kService, dbus::kObjectManager, dbus::kInterfacesAdded, atManager),
             &ObjectTree::interfacesAdded));
   matches_.push_back(
-      match("type='signal',sender='org.bluez',interface='org.freedesktop.DBus."
-            "ObjectManager',member='InterfacesRemoved',path='/'",
+      match(signalRule(bluez::kService, dbus::kObjectManager, dbus::kInterfacesRemoved, atManager),
             &ObjectTree::interfacesRemoved));
-  matches_.push_back(
-      match("type='signal',sender='org.bluez',interface='org.freedesktop.DBus."
-            "Properties',member='PropertiesChanged',path_namespace='/org/bluez'",
-            &ObjectTree::propertiesChanged));
-  BusMessage question = bus_->methodCall(kBus, "/org/freedesktop/DBus", kBus, "GetNameOwner");
-  if (question) {
-    sd_bus_message_append(question.get(), "s", kName);
-  }
+  matches_.push_back(match(signalRule(bluez::kService, dbus::kProperties, dbus::kPropertiesChanged,
+                                      std::string("path_namespace='") + bluez::kRootPath + '\''),
+                           &ObjectTree::propertiesChanged));
+  BusMessage question =
+      bus_->methodCall(dbus::kService, dbus::kPath, dbus::kBus, dbus::kGetNameOwner);
+  if (question) sd_bus_message_append(question.get(), "s", bluez::kService);
   ownerCall_ = bus_->call(
       std::move(question), context_.timing.daemonCall,
       [this](const BusMessage& reply, const BusFault& error) { ownerKnown(reply, error); });
@@ -62,7 +62,7 @@ BusSlot Daemon::match(const std::string& rule, void (ObjectTree::*handle)(sd_bus
 void Daemon::onSignal(const BusMessage& signal, void (ObjectTree::*handle)(sd_bus_message*)) {
   const auto keep = keeper_.lock();
   // Until the list of objects has come, what a signal says is in that list.
-  if (keep && state_ == State::ready && owner_ == sd_bus_message_get_sender(signal.get())) {
+  if (keep && state_ == State::Ready && owner_ == sd_bus_message_get_sender(signal.get())) {
     (tree_.*handle)(signal.get());
   }
 }
@@ -75,7 +75,7 @@ void Daemon::lost(int error) {
   loadCall_.reset();
   ownerCall_.reset();
   timer_.set(retry_, [this] { open(); });
-  setState(error == EACCES || error == EPERM ? State::denied : State::absent);
+  setState(error == EACCES || error == EPERM ? State::Denied : State::Absent);
 }
 
 void Daemon::ownerKnown(const BusMessage& reply, const BusFault& error) {
@@ -86,16 +86,16 @@ void Daemon::ownerKnown(const BusMessage& reply, const BusFault& error) {
     return;
   }
   const Fault fault = classify(error);
-  if (fault == Fault::noBus) {
+  if (fault == Fault::NoBus) {
     return;  // `lost` is about to tell more
   }
-  if (fault == Fault::noDaemon) {
+  if (fault == Fault::NoDaemon) {
     retry_ = {};
     context_.log("bluetoothd is not running");
   } else if (error) {
     context_.log("cannot ask for bluetoothd: " + error->name + ": " + error->text);
   }
-  setState(fault == Fault::accessDenied ? State::denied : State::absent);
+  setState(fault == Fault::AccessDenied ? State::Denied : State::Absent);
 }
 
 void Daemon::ownerChanged(sd_bus_message* signal) {
@@ -110,24 +110,19 @@ void Daemon::ownerChanged(sd_bus_message* signal) {
 }
 
 void Daemon::setOwner(const std::string& owner) {
-  if (owner == owner_) {
-    return;
-  }
+  if (owner == owner_) return;
   owner_ = owner;
   loadCall_.reset();
   timer_.cancel();
   // A daemon that was replaced at once is still a new one: all that was known is void.
-  if (state_ == State::ready || owner.empty()) {
-    setState(State::absent);
-  }
-  if (!owner_.empty()) {
-    load();
-  }
+  if (state_ == State::Ready || owner.empty()) setState(State::Absent);
+  if (!owner_.empty()) load();
 }
 
 void Daemon::load() {
   loadCall_ =
-      call(methodCall("/", kObjectManager, "GetManagedObjects"), context_.timing.daemonCall,
+      call(methodCall(bluez::kManagerPath, dbus::kObjectManager, dbus::kGetManagedObjects),
+           context_.timing.daemonCall,
            [this](const BusMessage& reply, const BusFault& error) { loaded(reply, error); });
 }
 
@@ -135,60 +130,48 @@ void Daemon::loaded(const BusMessage& reply, const BusFault& error) {
   if (!error) {
     tree_.clear();
     tree_.load(reply.get());
-    setState(State::ready);
+    setState(State::Ready);
     return;
   }
   context_.log("bluetoothd does not list its objects: " + error->name + ": " + error->text);
-  setState(classify(error) == Fault::accessDenied ? State::denied : State::absent);
+  setState(classify(error) == Fault::AccessDenied ? State::Denied : State::Absent);
+  // No signal says that it would answer now.
   timer_.set(context_.timing.busRetryMost, [this] { load(); });
 }
 
 void Daemon::setState(State state) {
   const auto keep = keeper_.lock();
   state_ = state;
-  if (state != State::ready) {
-    tree_.clear();
-  }
-  if (keep) {
-    changed_();
-  }
+  if (state != State::Ready) tree_.clear();
+  if (keep) changed_();
 }
 
 BusMessage Daemon::methodCall(const std::string& path, const char* interface,
                               const char* member) const {
-  return bus_ ? bus_->methodCall(kName, path, interface, member) : BusMessage();
+  return bus_ ? bus_->methodCall(bluez::kService, path, interface, member) : BusMessage();
 }
 
 BusSlot Daemon::call(BusMessage message, std::chrono::milliseconds timeout,
                      BusConnection::Answer answered) {
-  if (message) {
-    // A call must not start a daemon that its system has stopped.
-    sd_bus_message_set_auto_start(message.get(), 0);
-  }
   return bus_->call(std::move(message), timeout,
                     [keeper = keeper_, answered = std::move(answered)](const BusMessage& reply,
                                                                        const BusFault& error) {
-                      if (const auto keep = keeper.lock()) {
-                        answered(reply, error);
-                      }
+                      if (const auto keep = keeper.lock()) answered(reply, error);
                     });
 }
 
 void Daemon::send(const BusMessage& message) {
-  if (bus_ && message) {
-    sd_bus_message_set_auto_start(message.get(), 0);
-    bus_->send(message);
-  }
+  if (bus_) bus_->send(message);
 }
 
 BusSlot Daemon::refresh(std::function<void()> done) {
-  return call(methodCall("/", kObjectManager, "GetManagedObjects"), context_.timing.daemonCall,
-              [this, done = std::move(done)](const BusMessage& reply, const BusFault& error) {
-                if (!error) {
-                  tree_.load(reply.get());
-                }
-                done();
-              });
+  return call(
+      methodCall(bluez::kManagerPath, dbus::kObjectManager, dbus::kGetManagedObjects),
+      context_.timing.daemonCall,
+      [this, done = std::move(done)](const BusMessage& reply, const BusFault& error) {
+        if (!error) tree_.load(reply.get());
+        done();  // an error leaves the objects as they were, which is for the caller to judge
+      });
 }
 
 }  // namespace kv

@@ -17,10 +17,10 @@ namespace kv {
 class Daemon {
  public:
   enum class State {
-    unknown,  ///< Not asked yet.
-    absent,   ///< No bus, or nobody owns org.bluez.
-    denied,   ///< The bus does not let us talk to it.
-    ready,    ///< The tree is complete.
+    Unknown,  ///< Not asked yet.
+    Absent,   ///< No bus, or org.bluez has no owner.
+    Denied,   ///< The bus does not let us talk to it.
+    Ready,    ///< The tree is complete.
   };
 
   /// `changed` is called after each change of the state. `keeper` is whatever owns this object: it
@@ -31,6 +31,7 @@ class Daemon {
 
   State state() const { return state_; }
   ObjectTree& tree() { return tree_; }
+  const ObjectTree& tree() const { return tree_; }
 
   /// A call of org.bluez, to fill in. Empty while there is no bus.
   BusMessage methodCall(const std::string& path, const char* interface, const char* member) const;
@@ -59,7 +60,7 @@ class Daemon {
   ObjectTree tree_;
   std::function<void()> changed_;
   std::weak_ptr<void> keeper_;
-  State state_ = State::unknown;
+  State state_ = State::Unknown;
   std::string owner_;  ///< The daemon's unique name; signals of any other sender are stale.
   std::chrono::milliseconds retry_{0};
   Timer timer_;

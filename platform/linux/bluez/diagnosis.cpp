@@ -6,16 +6,15 @@
 #include <utility>
 
 #include "platform/linux/bluez/errors.h"
+#include "platform/linux/bus/names.h"
+#include "platform/linux/settings.h"
 
-std::shared_ptr<KVLinuxDiagnosis> KVLinuxDiagnosis::start(std::shared_ptr<KVLinuxEventQueue> queue,
-                                                          KVBlueZOptions options, Done done) {
-  KVLinuxEventQueue& on = *queue;
+std::shared_ptr<KVLinuxDiagnosis> KVLinuxDiagnosis::startWith(
+    const std::shared_ptr<KVLinuxEventQueue>& queue, const KVLinuxSettings& settings, Done done) {
   const auto diagnosis =
-      std::make_shared<kv::Diagnosis>(std::move(queue), std::move(options), std::move(done));
-  on.post([weak = std::weak_ptr(diagnosis)] {
-    if (const auto alive = weak.lock()) {
-      alive->begin();
-    }
+      std::make_shared<kv::Diagnosis>(queue, settings.data().options.bluez, std::move(done));
+  queue->post([weak = std::weak_ptr(diagnosis)] {
+    if (const auto alive = weak.lock()) alive->begin();
   });
   return diagnosis;
 }
@@ -23,17 +22,13 @@ std::shared_ptr<KVLinuxDiagnosis> KVLinuxDiagnosis::start(std::shared_ptr<KVLinu
 namespace kv {
 namespace {
 
-constexpr const char* kName = "org.bluez";
-constexpr const char* kBus = "org.freedesktop.DBus";
-constexpr const char* kObjectManager = "org.freedesktop.DBus.ObjectManager";
 constexpr const char* kHowToBePermitted =
     "run as root or as a user of the group bluetooth; in a container, see that its profile allows "
     "D-Bus";
 
 }  // namespace
 
-Diagnosis::Diagnosis(std::shared_ptr<KVLinuxEventQueue> queue, KVBlueZOptions options, Done done,
-                     DiagnosisSources sources)
+Diagnosis::Diagnosis(WeakQueue queue, KVBlueZOptions options, Done done, DiagnosisSources sources)
     : queue_(std::move(queue)),
       options_(std::move(options)),
       done_(std::move(done)),
@@ -42,10 +37,9 @@ Diagnosis::Diagnosis(std::shared_ptr<KVLinuxEventQueue> queue, KVBlueZOptions op
 
 void Diagnosis::begin() {
   bus_ = BusConnection::open(queue_, options_.busAddress, [this](int error) { busLost(error); });
-  BusMessage question = bus_->methodCall(kBus, "/org/freedesktop/DBus", kBus, "GetNameOwner");
-  if (question) {
-    sd_bus_message_append(question.get(), "s", kName);
-  }
+  BusMessage question =
+      bus_->methodCall(dbus::kService, dbus::kPath, dbus::kBus, dbus::kGetNameOwner);
+  if (question) sd_bus_message_append(question.get(), "s", bluez::kService);
   call_ = bus_->call(std::move(question), sources_.patience,
                      [this](const BusMessage&, const BusFault& error) { ownerKnown(error); });
 }
@@ -62,45 +56,37 @@ void Diagnosis::busLost(int error) {
 
 void Diagnosis::ownerKnown(const BusFault& error) {
   const Fault fault = classify(error);
-  if (fault == Fault::noBus) {
+  if (fault == Fault::NoBus) {
     return;  // `busLost` is about to be called
   }
-  if (fault == Fault::noReply) {
+  if (fault == Fault::NoReply) {
     unusable("bus", "the message bus does not answer", "restart D-Bus, or the machine");
-    finish();
-    return;
-  }
-  if (fault == Fault::accessDenied) {
+  } else if (fault == Fault::AccessDenied) {
     unusable("permission", "the message bus refuses this process", kHowToBePermitted);
-    finish();
-    return;
-  }
-  ok("bus", "the message bus answers");
-  if (error) {
+  } else if (error) {
+    ok("bus", "the message bus answers");
     unusable("service", "bluetoothd is not running",
              "start it with \"systemctl start bluetooth\"; if there is no such service, install "
              "the package bluez");
-    finish();
+  } else {
+    ok("bus", "the message bus answers");
+    BusMessage question = bus_->methodCall(bluez::kService, bluez::kManagerPath,
+                                           dbus::kObjectManager, dbus::kGetManagedObjects);
+    call_ = bus_->call(
+        std::move(question), sources_.patience,
+        [this](const BusMessage& reply, const BusFault& refusal) { listed(reply, refusal); });
     return;
   }
-  BusMessage question = bus_->methodCall(kName, "/", kObjectManager, "GetManagedObjects");
-  if (question) {
-    sd_bus_message_set_auto_start(question.get(), 0);
-  }
-  call_ = bus_->call(
-      std::move(question), sources_.patience,
-      [this](const BusMessage& reply, const BusFault& refusal) { listed(reply, refusal); });
+  finish();
 }
 
 void Diagnosis::listed(const BusMessage& reply, const BusFault& error) {
   const Fault fault = classify(error);
-  if (fault == Fault::noBus) {
-    return;
-  }
+  if (fault == Fault::NoBus) return;
   if (!error) {
     tree_.load(reply.get());
     examineObjects();
-  } else if (fault == Fault::accessDenied) {
+  } else if (fault == Fault::AccessDenied) {
     ok("service", "bluetoothd is running");
     unusable("permission", "the bus does not let this user talk to bluetoothd", kHowToBePermitted);
   } else {
@@ -121,15 +107,15 @@ void Diagnosis::finish() {
 }
 
 void Diagnosis::ok(const char* topic, std::string seen) {
-  findings_.push_back({topic, KVVerdict::ok, std::move(seen), ""});
+  findings_.push_back({topic, KVVerdict::Ok, std::move(seen), ""});
 }
 
 void Diagnosis::hint(const char* topic, std::string seen, std::string advice) {
-  findings_.push_back({topic, KVVerdict::hint, std::move(seen), std::move(advice)});
+  findings_.push_back({topic, KVVerdict::Hint, std::move(seen), std::move(advice)});
 }
 
 void Diagnosis::unusable(const char* topic, std::string seen, std::string advice) {
-  findings_.push_back({topic, KVVerdict::unusable, std::move(seen), std::move(advice)});
+  findings_.push_back({topic, KVVerdict::Unusable, std::move(seen), std::move(advice)});
 }
 
 }  // namespace kv

@@ -27,14 +27,13 @@ class Diagnosis : public KVLinuxDiagnosis,
                   public std::enable_shared_from_this<Diagnosis>,
                   private ObjectTreeObserver {
  public:
-  Diagnosis(std::shared_ptr<KVLinuxEventQueue> queue, KVBlueZOptions options, Done done,
-            DiagnosisSources sources = {});
+  Diagnosis(WeakQueue queue, KVBlueZOptions options, Done done, DiagnosisSources sources = {});
 
   void begin();
 
  private:
   void adaptersChanged() override {}
-  void deviceSeen(DeviceObject& /*device*/) override {}
+  void deviceHeard(DeviceObject& /*device*/) override {}
   void deviceChanged(DeviceObject& /*device*/) override {}
   void deviceRemoved(DeviceObject& /*device*/) override {}
   void characteristicValue(std::string_view /*path*/, KVBytes /*value*/) override {}
@@ -56,7 +55,7 @@ class Diagnosis : public KVLinuxDiagnosis,
   void hint(const char* topic, std::string seen, std::string advice);
   void unusable(const char* topic, std::string seen, std::string advice);
 
-  const std::shared_ptr<KVLinuxEventQueue> queue_;
+  const WeakQueue queue_;
   const KVBlueZOptions options_;
   Done done_;
   const DiagnosisSources sources_;

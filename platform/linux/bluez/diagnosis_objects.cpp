@@ -1,6 +1,4 @@
 // What the daemon's objects and the kernel tell.
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
@@ -10,6 +8,8 @@
 #include <system_error>
 
 #include "platform/linux/bluez/diagnosis.h"
+#include "protocol/advertisement.h"
+#include "protocol/gatt_layout.h"
 
 namespace kv {
 namespace {
@@ -18,9 +18,9 @@ namespace fs = std::filesystem;
 
 // What a key-finder tag offers: the one in its advertisements, the other once it is connected.
 bool isTag(const DeviceObject& device) {
-  static const KVUUID advertised(0xFFE1);
-  static const auto offered = KVUUID::fromString("7F280001-8204-F393-E0A9-E50E24DCCA9E");
-  const auto known = [](const KVUUID& uuid) { return uuid == advertised || uuid == offered; };
+  const auto known = [](const KVUUID& uuid) {
+    return uuid == advertisedServiceUuid() || uuid == commandServiceUuid();
+  };
   return std::any_of(device.uuids.begin(), device.uuids.end(), known) ||
          std::any_of(device.serviceData.begin(), device.serviceData.end(),
                      [&](const auto& entry) { return known(entry.uuid); });
@@ -70,9 +70,7 @@ bool isBlocked(const std::string& sys, const std::string& adapter, const char* k
        fs::directory_iterator(fs::path(sys) / "class/bluetooth" / adapter, none)) {
     if (entry.path().filename().string().starts_with("rfkill")) {
       std::ifstream file(entry.path() / kind);
-      if (file.get() == '1') {
-        return true;
-      }
+      if (file.get() == '1') return true;
     }
   }
   return false;
@@ -87,9 +85,7 @@ void Diagnosis::examineObjects() {
                     "is running");
   ok("permission", "this user may talk to bluetoothd");
   const AdapterObject* adapter = examineAdapters();
-  if (adapter == nullptr) {
-    return;
-  }
+  if (adapter == nullptr) return;
   examinePower(*adapter);
   if (adapter->powered) {
     examineRssi(*adapter);
@@ -102,15 +98,11 @@ const AdapterObject* Diagnosis::examineAdapters() {
   const AdapterObject* chosen = nullptr;
   for (const auto& [path, adapter] : tree_.adapters()) {
     const bool fits = options_.adapter.empty() || adapter.isNamed(options_.adapter);
-    if (fits && (chosen == nullptr || (adapter.powered && !chosen->powered))) {
-      chosen = &adapter;
-    }
+    if (fits && (chosen == nullptr || (adapter.powered && !chosen->powered))) chosen = &adapter;
   }
   std::string others;
   for (const auto& [path, adapter] : tree_.adapters()) {
-    if (&adapter != chosen) {
-      others += (others.empty() ? "" : ", ") + describe(adapter);
-    }
+    if (&adapter != chosen) others += (others.empty() ? "" : ", ") + describe(adapter);
   }
   if (chosen != nullptr) {
     ok("adapter", describe(*chosen) + (others.empty() ? "" : "; there is also " + others));
@@ -152,11 +144,11 @@ void Diagnosis::examinePower(const AdapterObject& adapter) {
 }
 
 void Diagnosis::examineRssi(const AdapterObject& adapter) {
-  int socket = sources_.sockets->openRaw(adapterIndex(adapter.path));
+  const OwnedFd raw = sources_.sockets->openRaw(adapterIndex(adapter.path));
   const std::string why = std::strerror(errno);
-  if (socket >= 0) {
+  if (raw) {
     ok("rssi", "the signal strength of a link can be read (raw HCI socket)");
-  } else if ((socket = sources_.sockets->openManagement()) >= 0) {
+  } else if (sources_.sockets->openManagement()) {
     hint("rssi",
          "the signal strength of a link can be read through the management interface only (the raw "
          "HCI socket: " +
@@ -169,9 +161,6 @@ void Diagnosis::examineRssi(const AdapterObject& adapter) {
              why,
          "in a container, use the host's network; in a systemd service, let "
          "RestrictAddressFamilies include AF_BLUETOOTH; all else works without it");
-  }
-  if (socket >= 0) {
-    close(socket);
   }
 }
 
@@ -196,9 +185,7 @@ void Diagnosis::examineLinks(const AdapterObject& adapter) {
                device->address + "\", or connect to it");
     }
   }
-  if (!any) {
-    ok("link", "no tag is held by another program");
-  }
+  if (!any) ok("link", "no tag is held by another program");
 }
 
 }  // namespace kv

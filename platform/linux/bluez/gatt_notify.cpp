@@ -1,12 +1,12 @@
-// How notifications reach a session: as signals of the daemon. They could have a socket of their
-// own, too (AcquireNotify), but with releases before 2026 a link that is lost meanwhile, or a
-// client that dies, leaves the daemon with a pointer to freed memory, and any later subscription
-// refused.
+// How notifications reach a session: as signals of the daemon. It also offers a socket for them
+// (AcquireNotify), which is not used: in releases before 2026 a link that is lost meanwhile, or a
+// program that dies, leaves a pointer to freed memory behind, and later subscriptions refused.
 #include <utility>
 
 #include "platform/linux/bluez/daemon.h"
 #include "platform/linux/bluez/errors.h"
 #include "platform/linux/bluez/gatt_session.h"
+#include "platform/linux/bus/names.h"
 
 namespace kv {
 
@@ -15,32 +15,33 @@ void GattSession::subscribe() {
     finish();
     return;
   }
-  send(characteristicCall("StartNotify"), [this](const BusMessage&, const BusFault& error) {
-    // InProgress: this bus client has the subscription already.
-    if (!error || classify(error) == Fault::inProgress) {
-      const auto& characteristic = requests_.front().characteristic;
-      subscriptions_.emplace(characteristic->path(), characteristic);
-    } else if (endsTheLink(error)) {
-      return;
-    } else {
-      context_.log("no notifications: " + error->name + ": " + error->text);
-    }
-    finish();
-  });
+  send(characteristicCall(bluez::kStartNotify),
+       [this](const BusMessage&, const BusFault& error) { subscribed(error); });
 }
 
-void GattSession::unsubscribe() {
-  const std::string path = requests_.front().characteristic->path();
-  if (subscriptions_.erase(path) != 0) {
-    stopNotify(path);
+// Here InProgress means that this program has a subscription already which is not in force yet; it
+// is sent again like the others, since what follows relies on the subscription.
+void GattSession::subscribed(const BusFault& error) {
+  if (!settles(error)) return;
+  if (error) {
+    context_.log("no notifications: " + error->name + ": " + error->text);
+  } else {
+    const auto& characteristic = requests_.front().characteristic;
+    subscriptions_.emplace(characteristic->path(), characteristic);
   }
   finish();
 }
 
-// Also for a link that has ended: else the daemon subscribes anew with the next one, at its own
-// time.
+void GattSession::unsubscribe() {
+  const std::string path = requests_.front().characteristic->path();
+  if (subscriptions_.erase(path) != 0) stopNotify(path);
+  finish();
+}
+
+// Also for a link that has ended: else the daemon subscribes by itself once the next one is up.
 void GattSession::stopNotify(const std::string& path) {
-  context_.daemon->send(context_.daemon->methodCall(path, kCharacteristic, "StopNotify"));
+  context_.daemon->send(
+      context_.daemon->methodCall(path, bluez::kGattCharacteristic, bluez::kStopNotify));
 }
 
 void GattSession::characteristicValue(std::string_view path, KVBytes value) {

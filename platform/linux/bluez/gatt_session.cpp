@@ -1,9 +1,11 @@
 #include "platform/linux/bluez/gatt_session.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "platform/linux/bluez/daemon.h"
 #include "platform/linux/bluez/errors.h"
+#include "platform/linux/bus/names.h"
 
 namespace kv {
 
@@ -14,14 +16,14 @@ GattSession::GattSession(Context& context, std::shared_ptr<BlueZPeripheral> peri
       devicePath_(std::move(devicePath)),
       broken_(std::move(broken)),
       limit_(context),
+      retry_(context),
       changed_(context) {}
 
 GattSession::~GattSession() {
-  for (const auto& [path, characteristic] : subscriptions_) {
-    stopNotify(path);
-  }
+  for (const auto& [path, characteristic] : subscriptions_) stopNotify(path);
 }
 
+// The daemon has discovered everything before the link counts as up; nothing is asked of the tag.
 void GattSession::discoverServices() {
   std::vector<std::shared_ptr<KVService>> services;
   context_.daemon->tree().forEachService(
@@ -51,15 +53,15 @@ void GattSession::discoverCharacteristics(const std::shared_ptr<BlueZService>& s
 
 void GattSession::setNotify(bool enabled,
                             const std::shared_ptr<BlueZCharacteristic>& characteristic) {
-  enqueue({enabled ? Kind::subscribe : Kind::unsubscribe, characteristic});
+  enqueue({enabled ? Kind::Subscribe : Kind::Unsubscribe, characteristic});
 }
 
 void GattSession::read(const std::shared_ptr<BlueZCharacteristic>& characteristic) {
-  enqueue({Kind::read, characteristic});
+  enqueue({Kind::Read, characteristic});
 }
 
 void GattSession::write(const std::shared_ptr<BlueZCharacteristic>& characteristic, KVData value) {
-  enqueue({Kind::write, characteristic, std::move(value)});
+  enqueue({Kind::Write, characteristic, std::move(value)});
 }
 
 void GattSession::enqueue(Request request) {
@@ -68,21 +70,24 @@ void GattSession::enqueue(Request request) {
 }
 
 void GattSession::next() {
-  if (busy_ || requests_.empty()) {
-    return;
-  }
+  if (busy_ || requests_.empty()) return;
   busy_ = true;
+  retryPause_ = context_.timing.requestRetryFirst;
+  perform();
+}
+
+void GattSession::perform() {
   switch (requests_.front().kind) {
-    case Kind::subscribe:
+    case Kind::Subscribe:
       subscribe();
       break;
-    case Kind::unsubscribe:
+    case Kind::Unsubscribe:
       unsubscribe();
       break;
-    case Kind::read:
+    case Kind::Read:
       sendRead();
       break;
-    case Kind::write:
+    case Kind::Write:
       sendWrite();
       break;
   }
@@ -96,58 +101,65 @@ void GattSession::finish() {
 }
 
 BusMessage GattSession::characteristicCall(const char* member) const {
-  return context_.daemon->methodCall(requests_.front().characteristic->path(), kCharacteristic,
-                                     member);
+  return context_.daemon->methodCall(requests_.front().characteristic->path(),
+                                     bluez::kGattCharacteristic, member);
 }
 
 void GattSession::send(BusMessage message, BusConnection::Answer answered) {
   // The limit is ours: it also covers an answer that comes in several steps.
   if (!limit_.pending()) {
-    limit_.set(context_.options.requestTimeout, [this] { broken_(Broken::silent); });
+    limit_.set(context_.options.requestTimeout, [this] { broken_(Broken::Silent); });
   }
   call_ = context_.daemon->call(std::move(message), 2 * context_.options.requestTimeout,
                                 std::move(answered));
 }
 
-bool GattSession::endsTheLink(const BusFault& error) {
-  const Fault fault = classify(error);
-  if (fault == Fault::notConnected || fault == Fault::noDaemon || fault == Fault::noBus) {
-    // The end of the link is about to be signalled, and takes this request with it; if it is not,
-    // the request's limit ends the link.
-    return true;
+bool GattSession::settles(const BusFault& error) {
+  switch (classify(error)) {
+    case Fault::NotConnected:
+    case Fault::NoDaemon:
+    case Fault::NoBus:
+      // The end of the link is about to be signalled, and takes this request with it; if it is not,
+      // the request's limit ends the link.
+      return false;
+    case Fault::NoReply:
+      broken_(Broken::Silent);
+      return false;
+    case Fault::InvalidHandle:
+      broken_(Broken::Stale);
+      return false;
+    case Fault::InProgress:
+      // The daemon carries out one request to a characteristic at a time, of whichever program, and
+      // queues none. With two programs on one tag their requests meet when a link has come up. The
+      // limit of the request stays, so a daemon that is busy for good ends the link.
+      retry_.set(retryPause_, [this] { perform(); });
+      retryPause_ = std::min(2 * retryPause_, context_.timing.requestRetryMost);
+      return false;
+    default:
+      return true;
   }
-  if (fault == Fault::noReply || fault == Fault::invalidHandle) {
-    broken_(fault == Fault::noReply ? Broken::silent : Broken::stale);
-    return true;
-  }
-  return false;
 }
 
 void GattSession::sendRead() {
-  if (subscriptions_.contains(requests_.front().characteristic->path())) {
+  // What was held while an earlier try was refused stays held, for the order.
+  if (!valuesDuringRead_ && subscriptions_.contains(requests_.front().characteristic->path())) {
     valuesDuringRead_.emplace();
   }
-  BusMessage message = characteristicCall("ReadValue");
-  if (message) {
-    appendOptions(message.get(), {});
-  }
+  BusMessage message = characteristicCall(bluez::kReadValue);
+  if (message) appendOptions(message.get(), {});
   send(std::move(message),
        [this](const BusMessage& reply, const BusFault& error) { readDone(reply, error); });
 }
 
 void GattSession::readDone(const BusMessage& reply, const BusFault& error) {
-  if (endsTheLink(error)) {
-    return;
-  }
+  if (!settles(error)) return;
   const auto characteristic = requests_.front().characteristic;
   // BlueZ signals the value of a read as it does a notification, and before the reply. So of the
   // values that came meanwhile one is the read itself, and the reply adds nothing to them.
   const auto signalled = std::exchange(valuesDuringRead_, std::nullopt);
   const auto bytes = error ? std::nullopt : readBytes(reply.get());
   std::optional<KVData> value;
-  if (bytes) {
-    value.emplace(bytes->begin(), bytes->end());
-  }
+  if (bytes) value.emplace(bytes->begin(), bytes->end());
   bool reported = false;
   for (const KVData& each : signalled.value_or(std::vector<KVData>())) {
     reported = reported || each == value;
@@ -160,8 +172,10 @@ void GattSession::readDone(const BusMessage& reply, const BusFault& error) {
 }
 
 void GattSession::sendWrite() {
-  BusMessage message = characteristicCall("WriteValue");
+  BusMessage message = characteristicCall(bluez::kWriteValue);
   if (message) {
+    // Without a type the daemon prefers a reliable write, and a command could overtake the write
+    // that subscribes.
     appendBytes(message.get(), requests_.front().value);
     appendOptions(message.get(), {{"type", "request"}});
   }
@@ -169,9 +183,7 @@ void GattSession::sendWrite() {
 }
 
 void GattSession::writeDone(const BusFault& error) {
-  if (endsTheLink(error)) {
-    return;
-  }
+  if (!settles(error)) return;
   post([characteristic = requests_.front().characteristic,
         failure = error ? std::optional(requestError(*error)) : std::nullopt](
            BlueZPeripheral& peripheral, KVPeripheralDelegate& delegate) {
@@ -181,12 +193,11 @@ void GattSession::writeDone(const BusFault& error) {
 }
 
 void GattSession::attributeRemoved(std::string_view path) {
-  if (path.starts_with(devicePath_) && path.size() > devicePath_.size() &&
-      path[devicePath_.size()] == '/') {
+  if (path.starts_with(devicePath_ + '/')) {
     // The tag's attributes were found anew, at other paths: a call to an old one may never be
     // answered, and the handles that were given out are void. When the device or its adapter is
     // removed the same happens first; then this session is dropped before it is due.
-    changed_.set(context_.timing.dropHold, [this] { broken_(Broken::changed); });
+    changed_.set(context_.timing.dropHold, [this] { broken_(Broken::Changed); });
   }
 }
 
@@ -194,18 +205,16 @@ void GattSession::postValue(const std::shared_ptr<BlueZCharacteristic>& characte
                             std::optional<KVData> value, std::optional<KVError> error) {
   post([characteristic, value = std::move(value), error = std::move(error)](
            BlueZPeripheral& peripheral, KVPeripheralDelegate& delegate) {
-    characteristic->setValue(value);
+    characteristic->setValue(value);  // not before, as earlier events may still be queued
     delegate.didUpdateValueForCharacteristic(peripheral, characteristic, error);
   });
 }
 
 void GattSession::post(std::function<void(BlueZPeripheral&, KVPeripheralDelegate&)> event) {
   // What was received before the link ended is delivered, so the session need not last.
-  context_.queue->post([open = context_.open, peripheral = peripheral_, event = std::move(event)] {
+  context_.queue.post([open = context_.open, peripheral = peripheral_, event = std::move(event)] {
     const auto delegate = peripheral->delegate();
-    if (*open && delegate) {
-      event(*peripheral, *delegate);
-    }
+    if (*open && delegate) event(*peripheral, *delegate);
   });
 }
 

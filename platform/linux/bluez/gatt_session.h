@@ -19,15 +19,16 @@
 
 namespace kv {
 
-/// One queue of requests, one at a time, so that what is asked first is done first. Events are
-/// posted. Dropping the session drops the requests that have not been answered.
+/// One queue of requests, one at a time, so that what is asked first is done first. A request that
+/// the daemon refuses with InProgress, as it carries out that of another program, is sent again.
+/// Events are posted. Dropping the session drops the requests that have not been answered.
 class GattSession : public std::enable_shared_from_this<GattSession> {
  public:
   /// Why the link has to be given up.
   enum class Broken {
-    silent,   ///< A request was not answered in time.
-    changed,  ///< The tag's attributes were found anew.
-    stale,    ///< They are not where the daemon remembers them.
+    Silent,   ///< A request was not answered in time.
+    Changed,  ///< The tag's attributes were found anew.
+    Stale,    ///< They are not where the daemon remembers them.
   };
 
   GattSession(Context& context, std::shared_ptr<BlueZPeripheral> peripheral, std::string devicePath,
@@ -45,18 +46,19 @@ class GattSession : public std::enable_shared_from_this<GattSession> {
   void attributeRemoved(std::string_view path);
 
  private:
-  enum class Kind { subscribe, unsubscribe, read, write };
+  enum class Kind { Subscribe, Unsubscribe, Read, Write };
   struct Request {
     Kind kind;
     std::shared_ptr<BlueZCharacteristic> characteristic;
     KVData value = {};
   };
-  static constexpr const char* kCharacteristic = "org.bluez.GattCharacteristic1";
 
   void enqueue(Request request);
   void next();
+  void perform();
   void finish();
   void subscribe();
+  void subscribed(const BusFault& error);
   void unsubscribe();
   void stopNotify(const std::string& path);
   void sendRead();
@@ -65,7 +67,9 @@ class GattSession : public std::enable_shared_from_this<GattSession> {
   void writeDone(const BusFault& error);
   void send(BusMessage message, BusConnection::Answer answered);
   BusMessage characteristicCall(const char* member) const;
-  bool endsTheLink(const BusFault& error);
+  /// Whether an answer settles the request. Else it is sent again later, or the link is about to
+  /// end.
+  bool settles(const BusFault& error);
   void post(std::function<void(BlueZPeripheral&, KVPeripheralDelegate&)> event);
   void postValue(const std::shared_ptr<BlueZCharacteristic>& characteristic,
                  std::optional<KVData> value, std::optional<KVError> error);
@@ -81,6 +85,8 @@ class GattSession : public std::enable_shared_from_this<GattSession> {
   std::optional<std::vector<KVData>> valuesDuringRead_;
   BusSlot call_;
   Timer limit_;
+  Timer retry_;
+  std::chrono::milliseconds retryPause_{0};
   Timer changed_;  ///< The attributes have changed, and the link is still there.
 };
 

@@ -2,11 +2,10 @@
 
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <charconv>
 #include <string_view>
+#include <utility>
 
 namespace kv {
 namespace {
@@ -29,6 +28,7 @@ struct Filter {
   std::uint32_t types;
   std::array<std::uint32_t, 2> events;
   std::uint16_t opcode;
+  std::uint16_t padding;
 };
 
 struct ConnectionInfo {
@@ -41,21 +41,12 @@ struct ConnectionInfo {
 static_assert(sizeof(ConnectionInfo) == 24);
 constexpr unsigned long kGetConnectionInfo = _IOR('H', 213, int);
 
-int failed(int fd) {
-  const int error = errno;
-  if (fd >= 0) {
-    close(fd);
-  }
-  errno = error;
-  return -1;
-}
-
-int openChannel(std::uint16_t index, std::uint16_t channel) {
-  const int fd = socket(AF_BLUETOOTH, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, kProtocolHci);
+OwnedFd openChannel(std::uint16_t index, std::uint16_t channel) {
+  OwnedFd fd(socket(AF_BLUETOOTH, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, kProtocolHci));
   const SocketAddress address{AF_BLUETOOTH, index, channel};
   const bool bound =
-      fd >= 0 && bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-  return bound ? fd : failed(fd);
+      fd && bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  return bound ? std::move(fd) : OwnedFd();
 }
 
 }  // namespace
@@ -71,23 +62,21 @@ std::uint16_t adapterIndex(const std::string& adapterPath) {
   return index;
 }
 
-int HciSockets::openRaw(std::uint16_t index) {
-  const int fd = openChannel(index, kChannelRaw);
+OwnedFd HciSockets::openRaw(std::uint16_t index) {
+  OwnedFd fd = openChannel(index, kChannelRaw);
   const Filter filter{
-      1U << kEventPacket, {1U << kCommandComplete | 1U << kCommandStatus, 0}, kReadRssi};
-  const bool filtered = fd >= 0 && setsockopt(fd, 0, kOptionFilter, &filter, sizeof filter) == 0;
-  return filtered ? fd : failed(fd);
+      1U << kEventPacket, {1U << kCommandComplete | 1U << kCommandStatus, 0}, kReadRssi, 0};
+  const bool filtered = fd && setsockopt(fd.get(), 0, kOptionFilter, &filter, sizeof filter) == 0;
+  return filtered ? std::move(fd) : OwnedFd();
 }
 
-int HciSockets::openManagement() { return openChannel(kNoDevice, kChannelControl); }
+OwnedFd HciSockets::openManagement() { return openChannel(kNoDevice, kChannelControl); }
 
 std::optional<std::uint16_t> HciSockets::linkHandle(int raw, const Address& peer) {
   ConnectionInfo info{};
   info.peer = peer;
   info.type = kLeLink;
-  if (ioctl(raw, kGetConnectionInfo, &info) != 0) {
-    return std::nullopt;
-  }
+  if (ioctl(raw, kGetConnectionInfo, &info) != 0) return std::nullopt;
   return info.handle;
 }
 

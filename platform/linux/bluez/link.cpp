@@ -5,19 +5,18 @@
 #include <utility>
 
 #include "platform/linux/bluez/daemon.h"
+#include "platform/linux/bus/names.h"
 
 namespace kv {
 namespace {
 
-constexpr const char* kDevice = "org.bluez.Device1";
-
 const char* text(GattSession::Broken why) {
   switch (why) {
-    case GattSession::Broken::silent:
+    case GattSession::Broken::Silent:
       return "does not answer a request";
-    case GattSession::Broken::changed:
+    case GattSession::Broken::Changed:
       return "has other attributes than before";
-    case GattSession::Broken::stale:
+    case GattSession::Broken::Stale:
       return "has other attributes than bluetoothd remembers";
   }
   return "";
@@ -32,63 +31,63 @@ DeviceObject* Link::device() const {
   return context_.daemon->tree().device(host_.adapterPath(), address());
 }
 
+bool Link::deviceConnected() const {
+  const DeviceObject* known = device();
+  return known != nullptr && known->connected;
+}
+
 BusMessage Link::deviceCall(const char* member) const {
-  return context_.daemon->methodCall(devicePath_, kDevice, member);
+  return context_.daemon->methodCall(devicePath_, bluez::kDevice, member);
 }
 
 void Link::enter(Phase phase) {
-  const bool waited = waitsForSighting();
+  const bool waited = waitsForAdvertisement();
   phase_ = phase;
-  if (phase != Phase::pausing) {
-    timer_.cancel();
-  }
-  if (waited != waitsForSighting()) {
-    host_.sightingsWantedChanged();
-  }
+  timer_.cancel();
+  if (waited != waitsForAdvertisement()) host_.advertisementsWantedChanged();
 }
 
 void Link::request(std::shared_ptr<BlueZPeripheral> peripheral) {
-  if (phase_ == Phase::up) {
+  if (phase_ == Phase::Up) {
     // Before its report has been delivered the earlier request is still pending; this one joins it.
-    if (peripheral_->state() == KVPeripheralStateConnected) {
-      host_.reportConnected(*this);
-    }
+    if (peripheral_->state() == KVPeripheralStateConnected) host_.reportConnected(*this);
     return;
   }
   peripheral_ = std::move(peripheral);
   wanted_ = true;
-  if (phase_ == Phase::idle) {
+  if (phase_ == Phase::Idle) {
     peripheral_->setState(KVPeripheralStateConnecting);
-    begin();
+    retryAfterFailure();
   }
 }
 
 void Link::begin() {
-  DeviceObject* known = device();
+  // Without an object there is nothing to call Connect of; a tag that did not answer the last
+  // attempt would keep the radio from everything else until it is near again.
   if (host_.adapterPath().empty()) {
-    enter(Phase::waitingAdapter);
-  } else if (known == nullptr || (silent_ && !known->connected)) {
-    waitForSighting();
+    enter(Phase::WaitingAdapter);
+  } else if (device() == nullptr || (silent_ && !deviceConnected())) {
+    waitForAdvertisement();
   } else {
-    enter(Phase::waitingTurn);
-    host_.requestTurn(*this);
+    enter(Phase::WaitingToInitiate);
+    host_.requestInitiating(*this);
   }
 }
 
-void Link::waitForSighting() {
-  enter(Phase::waitingSighting);
-  timer_.set(context_.timing.blindRetry, [this] {
+void Link::waitForAdvertisement() {
+  enter(Phase::WaitingAdvertisement);
+  timer_.set(context_.timing.unheardRetry, [this] {
     if (device() != nullptr) {
       silent_ = false;
       begin();
     } else {
-      waitForSighting();
+      waitForAdvertisement();
     }
   });
 }
 
-void Link::deviceSeen() {
-  if (phase_ == Phase::waitingSighting) {
+void Link::deviceHeard() {
+  if (phase_ == Phase::WaitingAdvertisement) {
     silent_ = false;
     heard_ = true;
     begin();
@@ -97,32 +96,27 @@ void Link::deviceSeen() {
 
 void Link::deviceChanged(const DeviceObject& device) {
   switch (phase_) {
-    case Phase::waitingSighting:
+    case Phase::WaitingAdvertisement:
       if (device.connected) {
-        begin();  // by somebody else; it serves as well
+        begin();  // by another program; it serves as well
       }
       break;
-    case Phase::connecting:
-      if (device.connected) {
-        resolve(device);
-      }
+    case Phase::Connecting:
+      if (device.connected) resolve(device);
       break;
-    case Phase::resolving:
+    case Phase::Resolving:
       if (device.connected) {
         resolve(device);
       } else {
         attemptFailed({});
       }
       break;
-    case Phase::up:
-      if (!device.connected) {
-        dropped({"The link was lost", kErrorLinkLost, std::nullopt});
-      }
+    case Phase::Up:
+      if (!device.connected) dropped({"The link was lost", KVBluetoothErrorLinkLost, std::nullopt});
       break;
-    case Phase::ending:
-      if (!device.connected && !connectCall_) {
-        ended();
-      }
+    case Phase::Ending:
+      // While the Connect of this attempt is pending the daemon would refuse the next one.
+      if (!device.connected && !connectCall_) ended();
       break;
     default:
       break;
@@ -130,31 +124,31 @@ void Link::deviceChanged(const DeviceObject& device) {
 }
 
 void Link::giveUpLink(GattSession::Broken why) {
-  if (phase_ != Phase::up) {
-    return;
-  }
-  if (why == GattSession::Broken::stale) {
-    forgetDevice(text(why));
+  if (phase_ != Phase::Up) return;
+  if (why == GattSession::Broken::Stale) {
+    removeDevice(text(why));
   } else {
     context_.log(address() + " " + text(why) + "; the link is dropped");
   }
-  downError_ = KVError{std::string("The tag ") + text(why), kErrorLinkGivenUp, std::nullopt};
+  downError_ =
+      KVError{std::string("The tag ") + text(why), KVBluetoothErrorLinkGivenUp, std::nullopt};
   disconnect(context_.options.disconnectTimeout);
 }
 
 void Link::dropped(const KVError& error) {
-  if (phase_ == Phase::up) {
+  if (phase_ == Phase::Up) {
     downError_ = error;
-    // When the adapter is powered off its links end first; the power state is to be told before.
-    leave(Phase::dropping, context_.timing.dropHold);
+    // When the adapter is powered off its links end first, but its state is to be reported first.
+    leave(Phase::Dropping, context_.timing.dropHold);
   }
 }
 
 void Link::leave(Phase phase, std::chrono::milliseconds limit) {
-  if (phase_ == Phase::up) {
-    const bool brief = context_.queue->now() - upSince_ < context_.timing.flap;
-    flaps_ = brief ? flaps_ + 1 : 0;
-    failures_ = flaps_;
+  if (phase_ == Phase::Up) {
+    const bool brief = context_.queue.now() - upSince_ < context_.timing.shortLink;
+    shortLinks_ = brief ? shortLinks_ + 1 : 0;
+    failures_ = shortLinks_;
+    // After a link that has lasted, what the daemon stores may have gone wrong anew.
     removedOnce_ = removedOnce_ && brief;
     session_.reset();
   } else {
@@ -165,28 +159,28 @@ void Link::leave(Phase phase, std::chrono::milliseconds limit) {
 }
 
 void Link::disconnect(std::chrono::milliseconds limit) {
-  leave(Phase::ending, limit);
-  disconnectCall_ = context_.daemon->call(
-      deviceCall("Disconnect"), limit, [this](const BusMessage&, const BusFault&) {
-        const DeviceObject* known = device();
-        if (phase_ == Phase::ending && !connectCall_ && (known == nullptr || !known->connected)) {
-          ended();
-        }
-      });
+  leave(Phase::Ending, limit);
+  disconnectCall_ = context_.daemon->call(deviceCall(bluez::kDisconnect), limit,
+                                          [this](const BusMessage&, const BusFault&) {
+                                            if (!connectCall_ && !deviceConnected()) ended();
+                                          });
 }
 
 void Link::ended() {
-  connectCall_.reset();
-  disconnectCall_.reset();
-  refreshCall_.reset();
-  host_.releaseTurn(*this);
-  enter(Phase::idle);
+  dropCalls();
+  host_.releaseInitiating(*this);
+  enter(Phase::Idle);
   if (std::exchange(reportDown_, false)) {
     host_.reportDisconnected(*this, std::exchange(downError_, std::nullopt));
   }
-  if (wanted_) {
-    retryAfterFailure();
-  }
+  if (wanted_) retryAfterFailure();
+}
+
+// Their answers concern an attempt or a link that is over.
+void Link::dropCalls() {
+  connectCall_.reset();
+  disconnectCall_.reset();
+  refreshCall_.reset();
 }
 
 void Link::retryAfterFailure() {
@@ -194,7 +188,7 @@ void Link::retryAfterFailure() {
     begin();
     return;
   }
-  enter(Phase::pausing);
+  enter(Phase::Pausing);
   timer_.set(backoff(), [this] { begin(); });
 }
 
@@ -209,83 +203,69 @@ std::chrono::milliseconds Link::backoff() const {
 
 void Link::cancel() {
   switch (phase_) {
-    case Phase::idle:
+    case Phase::Idle:
       break;
-    case Phase::up:
+    case Phase::Up:
       peripheral_->setState(KVPeripheralStateDisconnecting);
       disconnect(context_.options.disconnectTimeout);
       failures_ = 0;
       break;
-    case Phase::dropping:
-    case Phase::ending:
+    case Phase::Dropping:
+    case Phase::Ending:
       if (reportDown_) {
         wanted_ = false;  // the end that is about to be reported answers both
         break;
       }
       [[fallthrough]];
     default:
-      if (std::exchange(wanted_, false)) {
-        host_.reportDisconnected(*this, std::nullopt);
-      }
+      if (std::exchange(wanted_, false)) host_.reportDisconnected(*this, std::nullopt);
       failures_ = 0;
       silent_ = false;
-      if (phase_ == Phase::connecting || phase_ == Phase::resolving) {
+      // The report does not wait, but the next attempt waits for the end of this one.
+      if (phase_ == Phase::Connecting || phase_ == Phase::Resolving) {
         disconnect(context_.options.disconnectTimeout);
-      } else if (phase_ != Phase::ending) {
-        host_.releaseTurn(*this);
-        enter(Phase::idle);
+      } else if (phase_ != Phase::Ending) {
+        host_.releaseInitiating(*this);
+        enter(Phase::Idle);
       }
   }
 }
 
 void Link::adapterOn() {
-  if (phase_ == Phase::waitingAdapter) {
+  if (phase_ == Phase::WaitingAdapter) {
     silent_ = false;
     begin();
   }
 }
 
 void Link::adapterLost() {
-  if (phase_ == Phase::idle || phase_ == Phase::waitingAdapter) {
-    return;
-  }
   session_.reset();
-  connectCall_.reset();
-  disconnectCall_.reset();
-  refreshCall_.reset();
-  host_.releaseTurn(*this);
+  dropCalls();
+  host_.releaseInitiating(*this);
   failures_ = 0;
   if (std::exchange(reportDown_, false)) {
-    const KVError lost{"The adapter went away", kErrorAdapterLost, std::nullopt};
-    host_.reportDisconnected(*this, phase_ == Phase::ending ? downError_ : lost);
+    // A link that was being ended has its own reason.
+    const KVError lost{"The adapter went away", KVBluetoothErrorAdapterLost, std::nullopt};
+    host_.reportDisconnected(*this, phase_ == Phase::Ending ? downError_ : lost);
   }
   downError_.reset();
-  enter(wanted_ ? Phase::waitingAdapter : Phase::idle);
+  enter(wanted_ ? Phase::WaitingAdapter : Phase::Idle);
 }
 
-void Link::deviceRemoved() {
-  switch (phase_) {
-    case Phase::connecting:
-    case Phase::resolving:
-      attemptFailed({});
-      break;
-    case Phase::up:
-      dropped({"The link was lost", kErrorLinkLost, std::nullopt});
-      break;
-    case Phase::ending:
-      if (!connectCall_) {
-        ended();
-      }
-      break;
-    default:
-      break;
+// It comes without a link, and without the answer to a pending Connect.
+void Link::deviceRemoved(const DeviceObject& device) {
+  if (phase_ == Phase::Connecting) {
+    attemptFailed({});
+  } else {
+    deviceChanged(device);
   }
 }
 
+// The daemon would keep a link, and would go on connecting, after this process has left the bus.
 void Link::close() {
-  if (phase_ == Phase::connecting || phase_ == Phase::resolving || phase_ == Phase::up) {
+  if (phase_ == Phase::Connecting || phase_ == Phase::Resolving || phase_ == Phase::Up) {
     session_.reset();
-    context_.daemon->send(deviceCall("Disconnect"));
+    context_.daemon->send(deviceCall(bluez::kDisconnect));
   }
 }
 

@@ -24,14 +24,15 @@ class LinkHost {
   virtual ~LinkHost() = default;
   /// The path of the adapter that is on; empty when there is none.
   virtual const std::string& adapterPath() const = 0;
-  /// Asks for the right to connect, of which there is one; `Link::turnGranted` gives it.
-  virtual void requestTurn(Link& link) = 0;
-  /// Gives the right back, or the place in the line.
-  virtual void releaseTurn(Link& link) = 0;
+  /// Asks to become the initiator, of which there is one at a time; `Link::initiatingGranted` says
+  /// when.
+  virtual void requestInitiating(Link& link) = 0;
+  /// Is, or wants to be, the initiator no more.
+  virtual void releaseInitiating(Link& link) = 0;
   /// Whether a scan or another attempt waits for the radio.
   virtual bool radioContended() const = 0;
   /// The link has begun or ceased to wait for an advertisement.
-  virtual void sightingsWantedChanged() = 0;
+  virtual void advertisementsWantedChanged() = 0;
   virtual void reportConnected(Link& link) = 0;
   virtual void reportDisconnected(Link& link, std::optional<KVError> error) = 0;
 };
@@ -44,63 +45,66 @@ class Link {
   void request(std::shared_ptr<BlueZPeripheral> peripheral);
   void cancel();
 
-  void turnGranted();
+  void initiatingGranted();
   void adapterOn();
   void adapterLost();
-  void deviceSeen();
+  void deviceHeard();
   void deviceChanged(const DeviceObject& device);
-  void deviceRemoved();
+  void deviceRemoved(const DeviceObject& device);
 
   const std::shared_ptr<BlueZPeripheral>& peripheral() const { return peripheral_; }
   const std::string& address() const { return peripheral_->identifier(); }
   GattSession* session() const { return session_.get(); }
-  bool idle() const { return phase_ == Phase::idle && !wanted_; }
+  bool idle() const { return phase_ == Phase::Idle && !wanted_; }
   bool wanted() const { return wanted_; }
-  bool up() const { return phase_ == Phase::up; }
-  bool waitsForSighting() const { return phase_ == Phase::waitingSighting; }
+  bool up() const { return phase_ == Phase::Up; }
+  bool waitsForAdvertisement() const { return phase_ == Phase::WaitingAdvertisement; }
   /// Asks the daemon to end whatever there is of this link, without waiting.
   void close();
 
  private:
   enum class Phase {
-    idle,             ///< Nothing is wanted.
-    waitingAdapter,   ///< No adapter is on.
-    waitingSighting,  ///< The tag must be heard before the next attempt.
-    pausing,          ///< A failed attempt is followed by a pause.
-    waitingTurn,      ///< Another attempt is under way.
-    connecting,       ///< Connect was called.
-    resolving,        ///< The link is up and its services are being discovered.
-    up,
-    dropping,  ///< The link has dropped, which is about to be reported.
-    ending,    ///< Disconnect was called.
+    Idle,                  ///< Nothing is wanted.
+    WaitingAdapter,        ///< No adapter is on.
+    WaitingAdvertisement,  ///< The tag must be heard before the next attempt.
+    Pausing,               ///< A failed attempt is followed by a pause.
+    WaitingToInitiate,     ///< Another attempt is under way.
+    Connecting,            ///< Connect was called.
+    Resolving,             ///< The link is up and its services are being discovered.
+    Up,
+    Dropping,  ///< The link has dropped, which is about to be reported.
+    Ending,    ///< Disconnect was called.
   };
 
   void begin();
   void enter(Phase phase);
   void attemptConnect();
   void connectAnswered(const BusFault& error);
-  void unseenLink();
+  void awaitConnected();
   void resolve(const DeviceObject& device);
   void servicesMissing();
   void becomeUp();
   void attemptFailed(std::chrono::milliseconds pause);
   void retryAfterFailure();
-  void waitForSighting();
+  void waitForAdvertisement();
   void dropped(const KVError& error);
   void leave(Phase phase, std::chrono::milliseconds limit);
   void disconnect(std::chrono::milliseconds limit);
   void ended();
+  void dropCalls();
   void giveUpLink(GattSession::Broken why);
-  void forgetDevice(const std::string& why);
+  void removeDevice(const std::string& why);
   void explain(Fault fault, const BusError& error);
   std::chrono::milliseconds backoff() const;
   DeviceObject* device() const;
+  /// Whether the daemon has a link to the device.
+  bool deviceConnected() const;
   BusMessage deviceCall(const char* member) const;
 
   Context& context_;
   LinkHost& host_;
   std::shared_ptr<BlueZPeripheral> peripheral_;
-  Phase phase_ = Phase::idle;
+  Phase phase_ = Phase::Idle;
   bool wanted_ = false;               ///< A request that has not been answered.
   bool reportDown_ = false;           ///< The end of this link is still to be reported,
   std::optional<KVError> downError_;  ///< with this error.
@@ -109,8 +113,8 @@ class Link {
   bool refreshed_ = false;            ///< The objects were read anew for missing services.
   bool removedOnce_ = false;          ///< The device was removed for what the daemon knew of it.
   std::string lastExplained_;
-  int failures_ = 0;  ///< In a row, which decides on the next pause.
-  int flaps_ = 0;     ///< Links in a row that ended at once.
+  int failures_ = 0;    ///< In a row, which decides on the next pause.
+  int shortLinks_ = 0;  ///< Links in a row that ended at once.
   KVEventQueue::Duration upSince_{};
   std::string devicePath_;  ///< Of the attempt or link in progress.
   Timer timer_;

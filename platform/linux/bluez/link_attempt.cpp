@@ -1,17 +1,18 @@
-// One attempt to connect, from the turn that is granted to the services that are there.
+// One attempt to connect, until the services are there.
 #include <algorithm>
 #include <utility>
 
 #include "platform/linux/bluez/daemon.h"
 #include "platform/linux/bluez/link.h"
+#include "platform/linux/bus/names.h"
 
 namespace kv {
 
-void Link::turnGranted() {
+void Link::initiatingGranted() {
   const DeviceObject* known = device();
   if (known == nullptr) {
-    host_.releaseTurn(*this);
-    waitForSighting();
+    host_.releaseInitiating(*this);
+    waitForAdvertisement();
     return;
   }
   devicePath_ = known->path;
@@ -25,7 +26,7 @@ void Link::turnGranted() {
 }
 
 void Link::attemptConnect() {
-  enter(Phase::connecting);
+  enter(Phase::Connecting);
   const bool cut = !std::exchange(heard_, false) && host_.radioContended();
   const auto limit =
       cut ? std::min(context_.options.connectTimeout, context_.timing.contendedConnect)
@@ -37,7 +38,7 @@ void Link::attemptConnect() {
   // The daemon goes on connecting when a call has timed out, so this call is given more time than
   // we give the attempt; the attempt is ended by Disconnect.
   connectCall_ = context_.daemon->call(
-      deviceCall("Connect"), 2 * context_.options.connectTimeout + context_.timing.daemonCall,
+      deviceCall(bluez::kConnect), 2 * context_.options.connectTimeout + context_.timing.daemonCall,
       [this](const BusMessage&, const BusFault& error) { connectAnswered(error); });
 }
 
@@ -45,39 +46,29 @@ void Link::attemptConnect() {
 void Link::connectAnswered(const BusFault& error) {
   connectCall_.reset();
   const Fault fault = classify(error);
-  if (phase_ == Phase::ending) {
-    const DeviceObject* known = device();
-    if (known == nullptr || !known->connected) {
-      ended();
-    }
+  if (phase_ == Phase::Ending) {
+    if (!deviceConnected()) ended();
     return;
   }
-  if (phase_ != Phase::connecting) {
-    return;
-  }
-  DeviceObject* known = device();
-  if (error) {
-    explain(fault, *error);
-  }
+  if (phase_ != Phase::Connecting) return;
+  if (error) explain(fault, *error);
   switch (fault) {
-    case Fault::none:
-    case Fault::alreadyConnected:
-      if (known == nullptr || !known->connected) {
-        unseenLink();
-      }
+    case Fault::None:
+    case Fault::AlreadyConnected:
+      if (!deviceConnected()) awaitConnected();
       break;
-    case Fault::inProgress:
-      break;  // somebody else's attempt: its outcome is ours, until the limit of this one
-    case Fault::unknownObject:
-      host_.releaseTurn(*this);
+    case Fault::InProgress:
+      break;  // another program's attempt: its outcome is ours, until the limit of this one
+    case Fault::UnknownObject:
+      host_.releaseInitiating(*this);
       ++failures_;
-      waitForSighting();
+      waitForAdvertisement();
       break;
-    case Fault::noRoom:
-      attemptFailed(context_.timing.noRoomPause);
+    case Fault::ConnectionLimit:
+      attemptFailed(context_.timing.connectionLimitPause);
       break;
     default:
-      if (known != nullptr && known->connected) {
+      if (deviceConnected()) {
         disconnect(context_.timing.settle);
       } else {
         attemptFailed({});
@@ -88,18 +79,18 @@ void Link::connectAnswered(const BusFault& error) {
 // The daemon does not signal Connected when it learns of the link from the socket first and from
 // the kernel later, so it is asked. Success can also come without a link; then the link comes soon
 // or not at all.
-void Link::unseenLink() {
+void Link::awaitConnected() {
   timer_.set(context_.timing.settle, [this] { disconnect(context_.options.disconnectTimeout); });
   refreshCall_ = context_.daemon->refresh([] {});
 }
 
 void Link::explain(Fault fault, const BusError& error) {
   std::string line = "no link to " + address() + " yet: " + error.text;
-  if (fault == Fault::wrongBearer) {
+  if (fault == Fault::WrongBearer) {
     line +=
         "; bluetoothd takes the tag for a classic Bluetooth device: ControllerMode = le in its "
         "main.conf, or PreferredBearer, makes it use low energy";
-  } else if (fault == Fault::noRoom) {
+  } else if (fault == Fault::ConnectionLimit) {
     line +=
         "; the adapter holds as many links as it can: disconnect a device, or use another adapter";
   }
@@ -111,25 +102,23 @@ void Link::explain(Fault fault, const BusError& error) {
 }
 
 void Link::resolve(const DeviceObject& device) {
-  if (phase_ != Phase::resolving) {
-    enter(Phase::resolving);
+  if (phase_ != Phase::Resolving) {
+    enter(Phase::Resolving);
     timer_.set(context_.options.servicesTimeout, [this] {
       context_.log("the services of " + address() + " were not discovered in time");
       disconnect(context_.options.disconnectTimeout);
     });
   }
-  if (!device.servicesResolved) {
-    return;
-  }
+  if (!device.servicesResolved) return;
   if (context_.daemon->tree().hasServices(device.path)) {
     becomeUp();
   } else if (!std::exchange(refreshed_, true)) {
     // The flag can be ahead of the objects.
     refreshCall_ = context_.daemon->refresh([this] {
-      const DeviceObject* known = this->device();
-      if (phase_ == Phase::resolving && known != nullptr && known->connected) {
+      // A device that has gone meanwhile has ended the attempt.
+      if (phase_ == Phase::Resolving) {
         timer_.set(context_.timing.servicesGrace, [this] { servicesMissing(); });
-        resolve(*known);
+        resolve(*this->device());
       }
     });
   }
@@ -137,44 +126,37 @@ void Link::resolve(const DeviceObject& device) {
 
 // The flag is also set when the discovery has failed.
 void Link::servicesMissing() {
-  const DeviceObject* known = device();
-  if (known != nullptr && context_.daemon->tree().hasServices(known->path)) {
+  if (context_.daemon->tree().hasServices(devicePath_)) {
     becomeUp();
     return;
   }
-  forgetDevice("was connected without any service");
+  removeDevice("was connected without any service");
   disconnect(context_.options.disconnectTimeout);
 }
 
-// What the daemon has stored of the device can be wrong for good, as it spares it later
-// discoveries.
-void Link::forgetDevice(const std::string& why) {
+// The daemon does not discover again what it has stored, so that stays wrong until it is removed.
+void Link::removeDevice(const std::string& why) {
   const bool again = std::exchange(removedOnce_, true);
   context_.log(address() + " " + why +
                (again
                     ? "; if that goes on, Cache = no in the section GATT of bluetoothd's main.conf "
                       "may help"
                     : ""));
-  if (again) {
-    return;
-  }
+  if (again) return;
   BusMessage removal =
-      context_.daemon->methodCall(host_.adapterPath(), "org.bluez.Adapter1", "RemoveDevice");
-  if (removal) {
-    sd_bus_message_append(removal.get(), "o", devicePath_.c_str());
-  }
+      context_.daemon->methodCall(host_.adapterPath(), bluez::kAdapter, bluez::kRemoveDevice);
+  if (removal) sd_bus_message_append(removal.get(), "o", devicePath_.c_str());
   context_.daemon->send(removal);
 }
 
 void Link::becomeUp() {
-  enter(Phase::up);
-  connectCall_.reset();
-  refreshCall_.reset();
-  host_.releaseTurn(*this);
+  enter(Phase::Up);
+  dropCalls();
+  host_.releaseInitiating(*this);
   wanted_ = false;
   silent_ = false;
   lastExplained_.clear();
-  upSince_ = context_.queue->now();
+  upSince_ = context_.queue.now();
   session_ = std::make_shared<GattSession>(context_, peripheral_, devicePath_,
                                            [this](GattSession::Broken why) { giveUpLink(why); });
   reportDown_ = true;
@@ -184,10 +166,9 @@ void Link::becomeUp() {
 
 void Link::attemptFailed(std::chrono::milliseconds pause) {
   ++failures_;
-  connectCall_.reset();
-  refreshCall_.reset();
-  host_.releaseTurn(*this);
-  enter(Phase::pausing);
+  dropCalls();
+  host_.releaseInitiating(*this);
+  enter(Phase::Pausing);
   timer_.set(std::max(pause, backoff()), [this] { begin(); });
 }
 

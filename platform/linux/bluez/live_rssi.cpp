@@ -34,8 +34,10 @@ constexpr std::uint8_t high(std::uint16_t word) { return static_cast<std::uint8_
 // Of "AA:BB:CC:DD:EE:FF".
 HciSockets::Address addressBytes(std::string_view text) {
   HciSockets::Address bytes{};
-  for (std::size_t i = 0; i < bytes.size() && 3 * i + 2 <= text.size(); ++i) {
-    std::from_chars(text.data() + 3 * i, text.data() + 3 * i + 2, bytes[5 - i], 16);
+  if (text.size() != 17) return bytes;
+  const char* digits = text.data();
+  for (auto byte = bytes.rbegin(); byte != bytes.rend(); ++byte, digits += 3) {
+    std::from_chars(digits, digits + 2, *byte, 16);
   }
   return bytes;
 }
@@ -57,10 +59,8 @@ void LiveRssi::reset() {
   busy_ = false;
   limit_.cancel();
   watch_.reset();
-  if (socket_ >= 0) {
-    close(std::exchange(socket_, -1));
-  }
-  channel_ = Channel::none;
+  socket_ = OwnedFd();
+  channel_ = Channel::None;
   unavailable_ = false;
 }
 
@@ -71,7 +71,7 @@ void LiveRssi::read(const std::string& adapterPath, const std::string& address, 
     reset();
     index_ = index;
   }
-  if (!unavailable_ && (channel_ != Channel::none || open(index))) {
+  if (!unavailable_ && (channel_ != Channel::None || open(index))) {
     queries_.push_back({address, randomAddress, std::move(answered)});
     next();
   }
@@ -79,20 +79,20 @@ void LiveRssi::read(const std::string& adapterPath, const std::string& address, 
 
 bool LiveRssi::open(std::uint16_t index) {
   socket_ = sockets_->openRaw(index);
-  channel_ = Channel::raw;
+  channel_ = Channel::Raw;
   std::string why;
-  if (socket_ < 0) {
+  if (!socket_) {
     const int error = errno;
     why = std::strerror(error);
     // An adapter that the kernel does not show us is not in the management interface either.
-    socket_ = error == ENODEV ? -1 : sockets_->openManagement();
-    channel_ = Channel::management;
+    if (error != ENODEV) socket_ = sockets_->openManagement();
+    channel_ = Channel::Management;
   }
-  if (socket_ < 0) {
+  if (!socket_) {
     giveUp("a Bluetooth socket cannot be opened: " + why);
     return false;
   }
-  watch_ = context_.queue->watch(socket_, POLLIN, [this](short) { receive(); });
+  watch_ = context_.queue.watch(socket_.get(), POLLIN, [this](short) { receive(); });
   return true;
 }
 
@@ -103,28 +103,23 @@ void LiveRssi::giveUp(const std::string& why) {
 }
 
 void LiveRssi::next() {
-  if (busy_ || queries_.empty()) {
-    return;
-  }
+  if (busy_ || queries_.empty()) return;
   busy_ = true;
   limit_.set(context_.timing.rssi, [this] { answer(std::nullopt); });
   const bool sent =
-      channel_ == Channel::raw ? sendRaw(queries_.front()) : sendManagement(queries_.front());
-  if (!sent) {
-    limit_.set(std::chrono::nanoseconds(0), [this] { answer(std::nullopt); });
-  }
+      channel_ == Channel::Raw ? sendRaw(queries_.front()) : sendManagement(queries_.front());
+  if (!sent) limit_.set(std::chrono::nanoseconds(0), [this] { answer(std::nullopt); });
 }
 
 bool LiveRssi::sendRaw(Query& query) {
   // The handle is asked for each time: it changes with each link.
-  const auto handle = sockets_->linkHandle(socket_, addressBytes(query.address));
-  if (!handle) {
-    return false;
-  }
+  const auto handle = sockets_->linkHandle(socket_.get(), addressBytes(query.address));
+  if (!handle) return false;
   query.handle = *handle;
   const std::array<std::uint8_t, 6> command{kCommandPacket, low(kReadRssi), high(kReadRssi), 2,
                                             low(*handle),   high(*handle)};
-  return write(socket_, command.data(), command.size()) == static_cast<ssize_t>(command.size());
+  return write(socket_.get(), command.data(), command.size()) ==
+         static_cast<ssize_t>(command.size());
 }
 
 bool LiveRssi::sendManagement(const Query& query) {
@@ -135,17 +130,18 @@ bool LiveRssi::sendManagement(const Query& query) {
   const auto peer = addressBytes(query.address);
   std::copy(peer.begin(), peer.end(), command.begin() + 6);
   command[12] = query.randomAddress ? kLeRandom : kLePublic;
-  return write(socket_, command.data(), command.size()) == static_cast<ssize_t>(command.size());
+  return write(socket_.get(), command.data(), command.size()) ==
+         static_cast<ssize_t>(command.size());
 }
 
 void LiveRssi::receive() {
   std::array<std::uint8_t, 512> buffer{};
   for (;;) {
-    const ssize_t size = recv(socket_, buffer.data(), buffer.size(), MSG_DONTWAIT);
+    const ssize_t size = recv(socket_.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
     if (size > 0) {
       bool ours = false;
       const auto rssi = parse(KVBytes(buffer.data(), static_cast<std::size_t>(size)), ours);
-      if (ours && busy_ && channel_ == Channel::management &&
+      if (ours && busy_ && channel_ == Channel::Management &&
           buffer[kManageStatusAt] == kManagePermissionDenied) {
         giveUp("this process may neither use a raw Bluetooth socket nor manage the adapter");
         return;
@@ -164,10 +160,11 @@ void LiveRssi::receive() {
 }
 
 std::optional<std::int64_t> LiveRssi::parse(KVBytes packet, bool& ours) const {
-  if (queries_.empty()) {
-    return std::nullopt;
-  }
-  if (channel_ == Channel::raw) {
+  if (queries_.empty()) return std::nullopt;
+  if (channel_ == Channel::Raw) {
+    // Command Status: packet type, event, length, status, number of commands, opcode (2).
+    // Command Complete: packet type, event, length, number of commands, opcode (2), status, handle
+    // (2), RSSI.
     if (packet.size() >= 7 && packet[0] == kEventPacket && packet[1] == kCommandStatus) {
       ours = wordAt(packet, 5) == kReadRssi && packet[3] != 0;
     } else if (packet.size() >= 10 && packet[0] == kEventPacket && packet[1] == kCommandComplete) {
@@ -176,13 +173,13 @@ std::optional<std::int64_t> LiveRssi::parse(KVBytes packet, bool& ours) const {
     }
     return std::nullopt;
   }
+  // Event (2), adapter (2), length (2), command (2), status, and for this command: address (6), its
+  // type, RSSI, transmit powers (2).
   constexpr std::size_t kHeader = 9;
   const std::uint16_t event = packet.size() >= kHeader ? wordAt(packet, 0) : 0;
   ours = (event == kManageComplete || event == kManageStatus) &&
          wordAt(packet, 6) == kManageConnectionInfo;
-  if (!ours || packet[kManageStatusAt] != 0 || packet.size() < kHeader + 8) {
-    return std::nullopt;
-  }
+  if (!ours || packet[kManageStatusAt] != 0 || packet.size() < kHeader + 8) return std::nullopt;
   return known(packet[16]);
 }
 

@@ -37,7 +37,7 @@ class LiveRssi {
   void reset();
 
  private:
-  enum class Channel { none, raw, management };
+  enum class Channel { None, Raw, Management };
   struct Query {
     std::string address;
     bool randomAddress = false;
@@ -56,9 +56,9 @@ class LiveRssi {
 
   Context& context_;
   const std::shared_ptr<HciSockets> sockets_;
-  Channel channel_ = Channel::none;
+  Channel channel_ = Channel::None;
   std::uint16_t index_ = 0;
-  int socket_ = -1;
+  OwnedFd socket_;
   std::unique_ptr<KVLinuxEventQueue::Watch> watch_;
   std::deque<Query> queries_;
   bool busy_ = false;

@@ -11,18 +11,14 @@ namespace {
 
 bool readBool(sd_bus_message* message, bool& value) {
   int read = 0;
-  if (sd_bus_message_read_basic(message, 'b', &read) < 0) {
-    return false;
-  }
+  if (sd_bus_message_read_basic(message, 'b', &read) < 0) return false;
   value = read != 0;
   return true;
 }
 
 bool readText(sd_bus_message* message, std::string& value) {
   const char* text = nullptr;
-  if (sd_bus_message_read_basic(message, 's', static_cast<void*>(&text)) < 0) {
-    return false;
-  }
+  if (sd_bus_message_read_basic(message, 's', static_cast<void*>(&text)) < 0) return false;
   value = text;
   return true;
 }
@@ -31,9 +27,7 @@ std::optional<KVUUID> readUuid(sd_bus_message* properties) {
   std::optional<KVUUID> uuid;
   forEachProperty(properties, [&](std::string_view key, std::string_view type) {
     std::string text;
-    if (key != "UUID" || type != "s" || !readText(properties, text)) {
-      return false;
-    }
+    if (key != "UUID" || type != "s" || !readText(properties, text)) return false;
     uuid = KVUUID::fromString(text);
     return true;
   });
@@ -44,9 +38,7 @@ std::optional<KVUUID> readUuid(sd_bus_message* properties) {
 
 void ObjectTree::readDeviceInvalidated(sd_bus_message* message, DeviceObject& device) {
   for (const std::string& name : readStrings(message)) {
-    if (name == "RSSI") {
-      device.rssi.reset();
-    }
+    if (name == "RSSI") device.rssi.reset();
   }
 }
 
@@ -57,12 +49,8 @@ bool ObjectTree::readAdapter(sd_bus_message* message, AdapterObject& adapter) {
       changed = true;
       return readText(message, adapter.address);
     }
-    if (key == "Alias" && type == "s") {
-      return readText(message, adapter.name);
-    }
-    if (key == "Modalias" && type == "s") {
-      return readText(message, adapter.modalias);
-    }
+    if (key == "Alias" && type == "s") return readText(message, adapter.name);
+    if (key == "Modalias" && type == "s") return readText(message, adapter.modalias);
     if (key == "Powered" && type == "b") {
       changed = true;
       return readBool(message, adapter.powered);
@@ -76,24 +64,22 @@ bool ObjectTree::readAdapter(sd_bus_message* message, AdapterObject& adapter) {
   return changed;
 }
 
-ObjectTree::DeviceNews ObjectTree::readDevice(sd_bus_message* message, DeviceObject& device) {
-  DeviceNews news;
+ObjectTree::DeviceUpdate ObjectTree::readDevice(sd_bus_message* message, DeviceObject& device) {
+  DeviceUpdate update;
   const auto read = [&](std::string_view key, std::string_view type) {
     if (key == "RSSI" && type == "n") {
       std::int16_t rssi = 0;
-      if (sd_bus_message_read_basic(message, 'n', &rssi) < 0) {
-        return false;
-      }
+      if (sd_bus_message_read_basic(message, 'n', &rssi) < 0) return false;
       device.rssi = rssi;
-      news.sighted = true;
+      update.advertised = true;
     } else if (key == "ServiceData" && type == "a{sv}") {
       readServiceData(message, device);
-      news.sighted = true;
+      update.advertised = true;
     } else if (key == "Connected" && type == "b") {
-      news.state = true;
+      update.connection = true;
       return readBool(message, device.connected);
     } else if (key == "ServicesResolved" && type == "b") {
-      news.state = true;
+      update.connection = true;
       return readBool(message, device.servicesResolved);
     } else {
       return readIdentity(message, key, type, device);
@@ -101,15 +87,13 @@ ObjectTree::DeviceNews ObjectTree::readDevice(sd_bus_message* message, DeviceObj
     return true;
   };
   forEachProperty(message, std::ref(read));  // a reference costs no allocation
-  return news;
+  return update;
 }
 
 // What does not change while the device is known, or hardly. False for anything else.
 bool ObjectTree::readIdentity(sd_bus_message* message, std::string_view key, std::string_view type,
                               DeviceObject& device) {
-  if (key == "Address" && type == "s") {
-    return readText(message, device.address);
-  }
+  if (key == "Address" && type == "s") return readText(message, device.address);
   if (key == "AddressType" && type == "s") {
     std::string kind;
     const bool read = readText(message, kind);
@@ -119,9 +103,7 @@ bool ObjectTree::readIdentity(sd_bus_message* message, std::string_view key, std
   if (key == "UUIDs" && type == "as") {
     device.uuids.clear();
     for (const std::string& text : readStrings(message)) {
-      if (const auto uuid = KVUUID::fromString(text)) {
-        device.uuids.push_back(*uuid);
-      }
+      if (const auto uuid = KVUUID::fromString(text)) device.uuids.push_back(*uuid);
     }
     return true;
   }
@@ -133,12 +115,8 @@ void ObjectTree::readServiceData(sd_bus_message* message, DeviceObject& device) 
   std::size_t count = 0;
   forEachBytes(message, [&](std::string_view key, KVBytes value) {
     const auto uuid = KVUUID::fromString(key);
-    if (!uuid) {
-      return;
-    }
-    if (count == device.serviceData.size()) {
-      device.serviceData.push_back({*uuid, {}});
-    }
+    if (!uuid) return;
+    if (count == device.serviceData.size()) device.serviceData.push_back({*uuid, {}});
     DeviceObject::ServiceData& entry = device.serviceData[count++];
     entry.uuid = *uuid;
     entry.value.assign(value.begin(), value.end());
@@ -148,9 +126,7 @@ void ObjectTree::readServiceData(sd_bus_message* message, DeviceObject& device) 
 }
 
 void ObjectTree::readService(sd_bus_message* message, const std::string& path) {
-  if (const auto uuid = readUuid(message)) {
-    services_.insert_or_assign(path, ServiceObject{*uuid});
-  }
+  if (const auto uuid = readUuid(message)) services_.insert_or_assign(path, ServiceObject{*uuid});
 }
 
 void ObjectTree::readCharacteristic(sd_bus_message* message, const std::string& path) {

@@ -5,14 +5,10 @@
 #include <utility>
 
 #include "platform/linux/bus/message.h"
+#include "platform/linux/bus/names.h"
 
 namespace kv {
 namespace {
-
-constexpr std::string_view kAdapter = "org.bluez.Adapter1";
-constexpr std::string_view kDevice = "org.bluez.Device1";
-constexpr std::string_view kService = "org.bluez.GattService1";
-constexpr std::string_view kCharacteristic = "org.bluez.GattCharacteristic1";
 
 std::optional<std::string> readPath(sd_bus_message* message) {
   const char* path = nullptr;
@@ -35,8 +31,10 @@ void forEachBelow(const Map& map, std::string_view path, const Visit& visit) {
 
 }  // namespace
 
+// The daemon writes addresses in capitals, people do not.
 bool AdapterObject::isNamed(const std::string& wanted) const {
-  return path == "/org/bluez/" + wanted || strcasecmp(address.c_str(), wanted.c_str()) == 0;
+  return path == std::string(bluez::kRootPath) + '/' + wanted ||
+         strcasecmp(address.c_str(), wanted.c_str()) == 0;
 }
 
 void ObjectTree::clear() {
@@ -48,14 +46,10 @@ void ObjectTree::clear() {
 
 void ObjectTree::load(sd_bus_message* objects) {
   listed_.clear();
-  if (sd_bus_message_enter_container(objects, 'a', "{oa{sa{sv}}}") < 0) {
-    return;
-  }
+  if (sd_bus_message_enter_container(objects, 'a', "{oa{sa{sv}}}") < 0) return;
   while (sd_bus_message_enter_container(objects, 'e', "oa{sa{sv}}") > 0) {
     const auto path = readPath(objects);
-    if (!path) {
-      return;
-    }
+    if (!path) return;
     readInterfaces(objects, *path, /*isSignal=*/false);
     sd_bus_message_exit_container(objects);
   }
@@ -67,50 +61,42 @@ void ObjectTree::load(sd_bus_message* objects) {
       }
     }
   };
-  collect(characteristics_, kCharacteristic);
-  collect(services_, kService);
-  collect(devices_, kDevice);
-  collect(adapters_, kAdapter);
+  // What lies below goes first, as when the daemon itself removes a device.
+  collect(characteristics_, bluez::kGattCharacteristic);
+  collect(services_, bluez::kGattService);
+  collect(devices_, bluez::kDevice);
+  collect(adapters_, bluez::kAdapter);
   listed_.clear();
-  for (const auto& [path, interface] : gone) {
-    remove(path, interface);
-  }
+  for (const auto& [path, interface] : gone) remove(path, interface);
 }
 
 void ObjectTree::interfacesAdded(sd_bus_message* signal) {
-  if (const auto path = readPath(signal)) {
-    readInterfaces(signal, *path, /*isSignal=*/true);
-  }
+  if (const auto path = readPath(signal)) readInterfaces(signal, *path, /*isSignal=*/true);
 }
 
 void ObjectTree::readInterfaces(sd_bus_message* message, const std::string& path, bool isSignal) {
-  if (sd_bus_message_enter_container(message, 'a', "{sa{sv}}") < 0) {
-    return;
-  }
+  if (sd_bus_message_enter_container(message, 'a', "{sa{sv}}") < 0) return;
   while (sd_bus_message_enter_container(message, 'e', "sa{sv}") > 0) {
     const char* name = nullptr;
-    if (sd_bus_message_read_basic(message, 's', static_cast<void*>(&name)) < 0) {
-      return;
-    }
+    if (sd_bus_message_read_basic(message, 's', static_cast<void*>(&name)) < 0) return;
     const std::string_view interface = name;
-    if (!isSignal) {
-      listed_.insert(path + ' ' + name);
-    }
-    if (interface == kAdapter) {
+    if (!isSignal) listed_.insert(path + ' ' + name);
+    if (interface == bluez::kAdapter) {
       AdapterObject& adapter = adapters_.try_emplace(path).first->second;
       adapter.path = path;
       readAdapter(message, adapter);
       observer_.adaptersChanged();
-    } else if (interface == kDevice) {
+    } else if (interface == bluez::kDevice) {
       DeviceObject& device = devices_.try_emplace(path).first->second;
       device.path = path;
       device.adapter = parentOf(path);
-      DeviceNews news = readDevice(message, device);
-      news.sighted = news.sighted && isSignal && device.rssi.has_value();
-      tellDevice(device, news);
-    } else if (interface == kService) {
+      DeviceUpdate update = readDevice(message, device);
+      // One that the daemon remembers comes with what it last advertised, but without RSSI.
+      update.advertised = update.advertised && isSignal && device.rssi.has_value();
+      reportDevice(device, update);
+    } else if (interface == bluez::kGattService) {
       readService(message, path);
-    } else if (interface == kCharacteristic) {
+    } else if (interface == bluez::kGattCharacteristic) {
       readCharacteristic(message, path);
     } else {
       sd_bus_message_skip(message, "a{sv}");
@@ -122,77 +108,61 @@ void ObjectTree::readInterfaces(sd_bus_message* message, const std::string& path
 
 void ObjectTree::propertiesChanged(sd_bus_message* signal) {
   const char* name = nullptr;
-  if (sd_bus_message_read_basic(signal, 's', static_cast<void*>(&name)) < 0) {
-    return;
-  }
+  if (sd_bus_message_read_basic(signal, 's', static_cast<void*>(&name)) < 0) return;
   const std::string_view interface = name;
   const std::string_view path = sd_bus_message_get_path(signal);
-  if (interface == kDevice) {
+  if (interface == bluez::kDevice) {
     const auto device = devices_.find(path);
     if (device != devices_.end()) {
-      const DeviceNews news = readDevice(signal, device->second);
+      const DeviceUpdate update = readDevice(signal, device->second);
       readDeviceInvalidated(signal, device->second);
-      tellDevice(device->second, news);
+      reportDevice(device->second, update);
     }
-  } else if (interface == kAdapter) {
+  } else if (interface == bluez::kAdapter) {
     const auto adapter = adapters_.find(path);
     if (adapter != adapters_.end() && readAdapter(signal, adapter->second)) {
       observer_.adaptersChanged();
     }
-  } else if (interface == kCharacteristic && characteristics_.contains(path)) {
+  } else if (interface == bluez::kGattCharacteristic && characteristics_.contains(path)) {
     std::optional<KVBytes> value;
     forEachProperty(signal, [&](std::string_view key, std::string_view type) {
-      if (key != "Value" || type != "ay") {
-        return false;
-      }
+      if (key != "Value" || type != "ay") return false;
       value = readBytes(signal);
       return value.has_value();
     });
-    if (value) {
-      observer_.characteristicValue(path, *value);
-    }
+    if (value) observer_.characteristicValue(path, *value);
   }
 }
 
-void ObjectTree::tellDevice(DeviceObject& device, DeviceNews news) {
-  if (news.state) {
-    observer_.deviceChanged(device);
-  }
-  if (news.sighted) {
-    observer_.deviceSeen(device);
-  }
+void ObjectTree::reportDevice(DeviceObject& device, DeviceUpdate update) {
+  if (update.connection) observer_.deviceChanged(device);
+  if (update.advertised) observer_.deviceHeard(device);
 }
 
 void ObjectTree::interfacesRemoved(sd_bus_message* signal) {
   if (const auto path = readPath(signal)) {
-    for (const std::string& interface : readStrings(signal)) {
-      remove(*path, interface);
-    }
+    for (const std::string& interface : readStrings(signal)) remove(*path, interface);
   }
 }
 
 void ObjectTree::remove(const std::string& path, std::string_view interface) {
-  if (interface == kDevice) {
+  if (interface == bluez::kDevice) {
     if (auto node = devices_.extract(path)) {
       node.mapped().connected = false;
       node.mapped().servicesResolved = false;
       observer_.deviceRemoved(node.mapped());
     }
-  } else if (interface == kAdapter) {
-    if (adapters_.erase(path) > 0) {
-      observer_.adaptersChanged();
-    }
-  } else if ((interface == kService && services_.erase(path) > 0) ||
-             (interface == kCharacteristic && characteristics_.erase(path) > 0)) {
+  } else if (interface == bluez::kAdapter) {
+    if (adapters_.erase(path) > 0) observer_.adaptersChanged();
+  } else if ((interface == bluez::kGattService && services_.erase(path) > 0) ||
+             (interface == bluez::kGattCharacteristic && characteristics_.erase(path) > 0)) {
     observer_.attributeRemoved(path);
   }
 }
 
 DeviceObject* ObjectTree::device(std::string_view adapter, std::string_view address) {
   std::string path = std::string(adapter) + "/dev_" + std::string(address);
-  for (char& letter : path) {
-    letter = letter == ':' ? '_' : letter;
-  }
+  for (char& letter : path) letter = letter == ':' ? '_' : letter;
   const auto found = devices_.find(path);
   return found == devices_.end() ? nullptr : &found->second;
 }
@@ -200,9 +170,7 @@ DeviceObject* ObjectTree::device(std::string_view adapter, std::string_view addr
 std::vector<DeviceObject*> ObjectTree::connectedDevices(std::string_view adapter) {
   std::vector<DeviceObject*> connected;
   for (auto& [path, device] : devices_) {
-    if (device.connected && device.adapter == adapter) {
-      connected.push_back(&device);
-    }
+    if (device.connected && device.adapter == adapter) connected.push_back(&device);
   }
   return connected;
 }

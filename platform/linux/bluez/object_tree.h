@@ -49,8 +49,8 @@ struct DeviceObject {
   /// Of the latest advertisement, absent when it is not known any more.
   std::optional<std::int64_t> rssi;
   std::vector<KVUUID> uuids;
-  /// In the daemon's order. It keeps what it heard in earlier runs, so this alone is not a
-  /// sighting.
+  /// In the daemon's order. It keeps what it heard in earlier runs, so this alone does not show
+  /// that the device is near.
   std::vector<ServiceData> serviceData;
   /// The handle that stands for this device, once it was needed.
   std::shared_ptr<BlueZPeripheral> handle;
@@ -65,13 +65,13 @@ struct CharacteristicObject {
   KVUUID uuid;
 };
 
-/// Told of what changes. The tree is whole when it calls, and is not changed during the call.
+/// Learns of what changes. The tree is whole when it calls, and is not changed during the call.
 class ObjectTreeObserver {
  public:
   virtual ~ObjectTreeObserver() = default;
   virtual void adaptersChanged() = 0;
   /// An advertisement of the device was heard.
-  virtual void deviceSeen(DeviceObject& device) = 0;
+  virtual void deviceHeard(DeviceObject& device) = 0;
   /// Its connected or resolved state has changed.
   virtual void deviceChanged(DeviceObject& device) = 0;
   virtual void deviceRemoved(DeviceObject& device) = 0;
@@ -95,7 +95,7 @@ class ObjectTree {
 
   const std::map<std::string, AdapterObject, std::less<>>& adapters() const { return adapters_; }
   DeviceObject* device(std::string_view adapter, std::string_view address);
-  /// The devices of an adapter that are connected, by whomsoever.
+  /// The devices of an adapter that are connected, by whichever program.
   std::vector<DeviceObject*> connectedDevices(std::string_view adapter);
 
   /// Calls `visit(path, object)` for each service below `path` in the order of the paths, which is
@@ -116,21 +116,21 @@ class ObjectTree {
     }
   };
 
-  /// What one signal said about a device.
-  struct DeviceNews {
-    bool sighted = false;
-    bool state = false;
+  /// What one signal says about a device.
+  struct DeviceUpdate {
+    bool advertised = false;  ///< It was heard.
+    bool connection = false;  ///< Its connected or resolved state was signalled.
   };
 
   void readInterfaces(sd_bus_message* message, const std::string& path, bool isSignal);
   static bool readAdapter(sd_bus_message* message, AdapterObject& adapter);
-  static DeviceNews readDevice(sd_bus_message* message, DeviceObject& device);
+  static DeviceUpdate readDevice(sd_bus_message* message, DeviceObject& device);
   static bool readIdentity(sd_bus_message* message, std::string_view key, std::string_view type,
                            DeviceObject& device);
   static void readServiceData(sd_bus_message* message, DeviceObject& device);
   void readService(sd_bus_message* message, const std::string& path);
   void readCharacteristic(sd_bus_message* message, const std::string& path);
-  void tellDevice(DeviceObject& device, DeviceNews news);
+  void reportDevice(DeviceObject& device, DeviceUpdate update);
   static void readDeviceInvalidated(sd_bus_message* message, DeviceObject& device);
   void remove(const std::string& path, std::string_view interface);
 

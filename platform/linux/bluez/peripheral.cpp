@@ -9,9 +9,7 @@ template <typename Request>
 void BlueZPeripheral::withSession(const Request& request) {
   const auto core = core_.lock();
   if (core && state_ == KVPeripheralStateConnected) {
-    if (GattSession* session = core->session(address_)) {
-      request(*session);
-    }
+    if (GattSession* session = core->session(address_)) request(*session);
   }
 }
 
@@ -42,18 +40,14 @@ void BlueZPeripheral::writeValue(const std::optional<KVData>& value,
                                  const std::shared_ptr<KVCharacteristic>& characteristic,
                                  KVWriteType /*type*/) {
   const auto known = std::dynamic_pointer_cast<BlueZCharacteristic>(characteristic);
-  if (known && value) {
-    withSession([&](GattSession& session) { session.write(known, *value); });
-  }
+  if (known && value) withSession([&](GattSession& session) { session.write(known, *value); });
 }
 
 void BlueZPeripheral::readRSSI() {
   // Any thread may ask; only the event thread looks at the core.
-  queue_->post([weak = weak_from_this()] {
+  queue_.post([weak = weak_from_this()] {
     if (const auto self = weak.lock()) {
-      if (const auto core = self->core_.lock()) {
-        core->readRssi(self);
-      }
+      if (const auto core = self->core_.lock()) core->readRssi(self);
     }
   });
 }

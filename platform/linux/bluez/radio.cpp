@@ -9,27 +9,33 @@ namespace {
 
 class BlueZCentral : public KVCentral {
  public:
-  ~BlueZCentral() override { core_->close(); }
+  ~BlueZCentral() override { BlueZCentral::close(); }
 
   void setCore(std::shared_ptr<CentralCore> core) { core_ = std::move(core); }
 
   std::int64_t state() const override { return core_->state(); }
   void scanForPeripherals(std::span<const KVUUID> services, bool allowDuplicates) override {
-    core_->scan(services, allowDuplicates);
+    if (!closed_) core_->scan(services, allowDuplicates);
   }
-  void stopScan() override { core_->stopScan(); }
+  void stopScan() override {
+    if (!closed_) core_->stopScan();
+  }
   void connectPeripheral(const std::shared_ptr<KVPeripheral>& peripheral) override {
-    core_->connect(peripheral);
+    if (!closed_) core_->connect(peripheral);
   }
   void cancelPeripheralConnection(const std::shared_ptr<KVPeripheral>& peripheral) override {
-    core_->cancel(peripheral);
+    if (!closed_) core_->cancel(peripheral);
+  }
+  void close() override {
+    if (!std::exchange(closed_, true)) core_->close();
   }
 
  private:
   std::shared_ptr<CentralCore> core_;
+  bool closed_ = false;
 };
 
-/// The central on a queue that cannot watch the bus.
+// The central on a queue that cannot watch the bus.
 class UnsupportedCentral : public KVCentral {
  public:
   std::int64_t state() const override { return KVCentralStateUnsupported; }
@@ -47,17 +53,13 @@ class BlueZRadio : public KVRadio {
   std::shared_ptr<KVCentral> makeCentral(KVCentralDelegate& delegate,
                                          const std::shared_ptr<KVEventQueue>& queue) override {
     const auto watching = std::dynamic_pointer_cast<KVLinuxEventQueue>(queue);
-    if (!watching) {
-      return makeUnsupported(delegate, queue);
-    }
+    if (!watching) return makeUnsupported(delegate, queue);
     auto central = std::make_shared<BlueZCentral>();
     const auto core =
         std::make_shared<CentralCore>(*central, delegate, watching, options_, timing_, log_);
     central->setCore(core);
     queue->post([weak = std::weak_ptr<CentralCore>(core)] {
-      if (const auto started = weak.lock()) {
-        started->start();
-      }
+      if (const auto started = weak.lock()) started->start();
     });
     return central;
   }
@@ -70,9 +72,7 @@ class BlueZRadio : public KVRadio {
     }
     auto central = std::make_shared<UnsupportedCentral>();
     queue->post([weak = std::weak_ptr<UnsupportedCentral>(central), &delegate] {
-      if (const auto alive = weak.lock()) {
-        delegate.centralManagerDidUpdateState(*alive);
-      }
+      if (const auto alive = weak.lock()) delegate.centralManagerDidUpdateState(*alive);
     });
     return central;
   }

@@ -5,20 +5,20 @@
 
 #include "platform/linux/bluez/daemon.h"
 #include "platform/linux/bluez/errors.h"
+#include "platform/linux/bus/names.h"
 
 namespace kv {
 namespace {
 
-constexpr const char* kAdapter = "org.bluez.Adapter1";
 // After so many failures in a row the log says that the adapter is busy.
 constexpr int kFailuresToTell = 3;
 
 // Every report of every low-energy device. A filter on UUIDs would not see service data, and
 // without any filter BlueZ withholds devices and repeats; the empty pattern undoes one that another
 // client has set.
-bool appendFilter(sd_bus_message* message) {
-  return sd_bus_message_append(message, "a{sv}", 3, "Transport", "s", "le", "DuplicateData", "b", 1,
-                               "Pattern", "s", "") >= 0;
+void appendFilter(sd_bus_message* message) {
+  sd_bus_message_append(message, "a{sv}", 3, "Transport", "s", "le", "DuplicateData", "b", 1,
+                        "Pattern", "s", "");
 }
 
 }  // namespace
@@ -27,20 +27,23 @@ ScanSession::ScanSession(Context& context)
     : context_(context), retry_(context), watchdog_(context), gap_(context), haltLimit_(context) {}
 
 void ScanSession::setAdapter(const std::string& path) {
-  if (path == adapter_) {
-    return;
-  }
+  if (path == adapter_) return;
   adapter_ = path;
-  phase_ = Phase::off;
+  enter(Phase::Off);
   failures_ = 0;
   discovering_ = false;
   filterCall_.reset();
   call_.reset();
   retry_.cancel();
-  watchdog_.cancel();
-  gap_.cancel();
   tellHalted();
   reconcile();
+}
+
+void ScanSession::enter(Phase phase) {
+  phase_ = phase;
+  if (phase == Phase::On) return;
+  watchdog_.cancel();
+  gap_.cancel();
 }
 
 void ScanSession::setWanted(bool wanted) {
@@ -51,7 +54,7 @@ void ScanSession::setWanted(bool wanted) {
 void ScanSession::pause(bool halt, std::function<void()> halted) {
   paused_ = halt;
   halted_ = std::move(halted);
-  if (phase_ == Phase::off || !halt) {
+  if (phase_ == Phase::Off || !halt) {
     haltLimit_.set(std::chrono::nanoseconds(0), [this] { tellHalted(); });
   } else {
     haltLimit_.set(context_.timing.scanStop, [this] { tellHalted(); });
@@ -68,16 +71,14 @@ void ScanSession::resume() {
 
 void ScanSession::tellHalted() {
   haltLimit_.cancel();
-  if (const auto halted = std::exchange(halted_, nullptr)) {
-    halted();
-  }
+  if (const auto halted = std::exchange(halted_, nullptr)) halted();
 }
 
 void ScanSession::reconcile() {
   const bool run = wanted_ && !paused_ && !adapter_.empty();
-  if (phase_ == Phase::off && run && !retry_.pending()) {
+  if (phase_ == Phase::Off && run && !retry_.pending()) {
     start();
-  } else if (phase_ == Phase::on && !run) {
+  } else if (phase_ == Phase::On && !run) {
     stop();
   } else if (!run) {
     retry_.cancel();
@@ -85,28 +86,25 @@ void ScanSession::reconcile() {
 }
 
 void ScanSession::start() {
-  phase_ = Phase::starting;
-  BusMessage filter = context_.daemon->methodCall(adapter_, kAdapter, "SetDiscoveryFilter");
-  if (filter) {
-    appendFilter(filter.get());
-  }
+  enter(Phase::Starting);
+  BusMessage filter =
+      context_.daemon->methodCall(adapter_, bluez::kAdapter, bluez::kSetDiscoveryFilter);
+  if (filter) appendFilter(filter.get());
   filterCall_ = context_.daemon->call(
       std::move(filter), context_.timing.daemonCall,
       [this](const BusMessage&, const BusFault& error) {
-        if (error) {
-          context_.log("SetDiscoveryFilter: " + error->name + ": " + error->text);
-        }
+        if (error) context_.log("SetDiscoveryFilter: " + error->name + ": " + error->text);
       });
   call_ = context_.daemon->call(
-      context_.daemon->methodCall(adapter_, kAdapter, "StartDiscovery"), context_.timing.daemonCall,
+      context_.daemon->methodCall(adapter_, bluez::kAdapter, bluez::kStartDiscovery),
+      context_.timing.daemonCall,
       [this](const BusMessage&, const BusFault& error) { started(error); });
 }
 
 void ScanSession::started(const BusFault& error) {
   if (!error) {
-    phase_ = Phase::on;
+    enter(Phase::On);
     failures_ = 0;
-    heardSinceCheck_ = false;
     watch();
     reconcile();
     return;
@@ -118,8 +116,9 @@ void ScanSession::started(const BusFault& error) {
   }
   // InProgress stands for any failure of the kernel, and for a session of ours that an earlier stop
   // has left behind: that one is ended first.
-  context_.daemon->send(context_.daemon->methodCall(adapter_, kAdapter, "StopDiscovery"));
-  phase_ = Phase::off;
+  context_.daemon->send(
+      context_.daemon->methodCall(adapter_, bluez::kAdapter, bluez::kStopDiscovery));
+  enter(Phase::Off);
   tellHalted();
   const auto pause = std::min(context_.timing.scanRetryFirst * (1 << std::min(failures_ - 1, 10)),
                               context_.timing.scanRetryMost);
@@ -127,17 +126,15 @@ void ScanSession::started(const BusFault& error) {
 }
 
 void ScanSession::stop() {
-  phase_ = Phase::stopping;
-  watchdog_.cancel();
-  gap_.cancel();
+  enter(Phase::Stopping);
   // Whatever the answer is, there is no session of ours afterwards.
-  call_ = context_.daemon->call(context_.daemon->methodCall(adapter_, kAdapter, "StopDiscovery"),
-                                context_.timing.daemonCall,
-                                [this](const BusMessage&, const BusFault&) { stopped(); });
+  call_ = context_.daemon->call(
+      context_.daemon->methodCall(adapter_, bluez::kAdapter, bluez::kStopDiscovery),
+      context_.timing.daemonCall, [this](const BusMessage&, const BusFault&) { stopped(); });
 }
 
 void ScanSession::stopped() {
-  phase_ = Phase::off;
+  enter(Phase::Off);
   tellHalted();
   reconcile();
 }
@@ -153,11 +150,9 @@ void ScanSession::watch() {
 }
 
 void ScanSession::setDiscovering(bool discovering) {
-  if (discovering == discovering_) {
-    return;
-  }
+  if (discovering == discovering_) return;
   discovering_ = discovering;
-  if (discovering || phase_ != Phase::on) {
+  if (discovering || phase_ != Phase::On) {
     gap_.cancel();
   } else {
     gap_.set(context_.timing.scanGap, [this] { restart("discovery was interrupted"); });
@@ -165,15 +160,16 @@ void ScanSession::setDiscovering(bool discovering) {
 }
 
 void ScanSession::restart(const std::string& why) {
-  if (phase_ == Phase::on) {
+  if (phase_ == Phase::On) {
     context_.log("the scan is started anew: " + why);
     stop();
   }
 }
 
 void ScanSession::close() {
-  if (phase_ == Phase::starting || phase_ == Phase::on) {
-    context_.daemon->send(context_.daemon->methodCall(adapter_, kAdapter, "StopDiscovery"));
+  if (phase_ == Phase::Starting || phase_ == Phase::On) {
+    context_.daemon->send(
+        context_.daemon->methodCall(adapter_, bluez::kAdapter, bluez::kStopDiscovery));
   }
 }
 

@@ -36,8 +36,9 @@ class ScanSession {
   void close();
 
  private:
-  enum class Phase { off, starting, on, stopping };
+  enum class Phase { Off, Starting, On, Stopping };
 
+  void enter(Phase phase);
   void reconcile();
   void start();
   void started(const BusFault& error);
@@ -53,7 +54,7 @@ class ScanSession {
   bool paused_ = false;
   bool discovering_ = false;
   bool heardSinceCheck_ = false;
-  Phase phase_ = Phase::off;
+  Phase phase_ = Phase::Off;
   int failures_ = 0;
   std::function<void()> halted_;
   BusSlot filterCall_;

@@ -8,6 +8,8 @@
 #include <ctime>
 #include <utility>
 
+#include "platform/linux/bus/names.h"
+
 namespace kv {
 namespace {
 
@@ -57,29 +59,25 @@ int onMatch(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
 int onMatchInstalled(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
   const auto refused = static_cast<Match*>(userdata)->refused;
   const BusFault error = BusMessage::share(message).error();
-  if (error && refused) {
-    refused(*error);
-  }
+  if (error && refused) refused(*error);
   return 1;
 }
 
 }  // namespace
 
-std::shared_ptr<BusConnection> BusConnection::open(std::shared_ptr<KVLinuxEventQueue> queue,
-                                                   const std::string& address,
+std::shared_ptr<BusConnection> BusConnection::open(WeakQueue queue, const std::string& address,
                                                    std::function<void(int error)> lost) {
   std::shared_ptr<BusConnection> connection(new BusConnection(std::move(queue), std::move(lost)));
   connection->start(address);
   return connection;
 }
 
-BusConnection::BusConnection(std::shared_ptr<KVLinuxEventQueue> queue,
-                             std::function<void(int error)> lost)
+BusConnection::BusConnection(WeakQueue queue, std::function<void(int error)> lost)
     : queue_(std::move(queue)), lost_(std::move(lost)) {}
 
 BusConnection::~BusConnection() {
-  watch_.reset();
-  queue_->cancel(timer_);
+  watch_.reset();  // before its descriptor is closed
+  queue_.cancel(timer_);
   sd_bus_close_unref(bus_);
 }
 
@@ -99,10 +97,8 @@ void BusConnection::start(const std::string& address) {
     return;
   }
   events_ = POLLIN;
-  watch_ = queue_->watch(fd, events_, [self = weak_from_this()](short) {
-    if (const auto connection = self.lock()) {
-      connection->process();
-    }
+  watch_ = queue_.watch(fd, events_, [self = weak_from_this()](short) {
+    if (const auto connection = self.lock()) connection->process();
   });
   update();
 }
@@ -114,6 +110,8 @@ BusMessage BusConnection::methodCall(const std::string& destination, const std::
                                                 interface, member) < 0) {
     return {};
   }
+  // A service that its system has stopped must stay so.
+  sd_bus_message_set_auto_start(message, 0);
   return BusMessage::adopt(message);
 }
 
@@ -125,10 +123,10 @@ BusSlot BusConnection::call(BusMessage message, std::chrono::milliseconds timeou
       std::max<std::int64_t>(1, std::chrono::microseconds(timeout).count()));
   if (!message ||
       sd_bus_call_async(bus_, &pending->slot, message.get(), onReply, pending.get(), limit) < 0) {
-    queue_->post([weak = std::weak_ptr<PendingCall>(pending)] {
+    queue_.post([weak = std::weak_ptr<PendingCall>(pending)] {
       if (const auto call = weak.lock()) {
         const auto failed = std::exchange(call->answered, nullptr);
-        failed({}, BusError{"org.freedesktop.DBus.Error.Disconnected", "No connection to the bus"});
+        failed({}, BusError{dbus::kDisconnected, "No connection to the bus"});
       }
     });
   }
@@ -158,11 +156,8 @@ BusSlot BusConnection::match(const std::string& rule, Handler matched,
 }
 
 BusSlot BusConnection::requestName(const std::string& name, Answer done) {
-  BusMessage request = methodCall("org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                  "org.freedesktop.DBus", "RequestName");
-  if (request) {
-    sd_bus_message_append(request.get(), "su", name.c_str(), 0U);
-  }
+  BusMessage request = methodCall(dbus::kService, dbus::kPath, dbus::kBus, dbus::kRequestName);
+  if (request) sd_bus_message_append(request.get(), "su", name.c_str(), 0U);
   return call(std::move(request), std::chrono::seconds(25), std::move(done));
 }
 
@@ -174,9 +169,9 @@ std::string BusConnection::uniqueName() const {
 }
 
 void BusConnection::update() {
-  if (!watch_ || processing_) {
-    return;
-  }
+  if (!watch_) return;
+  // Every use of the connection may change what it waits for: to connect and to authenticate it
+  // writes, and each call brings a time-out.
   const int wanted = sd_bus_get_events(bus_);
   if (wanted < 0) {
     failLater(-wanted);
@@ -191,41 +186,31 @@ void BusConnection::update() {
 
 void BusConnection::armTimer() {
   std::uint64_t due = UINT64_MAX;
-  if (sd_bus_get_timeout(bus_, &due) < 0) {
-    due = UINT64_MAX;
-  }
+  if (sd_bus_get_timeout(bus_, &due) < 0) due = UINT64_MAX;
   // A timer that fires early only looks again; most calls are answered before theirs is due, so an
   // armed timer is not moved to a later time.
-  if (due >= timerDue_) {
-    return;
-  }
-  queue_->cancel(timer_);
+  if (due >= timerDue_) return;
+  queue_.cancel(timer_);
   timerDue_ = due;
   const std::uint64_t now = monotonicMicroseconds();
   const std::chrono::microseconds delay(
       due > now ? static_cast<std::int64_t>(std::min<std::uint64_t>(due - now, 3'600'000'000)) : 0);
-  timer_ = queue_->postAfter(delay, [self = weak_from_this()] {
+  timer_ = queue_.postAfter(delay, [self = weak_from_this()] {
     if (const auto connection = self.lock()) {
-      connection->timer_ = 0;
       connection->timerDue_ = UINT64_MAX;
       connection->process();
     }
   });
 }
 
-/// Handles one message: to look for another in the same turn costs a system call, mostly in vain.
-/// One that waits in the socket makes the watch ready again, one that was read makes the timer due.
+// Handles one message: to look for another at once costs a system call, mostly in vain. One that
+// waits in the socket makes the watch ready again, one that was read already makes the timer due.
 void BusConnection::process() {
   const auto self = shared_from_this();
-  if (!watch_ || processing_) {
-    return;
-  }
-  processing_ = true;
   const int result = sd_bus_process(bus_, nullptr);
-  processing_ = false;
   if (result < 0) {
     fail(-result);
-  } else if (watch_ && sd_bus_is_open(bus_) <= 0) {
+  } else if (sd_bus_is_open(bus_) <= 0) {
     fail(ECONNRESET);
   } else {
     update();
@@ -234,18 +219,14 @@ void BusConnection::process() {
 
 void BusConnection::fail(int error) {
   watch_.reset();
-  queue_->cancel(std::exchange(timer_, 0));
+  queue_.cancel(std::exchange(timer_, 0));
   sd_bus_close(bus_);
-  if (const auto lost = std::exchange(lost_, nullptr)) {
-    lost(error);
-  }
+  if (const auto lost = std::exchange(lost_, nullptr)) lost(error);
 }
 
 void BusConnection::failLater(int error) {
-  queue_->post([self = weak_from_this(), error] {
-    if (const auto connection = self.lock()) {
-      connection->fail(error);
-    }
+  queue_.post([self = weak_from_this(), error] {
+    if (const auto connection = self.lock()) connection->fail(error);
   });
 }
 

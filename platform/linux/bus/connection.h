@@ -3,10 +3,8 @@
 ///     auto bus = BusConnection::open(queue, /*address=*/"", [](int error) { ... });
 ///     BusMessage call = bus->methodCall("org.bluez", "/org/bluez/hci0", "org.bluez.Adapter1",
 ///                                       "StartDiscovery");
-///     pending_ = bus->call(std::move(call), 10s, [](const BusMessage& reply, const BusFault&
-///     error) {
-///       if (error) { ... }
-///     });
+///     pending_ = bus->call(std::move(call), 10s,
+///                          [](const BusMessage& reply, const BusFault& error) { ... });
 ///
 /// Nothing here blocks: connecting, authentication and the installing of matches all happen while
 /// the queue runs, and what is sent meanwhile waits. Everything is for the event thread. Callbacks
@@ -24,6 +22,7 @@
 
 #include "KVFobLink/KVLinuxPlatform.h"
 #include "platform/linux/bus/message.h"
+#include "platform/weak_queue.h"
 
 namespace kv {
 
@@ -48,29 +47,29 @@ class BusSlot {
 class BusConnection : public std::enable_shared_from_this<BusConnection> {
  public:
   using Handler = std::function<void(const BusMessage& message)>;
-  /// Takes the reply of a call, or the error it ended with; `reply` is then empty or the error
-  /// reply.
+  /// Takes the reply of a call, or the error with which it ended; `reply` is then the error's own
+  /// message, or empty.
   using Answer = std::function<void(const BusMessage& reply, const BusFault& error)>;
 
   /// Connects to `address`, or to the system bus when it is empty. `lost` is called once, with an
-  /// errno value, when the connection cannot be made or has ended; calls that are pending then have
-  /// been answered with an error before. Nothing is called after the last reference is gone.
-  static std::shared_ptr<BusConnection> open(std::shared_ptr<KVLinuxEventQueue> queue,
-                                             const std::string& address,
+  /// errno value, when the connection cannot be made or has ended; calls that are pending then are
+  /// never answered. Nothing is called after the last reference is gone.
+  static std::shared_ptr<BusConnection> open(WeakQueue queue, const std::string& address,
                                              std::function<void(int error)> lost);
 
   ~BusConnection();
   BusConnection(const BusConnection&) = delete;
   BusConnection& operator=(const BusConnection&) = delete;
 
-  /// A method call to fill in and send. Empty when the connection is lost, which `call` and `send`
-  /// take as a call that fails.
+  /// A method call to fill in and send, which starts no service. Empty when the connection is lost,
+  /// which `call` and `send` take as a call that fails.
   BusMessage methodCall(const std::string& destination, const std::string& path,
                         const char* interface, const char* member) const;
 
-  /// Sends `message` and hands the reply to `answered`, exactly once, unless the slot is dropped
-  /// before. What cannot be sent fails with "org.freedesktop.DBus.Error.Disconnected", what is not
-  /// answered within `timeout` with "...NoReply".
+  /// Sends `message` and hands the reply to `answered`, exactly once, unless the slot is dropped or
+  /// the connection is lost before. What cannot be sent fails with
+  /// "org.freedesktop.DBus.Error.Disconnected", what is not answered within `timeout` with
+  /// "...NoReply".
   [[nodiscard]] BusSlot call(BusMessage message, std::chrono::milliseconds timeout,
                              Answer answered);
 
@@ -96,7 +95,7 @@ class BusConnection : public std::enable_shared_from_this<BusConnection> {
   void update();
 
  private:
-  BusConnection(std::shared_ptr<KVLinuxEventQueue> queue, std::function<void(int error)> lost);
+  BusConnection(WeakQueue queue, std::function<void(int error)> lost);
 
   void start(const std::string& address);
   void process();
@@ -104,14 +103,13 @@ class BusConnection : public std::enable_shared_from_this<BusConnection> {
   void fail(int error);
   void failLater(int error);
 
-  std::shared_ptr<KVLinuxEventQueue> queue_;
+  const WeakQueue queue_;
   std::function<void(int error)> lost_;
   sd_bus* bus_ = nullptr;
   std::unique_ptr<KVLinuxEventQueue::Watch> watch_;
   short events_ = 0;
   KVEventQueue::TaskId timer_ = 0;
   std::uint64_t timerDue_ = UINT64_MAX;
-  bool processing_ = false;
 };
 
 }  // namespace kv

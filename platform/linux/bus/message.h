@@ -72,8 +72,9 @@ std::vector<std::string> readStrings(sd_bus_message* message);
 /// Appends an `ay`.
 bool appendBytes(sd_bus_message* message, KVBytes value);
 
-/// Appends an `a{sv}` of strings, such as BlueZ's option dictionaries.
-bool appendOptions(sd_bus_message* message,
+/// Appends an `a{sv}` of strings, such as BlueZ's option dictionaries. A message that could not be
+/// completed fails when it is sent.
+void appendOptions(sd_bus_message* message,
                    std::initializer_list<std::pair<const char*, const char*>> options);
 
 }  // namespace kv

@@ -25,33 +25,28 @@ int onCall(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
   auto* exported = static_cast<Exported*>(userdata);
   const std::string_view member = sd_bus_message_get_member(message);
   const auto& methods = exported->interface.methods;
-  const auto method = std::find_if(methods.begin(), methods.end(),
-                                   [&](const auto& each) { return each.name == member; });
-  if (method == methods.end()) {
-    return -ENOSYS;
-  }
-  const auto called = method->called;
+  // The table has nothing but these, so sd-bus asks for no other; the same goes for properties.
+  const auto called = std::find_if(methods.begin(), methods.end(), [&](const auto& each) {
+                        return each.name == member;
+                      })->called;
   called(BusCall(exported->bus, message));
   return 1;
 }
 
-const BusInterface::Property* findProperty(void* userdata, std::string_view name) {
+const BusInterface::Property& propertyNamed(std::string_view name, void* userdata) {
   const auto& properties = static_cast<Exported*>(userdata)->interface.properties;
-  const auto found = std::find_if(properties.begin(), properties.end(),
-                                  [&](const auto& each) { return each.name == name; });
-  return found == properties.end() ? nullptr : &*found;
+  return *std::find_if(properties.begin(), properties.end(),
+                       [&](const auto& each) { return each.name == name; });
 }
 
 int onGet(sd_bus* /*bus*/, const char* /*path*/, const char* /*interface*/, const char* name,
           sd_bus_message* value, void* userdata, sd_bus_error* /*error*/) {
-  const auto* property = findProperty(userdata, name);
-  return property != nullptr && property->get(value) ? 0 : -EINVAL;
+  return propertyNamed(name, userdata).get(value) ? 0 : -EINVAL;
 }
 
 int onSet(sd_bus* /*bus*/, const char* /*path*/, const char* /*interface*/, const char* name,
           sd_bus_message* value, void* userdata, sd_bus_error* /*error*/) {
-  const auto* property = findProperty(userdata, name);
-  return property != nullptr && property->set(value) ? 0 : -EINVAL;
+  return propertyNamed(name, userdata).set(value) ? 0 : -EINVAL;
 }
 
 void buildTable(Exported& exported) {
@@ -78,9 +73,7 @@ void buildTable(Exported& exported) {
 std::vector<char*> stringList(const std::vector<std::string>& strings) {
   std::vector<char*> list;
   list.reserve(strings.size() + 1);
-  for (const auto& text : strings) {
-    list.push_back(const_cast<char*>(text.c_str()));
-  }
+  for (const auto& text : strings) list.push_back(const_cast<char*>(text.c_str()));
   list.push_back(nullptr);
   return list;
 }
@@ -91,9 +84,7 @@ void BusCall::reply(const std::function<void(sd_bus_message* reply)>& fill) cons
   sd_bus_message* reply = nullptr;
   if (sd_bus_message_new_method_return(message(), &reply) >= 0) {
     const BusMessage hold = BusMessage::adopt(reply);
-    if (fill) {
-      fill(reply);
-    }
+    if (fill) fill(reply);
     send(reply);
   }
 }
@@ -129,9 +120,7 @@ BusSlot exportInterface(const std::shared_ptr<BusConnection>& bus, const std::st
 
 BusSlot exportObjectManager(const std::shared_ptr<BusConnection>& bus, const std::string& path) {
   sd_bus_slot* slot = nullptr;
-  if (sd_bus_add_object_manager(bus->raw(), &slot, path.c_str()) < 0) {
-    return {};
-  }
+  if (sd_bus_add_object_manager(bus->raw(), &slot, path.c_str()) < 0) return {};
   return BusSlot(std::shared_ptr<sd_bus_slot>(slot, sd_bus_slot_unref));
 }
 
@@ -161,9 +150,7 @@ void emitSignal(BusConnection& bus, const std::string& path, const std::string& 
   if (sd_bus_message_new_signal(bus.raw(), &signal, path.c_str(), interface.c_str(),
                                 member.c_str()) >= 0) {
     const BusMessage hold = BusMessage::adopt(signal);
-    if (fill) {
-      fill(signal);
-    }
+    if (fill) fill(signal);
     sd_bus_send(bus.raw(), signal, nullptr);
     bus.update();
   }

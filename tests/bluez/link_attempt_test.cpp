@@ -1,0 +1,267 @@
+#include <gmock/gmock.h>
+
+#include <ctime>
+
+#include "tests/bluez/link_fixture.h"
+
+namespace kvtest {
+namespace {
+
+using ::testing::ElementsAre;
+
+TEST_F(LinkTest, ScanStandsStillWhileConnecting) {
+  startAll();
+  const auto tag = find();
+  central->scanForPeripherals({}, /*allowDuplicates=*/true);
+  EXPECT_TRUE(waitForCall("StartDiscovery", 2));
+  central->connectPeripheral(tag);
+  EXPECT_EQ(tag->state(), KVPeripheralStateConnecting);
+  EXPECT_TRUE(waitForCall("StartDiscovery", 3));
+  EXPECT_THAT(takeCalls({"StartDiscovery", "StopDiscovery", "Connect"}),
+              ElementsAre("StartDiscovery", "StopDiscovery", "Connect", "StartDiscovery"));
+  EXPECT_TRUE(waitForEvent("connected"));
+  EXPECT_EQ(tag->state(), KVPeripheralStateConnected);
+  central->connectPeripheral(tag);  // a link that is up answers again
+  takeEvents();
+  EXPECT_TRUE(waitForEvent("connected"));
+}
+
+TEST_F(LinkTest, ScanThatDoesNotStopDelaysAnAttemptForALimitedTime) {
+  timing.scanStop = 20ms;
+  startAll();
+  const auto tag = find();
+  central->scanForPeripherals({}, /*allowDuplicates=*/true);
+  EXPECT_TRUE(waitForCall("StartDiscovery", 2));
+  bluez->on("StopDiscovery", [](const kv::BusCall&) {});
+  central->connectPeripheral(tag);
+  EXPECT_TRUE(waitForEvent("connected"));
+}
+
+// The daemon would forget it as soon as the scan ends.
+TEST_F(LinkTest, ScanGoesOnWhileAPrivateAddressConnects) {
+  startAll();
+  const std::string address = "4A:00:00:00:00:01";
+  bluez->add(FakeBlueZ::devicePath(address), kDevice,
+             {{"Address", address}, {"AddressType", std::string("random")}});
+  const auto tag = find(address);
+  central->scanForPeripherals({}, /*allowDuplicates=*/true);
+  EXPECT_TRUE(waitForCall("StartDiscovery", 2));
+  bluez->takeCalls();
+  central->connectPeripheral(tag);
+  EXPECT_TRUE(waitForEvent("connected"));
+  EXPECT_THAT(takeCalls({"StartDiscovery", "StopDiscovery", "Connect"}), ElementsAre("Connect"));
+}
+
+TEST_F(LinkTest, RefusedAttemptsAreRepeatedUntilOneHolds) {
+  const std::vector<std::pair<const char*, const char*>> refusals{
+      {kFailed, "le-connection-abort-by-local"},
+      {kFailed, "Software caused connection abort"},
+      {kFailed, "br-connection-page-timeout"},
+      {"org.bluez.Error.NotReady", "Resource Not Ready"},
+      {"org.freedesktop.DBus.Error.NoReply", "Did not receive a reply"},
+  };
+  startAll();
+  for (const auto& [name, text] : refusals) {
+    failConnect(3, name, text);
+    const auto tag = connectTo();
+    EXPECT_TRUE(waitForEvent("connected")) << text;
+    EXPECT_THAT(takeEvents(), ElementsAre("connected AA:00:00:00:00:01")) << text;
+    central->cancelPeripheralConnection(tag);
+    EXPECT_TRUE(waitForEvent("disconnected"));
+  }
+  EXPECT_NE(log->text.find("ControllerMode"), std::string::npos);
+}
+
+TEST_F(LinkTest, FullAdapterIsGivenTime) {
+  timing.connectionLimitPause = 80ms;
+  startAll();
+  failConnect(1, kFailed, "le-connection-concurrent-connection-limit");
+  const auto begun = queue->now();
+  connectTo();
+  EXPECT_TRUE(waitForEvent("connected"));
+  EXPECT_GE(queue->now() - begun, timing.connectionLimitPause);
+  EXPECT_NE(log->text.find("as many links as it can"), std::string::npos);
+}
+
+// Three minutes, at a 125th of the usual pauses: an hour may cost a thousand attempts.
+TEST_F(LinkTest, RadioThatRefusesAtOnceIsLeftInPeace) {
+  options.retryFirst = 2ms;
+  options.retryMost = 40ms;
+  startAll();
+  failConnect(1'000'000, kFailed, "le-connection-abort-by-local");
+  connectTo();
+  const auto busy = std::clock();
+  queue->runFor(1'440ms);
+  EXPECT_GT(bluez->calls("Connect"), 5);
+  EXPECT_LT(bluez->calls("Connect"), 50);
+  EXPECT_LT(std::clock() - busy, CLOCKS_PER_SEC * 7 / 10);  // half of it, with the daemon's part
+  EXPECT_EQ(log->text.find("le-connection-abort"), log->text.rfind("le-connection-abort"));
+}
+
+TEST_F(LinkTest, SuccessWithoutALinkIsAFailure) {
+  timing.settle = 30ms;
+  startAll();
+  bluez->on("Connect", [&](const kv::BusCall& call) {
+    bluez->restore("Connect");
+    call.reply();
+  });
+  connectTo();
+  EXPECT_TRUE(waitForEvent("connected"));
+  EXPECT_THAT(takeCalls({"Connect", "Disconnect"}),
+              ElementsAre("Connect", "Disconnect", "Connect"));
+}
+
+TEST_F(LinkTest, LinkThatIsNotSignalledIsKept) {
+  startAll();
+  bluez->on("Connect", [&](const kv::BusCall& call) {
+    bluez->setUnsignalled(FakeBlueZ::devicePath(kTag), kDevice, "Connected", true);
+    call.reply();
+    bluez->addServices(kTag);
+    bluez->setResolved(kTag, true);
+  });
+  connectTo();
+  EXPECT_TRUE(waitForEvent("connected"));
+  EXPECT_THAT(takeCalls({"Connect", "Disconnect"}), ElementsAre("Connect"));
+  bluez->setConnected(kTag, false);
+  EXPECT_TRUE(waitForEvent("disconnected"));
+}
+
+TEST_F(LinkTest, AttemptOfAnotherClientIsJoined) {
+  startAll();
+  bluez->on("Connect", [&](const kv::BusCall& call) {
+    call.fail(kFailed, "Operation already in progress");
+    bluez->setConnected(kTag, true);
+    bluez->addServices(kTag);
+    bluez->setResolved(kTag, true);
+  });
+  connectTo();
+  EXPECT_TRUE(waitForEvent("connected"));
+  EXPECT_EQ(bluez->calls("Connect"), 1);
+}
+
+TEST_F(LinkTest, ForgottenDeviceIsWaitedFor) {
+  startAll();
+  bluez->on("Connect", [&](const kv::BusCall& call) {
+    bluez->restore("Connect");
+    call.fail("org.freedesktop.DBus.Error.UnknownObject", "Method \"Connect\" doesn't exist");
+  });
+  connectTo();
+  EXPECT_TRUE(waitForCall("StartDiscovery", 2));  // nobody else has asked for a scan
+  bluez->remove(FakeBlueZ::devicePath(kTag));
+  bluez->advertise(kTag, kFrame);
+  EXPECT_TRUE(waitForEvent("connected"));
+  EXPECT_TRUE(waitForCall("StopDiscovery", 2));
+  EXPECT_THAT(takeEvents(), ElementsAre("connected AA:00:00:00:00:01"));
+}
+
+TEST_F(LinkTest, AbsentTagIsTriedAgainWhenItIsHeard) {
+  options.connectTimeout = 40ms;
+  startAll();
+  leaveConnectPending();
+  connectTo();
+  EXPECT_TRUE(waitForCall("Disconnect"));
+  EXPECT_TRUE(waitForCall("StartDiscovery", 2));
+  EXPECT_EQ(bluez->calls("Connect"), 1);
+  bluez->restore("Connect");
+  bluez->advertise(kTag, kFrame);
+  EXPECT_TRUE(waitForEvent("connected"));
+}
+
+TEST_F(LinkTest, AttemptAtAnUnheardTagIsCutWhileOthersWait) {
+  options.connectTimeout = 1h;
+  options.retryFirst = 1ms;
+  timing.contendedConnect = 30ms;
+  startAll();
+  const auto tag = find();
+  leaveConnectPending();
+  central->scanForPeripherals({}, /*allowDuplicates=*/true);
+  central->connectPeripheral(tag);
+  EXPECT_TRUE(waitForCall("Disconnect"));
+  EXPECT_TRUE(waitFor([&] {
+    bluez->advertise(kTag, kFrame);
+    return bluez->calls("Connect") == 2;  // heard, so it is given its time
+  }));
+  queue->runFor(100ms);
+  EXPECT_EQ(bluez->calls("Disconnect"), 1);
+}
+
+TEST_F(LinkTest, ServicesThatAreNotDiscoveredInTimeEndTheAttempt) {
+  options.servicesTimeout = 30ms;
+  startAll();
+  bluez->on("Connect", [&](const kv::BusCall& call) {
+    bluez->restore("Connect");
+    bluez->setConnected(kTag, true);
+    call.reply();
+  });
+  connectTo();
+  EXPECT_TRUE(waitForEvent("connected"));
+  EXPECT_THAT(takeCalls({"Connect", "Disconnect"}),
+              ElementsAre("Connect", "Disconnect", "Connect"));
+  EXPECT_NE(log->text.find("were not discovered in time"), std::string::npos);
+}
+
+TEST_F(LinkTest, ServicesThatAreExportedLateAreReadAnew) {
+  startAll();
+  bluez->on("Connect", [&](const kv::BusCall& call) {
+    bluez->set(FakeBlueZ::devicePath(kTag), kDevice,
+               {{"Connected", true}, {"ServicesResolved", true}});
+    call.reply();
+  });
+  bluez->on("GetManagedObjects", [&](const kv::BusCall& call) {
+    bluez->addServices(kTag);
+    bluez->answer(call);
+  });
+  const auto tag = connectTo();
+  EXPECT_TRUE(waitForEvent("connected"));
+  EXPECT_EQ(bluez->calls("Connect"), 1);
+  const auto command = discover(tag);
+  EXPECT_EQ(command->service(), tag->services().front());
+  EXPECT_EQ(tag->services().size(), 2U);
+}
+
+TEST_F(LinkTest, DeviceWithoutServicesIsForgottenOnce) {
+  timing.servicesGrace = 20ms;
+  startAll();
+  int empty = 2;
+  bluez->on("Connect", [&](const kv::BusCall& call) {
+    if (empty-- > 0) {
+      bluez->set(FakeBlueZ::devicePath(kTag), kDevice,
+                 {{"Connected", true}, {"ServicesResolved", true}});
+      call.reply();
+    } else {
+      bluez->answer(call);
+    }
+  });
+  connectTo();
+  EXPECT_TRUE(waitForEvent("connected"));
+  EXPECT_EQ(bluez->calls("RemoveDevice"), 1);
+  EXPECT_EQ(bluez->calls("Connect"), 3);
+  EXPECT_NE(log->text.find("Cache = no"), std::string::npos);
+}
+
+TEST_F(LinkTest, DropDuringDiscoveryOfServices) {
+  startAll();
+  bluez->on("Connect", [&](const kv::BusCall& call) {
+    bluez->restore("Connect");
+    bluez->setConnected(kTag, true);
+    call.reply();
+    bluez->setConnected(kTag, false);
+  });
+  connectTo();
+  EXPECT_TRUE(waitForEvent("connected"));
+  EXPECT_THAT(takeEvents(), ElementsAre("connected AA:00:00:00:00:01"));
+}
+
+TEST_F(LinkTest, TagThatIsWaitedForIsTriedUnheardNowAndThen) {
+  options.connectTimeout = 20ms;
+  timing.unheardRetry = 30ms;
+  startAll();
+  leaveConnectPending();
+  connectTo();
+  EXPECT_TRUE(waitForCall("Connect", 2));
+  bluez->restore("Connect");
+  EXPECT_TRUE(waitForEvent("connected"));
+}
+
+}  // namespace
+}  // namespace kvtest
