@@ -1,9 +1,13 @@
 """What the scenarios share: the program as an application on hci0, and as virtual tags on hci1, hci2..."""
+import json
+import os
 import sys
 
 from program import Failure, Program, secret_file
 
 KVFOB = sys.argv[1]
+KEEPER = os.path.join(os.path.dirname(KVFOB), "e2e_keeper")
+LONG = "--long" in sys.argv  # what is told by passing time is given more of it
 TAGS = [f"a1b2c3d4e5f{number}" for number in range(10)]  # the one on hciN is number N
 TAG = TAGS[1]
 PASSWORD = secret_file("open sesame")
@@ -31,8 +35,8 @@ def bound_tag(number=1):
     return tag("--password-file", PASSWORD, number=number)
 
 
-def start(*command):
-    return Program(KVFOB, "--radio", "bluez", "--adapter", "hci0", *command)
+def start(*command, adapter="hci0"):
+    return Program(KVFOB, "--radio", "bluez", "--adapter", adapter, *command)
 
 
 def do(*command, status=0, seconds=45):
@@ -43,14 +47,25 @@ def on_tag(command, *arguments, number=1, password=PASSWORD, **how):
     return do(command, TAGS[number], *arguments, "--password-file", password, **how)
 
 
-def start_watch(number=1):
-    return start("watch", TAGS[number], "--password-file", PASSWORD)
+def start_watch(number=1, **how):
+    return start("watch", TAGS[number], "--password-file", PASSWORD, **how)
 
 
-def watch(number=1):
-    program = start_watch(number)
+def watch(number=1, **how):
+    program = start_watch(number, **how)
     program.expect(BACK, 40)
     return program
+
+
+def keep(*numbers):
+    """An application that stays connected to several tags."""
+    return Program(KEEPER, "hci0", PASSWORD, *(TAGS[number] for number in numbers))
+
+
+def expect_heard(batteries):
+    heard = [json.loads(line) for line in do("scan", "--for", "4s", "--json").splitlines() if line.startswith("{")]
+    found = {one["address"]: one["battery"] for one in heard}
+    require(batteries.items() <= found.items(), f"not {batteries} but {found}")
 
 
 def require(condition, what):

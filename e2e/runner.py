@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""runner.py KVFOB [NAME...]: runs the scenarios, or those named, and prints one line for each."""
+"""runner.py KVFOB [--long] [NAME...]: runs the scenarios, or those named, and prints one line for each."""
 import importlib
 import signal
 import sys
@@ -7,9 +7,9 @@ import time
 
 from kit import SCENARIOS
 from program import Failure, Program, stop_all
-from stack import air, daemon_runs, forget_devices, power, start_daemon
+from stack import CONTROLLERS, air, daemon_runs, forget_devices, mend_adapters, power, start_daemon
 
-TOPICS = ("commands", "links", "service", "crowd")
+TOPICS = ("commands", "links", "service", "crowd", "neighbours", "clock", "attributes")
 
 
 class Overrun(BaseException):
@@ -20,11 +20,16 @@ def overrun(*_):
     raise Overrun
 
 
+def calm():
+    for controller in CONTROLLERS:
+        air(controller + " calm")
+    power("hci0", True)
+
+
 def run(scenario, limit):
     begun = time.monotonic()
     problem = None
-    air("hci0 calm")
-    power("hci0", True)
+    calm()
     signal.alarm(limit)
     try:
         scenario()
@@ -40,6 +45,7 @@ def run(scenario, limit):
     if not daemon_runs():  # the next scenario shall not fail for this one's sake
         problem = (problem or "") + "\n    the daemon is gone"
         start_daemon()
+    mend_adapters()
     forget_devices()
     verdict = "FAIL" if problem else "PASS"
     print(f"{verdict} {scenario.__name__} ({time.monotonic() - begun:.1f} s)", flush=True)
@@ -53,14 +59,15 @@ def main():
     for topic in TOPICS:
         importlib.import_module("scenarios." + topic)
     by_name = {scenario.__name__: scenario for scenario in SCENARIOS}
-    names = sys.argv[2:] or list(by_name)
+    names = [name for name in sys.argv[2:] if name != "--long"] or list(by_name)
     unknown = [name for name in names if name not in by_name]
     if unknown:
         print(f"no scenario {unknown[0]}; there are: {' '.join(by_name)}")
         return 2
     begun = time.monotonic()
     passed = sum(run(by_name[name], SCENARIOS[by_name[name]]) for name in names)
-    print(f"{passed} passed, {len(names) - passed} failed, in {time.monotonic() - begun:.0f} s", flush=True)
+    print(f"in {time.monotonic() - begun:.0f} s", flush=True)
+    print(f"{passed} passed, {len(names) - passed} failed", flush=True)
     return 0 if passed == len(names) else 1
 
 

@@ -66,7 +66,7 @@ def button_press():
     require(sum("button pressed" in line for line in lines) == 3, f"not three presses: {lines}")
 
 
-@scenario(300)
+@scenario(600)
 def twenty_binds():
     """Nothing adds up over many sessions in a row."""
     virtual = tag()

@@ -2,7 +2,8 @@
 import signal
 
 from kit import BACK, LOST, TAG, bound_tag, do, on_tag, require, scenario, start, watch
-from stack import air, expect_discovery, expect_links, power, restart_daemon
+from stack import (adapter_address, air, expect_discovery, expect_links, power, restart_bus, restart_daemon,
+                   unplug)
 
 
 @scenario(90)
@@ -63,3 +64,28 @@ def daemon_restarted():
 def daemon_terminated():
     """It is told to end, takes the adapters down with it, and comes back."""
     outlive_daemon(signal.SIGTERM)
+
+
+@scenario(240)
+def bus_restarted():
+    """The bus ends, and the daemon with it; both come back, and so do the tag and the link."""
+    virtual = bound_tag()
+    watching = watch()
+    restart_bus()
+    watching.expect(LOST, 20)
+    virtual.expect("^ready", 90)
+    watching.expect(BACK, 90)
+
+
+@scenario(180)
+def adapter_unplugged():
+    """The adapter is unplugged under a link, and comes back under another name; it is known by its address."""
+    bound_tag()
+    watching = watch(adapter=adapter_address())
+    unplug("hci0")
+    watching.expect(LOST, 20)
+    air("spare plug")  # which gets the name that has become free
+    air("hci0 plug")
+    require(air("hci0 name") != "hci0", "the adapter has its old name")
+    watching.expect(BACK, 60)
+    watching.end(signal.SIGINT)
