@@ -6,13 +6,17 @@
 namespace kv {
 
 std::uint8_t hexPair(char first, char second) {
-  const std::array<char, 3> pair{first, second, '\0'};
+  const std::array pair{first, second, '\0'};
   return static_cast<std::uint8_t>(std::strtol(pair.data(), nullptr, 16));
 }
 
 std::string hexText(KVBytes bytes) {
   std::string text(2 * bytes.size(), '0');
-  for (std::size_t i = 0; i < bytes.size(); ++i) writeHex(bytes[i], text.data() + 2 * i);
+  char* at = text.data();
+  for (const std::uint8_t byte : bytes) {
+    writeHex(byte, at);
+    at += 2;
+  }
   return text;
 }
 

@@ -34,7 +34,7 @@ void append(std::u16string& units, char32_t character) {
     return;
   }
   units += static_cast<char16_t>(0xD800 + ((character - 0x10000) >> 10U));
-  units += static_cast<char16_t>(0xDC00 + ((character - 0x10000) & 0x3FFU));
+  units += static_cast<char16_t>(0xDC00 + (character & 0x3FFU));
 }
 
 }  // namespace

@@ -70,7 +70,7 @@ void TrackerIndex::file(KVTracker& tracker) {
 }
 
 void TrackerIndex::unfile(KVTracker& tracker) {
-  if (keys_ == Keys::MacAndPeripheral && tracker.mac()) eraseFrom(byMac_, *tracker.mac(), tracker);
+  if (tracker.mac()) eraseFrom(byMac_, *tracker.mac(), tracker);
   if (tracker.peripheral()) eraseFrom(byPeripheral_, tracker.peripheral()->identifier(), tracker);
 }
 

@@ -103,7 +103,7 @@ class FakeCentral final : public KVCentral {
     if (p != nullptr) journal_->add("connect " + p->identifier());
   }
   void cancelPeripheralConnection(const std::shared_ptr<KVPeripheral>& p) override {
-    if (p != nullptr) journal_->add("cancel " + p->identifier());
+    journal_->add("cancel " + (p ? p->identifier() : "nothing"));
   }
   void close() override { closed = true; }
 

@@ -91,6 +91,8 @@ TEST(Utf16Test, BordersOfEachLength) {
   const std::pair<std::string_view, std::u16string> cases[] = {
       {"\x7f", u"\x7F"},
       {"\x80", u"\xFFFD"},
+      {"a\x80", u"a\xFFFD"},
+      {std::string_view("\xc2\x80", 1), u"\xFFFD"},
       {"\xc2\x80", u"\x80"},
       {"\xdf\xbf", u"\x7FF"},
       {"\xe0\xa0\x80", u"\x800"},
