@@ -32,14 +32,14 @@ class InFlight {
   Kept end() {
     const auto kept = kept_.lock();
     if (!kept) return {};  // its task has gone already, or is going at this moment
-    if (keeper_ != 0) services_->cancel(std::exchange(keeper_, 0));
+    services_->queue.cancel(keeper_);
     return std::exchange(*kept, {});
   }
 
  private:
   const std::weak_ptr<Kept> kept_;
   const std::shared_ptr<const kv::Services> services_;
-  KVEventQueue::TaskId keeper_;
+  const KVEventQueue::TaskId keeper_;
 };
 
 }  // namespace
@@ -88,7 +88,7 @@ void KVTrackerManager::Core::unbind(const std::string& mac, KVResultCallback com
     return;
   }
   const auto kept = std::make_shared<Kept>(Kept{std::move(manager), tracker});
-  const auto keeper = services_->postAfter(kv::kForever, [kept] {});
+  const auto keeper = services_->queue.postAfter(kv::kForever, [kept] {});
   tracker->removeBindPassword(
       [core = weak_from_this(), inFlight = std::make_shared<InFlight>(kept, services_, keeper),
        target = std::weak_ptr(tracker),

@@ -2,17 +2,15 @@
 #ifndef PLATFORM_SERVICES_H
 #define PLATFORM_SERVICES_H
 
-#include <chrono>
-#include <cstdint>
 #include <memory>
-#include <utility>
 
 #include "KVFobLink/KVPlatform.h"
+#include "platform/weak_queue.h"
 
 namespace kv {
 
-/// The parts of a platform, but only a weak hold on its event queue: queued tasks hold trackers and
-/// managers, so one of these that held the queue would keep itself alive once nobody runs it.
+/// The parts of a platform, but only a weak hold on its event queue, whose tasks hold trackers and
+/// managers.
 struct Services {
   explicit Services(const KVPlatform& platform)
       : queue(platform.eventQueue),
@@ -22,17 +20,7 @@ struct Services {
         clock(platform.clock),
         log(platform.log) {}
 
-  /// Posts a task, and tells its id; 0, and the task is dropped, when the queue is gone.
-  KVEventQueue::TaskId postAfter(KVEventQueue::Duration delay, KVEventQueue::Task task) const {
-    const auto held = queue.lock();
-    return held ? held->postAfter(delay, std::move(task)) : 0;
-  }
-
-  void cancel(KVEventQueue::TaskId task) const {
-    if (const auto held = queue.lock()) held->cancel(task);
-  }
-
-  std::weak_ptr<KVEventQueue> queue;
+  WeakQueue queue;
   std::shared_ptr<KVCipher> cipher;
   std::shared_ptr<KVRandom> random;
   std::shared_ptr<KVTimerThreads> timers;

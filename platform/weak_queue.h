@@ -2,17 +2,16 @@
 #ifndef PLATFORM_WEAK_QUEUE_H
 #define PLATFORM_WEAK_QUEUE_H
 
-#include <functional>
 #include <memory>
 #include <utility>
 
-#include "KVFobLink/KVLinuxPlatform.h"
+#include "KVFobLink/KVEventQueue.h"
 
 namespace kv {
 
 /// An event queue that is used but not kept alive, so that what is queued may own whoever uses the
-/// queue. Once it is gone, tasks are dropped where they would have been posted and watches are
-/// absent. Thread rules are those of the queue's own operations.
+/// queue: otherwise both would live on once nobody runs it. When it is gone, tasks are dropped
+/// where they would have been posted. Thread rules are those of the queue's own operations.
 class WeakQueue {
  public:
   using Task = KVEventQueue::Task;
@@ -20,7 +19,7 @@ class WeakQueue {
   using Duration = KVEventQueue::Duration;
 
   /// Implicit, as that of a weak pointer is.
-  WeakQueue(const std::shared_ptr<KVLinuxEventQueue>& queue) : queue_(queue) {}
+  WeakQueue(const std::shared_ptr<KVEventQueue>& queue) : queue_(queue) {}
 
   void post(Task task) const { postAfter(Duration::zero(), std::move(task)); }
   /// 0 once the queue is gone.
@@ -36,14 +35,12 @@ class WeakQueue {
     const auto queue = queue_.lock();
     return queue ? queue->now() : Duration::zero();
   }
-  std::unique_ptr<KVLinuxEventQueue::Watch> watch(int fd, short events,
-                                                  std::function<void(short)> ready) const {
-    const auto queue = queue_.lock();
-    return queue ? queue->watch(fd, events, std::move(ready)) : nullptr;
-  }
+
+ protected:
+  std::shared_ptr<KVEventQueue> lock() const { return queue_.lock(); }
 
  private:
-  std::weak_ptr<KVLinuxEventQueue> queue_;
+  std::weak_ptr<KVEventQueue> queue_;
 };
 
 }  // namespace kv

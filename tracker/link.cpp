@@ -27,7 +27,7 @@ void TrackerLink::setBinding(bool value, const Services& services, std::weak_ptr
                              std::shared_ptr<const void> kept) {
   binding = value;
   if (!value) return;
-  services.postAfter(kBindTimeout, [self = std::move(self), kept = std::move(kept)] {
+  services.queue.postAfter(kBindTimeout, [self = std::move(self), kept = std::move(kept)] {
     if (const auto link = self.lock()) link->bindTimedOut();
   });
 }

@@ -5,7 +5,7 @@
 
 namespace kv {
 
-CentralCore::CentralCore(KVCentral& central, KVCentralDelegate& delegate, WeakQueue queue,
+CentralCore::CentralCore(KVCentral& central, KVCentralDelegate& delegate, WeakLinuxQueue queue,
                          const KVBlueZOptions& options, const BlueZTiming& timing,
                          std::shared_ptr<KVLog> log)
     : central_(&central),

@@ -28,7 +28,7 @@ class CentralCore : public std::enable_shared_from_this<CentralCore>,
                     private ObjectTreeObserver,
                     private LinkHost {
  public:
-  CentralCore(KVCentral& central, KVCentralDelegate& delegate, WeakQueue queue,
+  CentralCore(KVCentral& central, KVCentralDelegate& delegate, WeakLinuxQueue queue,
               const KVBlueZOptions& options, const BlueZTiming& timing, std::shared_ptr<KVLog> log);
 
   void start();

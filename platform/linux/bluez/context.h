@@ -12,7 +12,7 @@
 #include "KVFobLink/KVLinuxPlatform.h"
 #include "KVFobLink/KVPlatform.h"
 #include "platform/linux/bluez/timing.h"
-#include "platform/weak_queue.h"
+#include "platform/linux/bus/weak_queue.h"
 
 namespace kv {
 
@@ -20,7 +20,7 @@ class Daemon;
 
 /// One for each central; it outlives all the parts that refer to it.
 struct Context {
-  WeakQueue queue;
+  WeakLinuxQueue queue;
   std::shared_ptr<KVLog> logSink;
   KVBlueZOptions options;
   BlueZTiming timing;
@@ -56,7 +56,7 @@ class Timer {
   bool pending() const { return id_ != 0; }
 
  private:
-  const WeakQueue queue_;
+  const WeakLinuxQueue queue_;
   KVEventQueue::TaskId id_ = 0;
 };
 

@@ -28,7 +28,8 @@ constexpr const char* kHowToBePermitted =
 
 }  // namespace
 
-Diagnosis::Diagnosis(WeakQueue queue, KVBlueZOptions options, Done done, DiagnosisSources sources)
+Diagnosis::Diagnosis(WeakLinuxQueue queue, KVBlueZOptions options, Done done,
+                     DiagnosisSources sources)
     : queue_(std::move(queue)),
       options_(std::move(options)),
       done_(std::move(done)),

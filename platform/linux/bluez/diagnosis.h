@@ -27,7 +27,7 @@ class Diagnosis : public KVLinuxDiagnosis,
                   public std::enable_shared_from_this<Diagnosis>,
                   private ObjectTreeObserver {
  public:
-  Diagnosis(WeakQueue queue, KVBlueZOptions options, Done done, DiagnosisSources sources = {});
+  Diagnosis(WeakLinuxQueue queue, KVBlueZOptions options, Done done, DiagnosisSources sources = {});
 
   void begin();
 
@@ -55,7 +55,7 @@ class Diagnosis : public KVLinuxDiagnosis,
   void hint(const char* topic, std::string seen, std::string advice);
   void unusable(const char* topic, std::string seen, std::string advice);
 
-  const WeakQueue queue_;
+  const WeakLinuxQueue queue_;
   const KVBlueZOptions options_;
   Done done_;
   const DiagnosisSources sources_;

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "KVFobLink/KVBluetooth.h"
-#include "platform/weak_queue.h"
+#include "platform/linux/bus/weak_queue.h"
 
 namespace kv {
 
@@ -41,7 +41,7 @@ class BlueZCharacteristic : public KVCharacteristic {
 /// requests reach the link of its address, if there is one.
 class BlueZPeripheral : public KVPeripheral, public std::enable_shared_from_this<BlueZPeripheral> {
  public:
-  BlueZPeripheral(std::string address, std::weak_ptr<CentralCore> core, WeakQueue queue)
+  BlueZPeripheral(std::string address, std::weak_ptr<CentralCore> core, WeakLinuxQueue queue)
       : address_(std::move(address)), core_(std::move(core)), queue_(std::move(queue)) {}
 
   const std::string& identifier() const override { return address_; }
@@ -73,7 +73,7 @@ class BlueZPeripheral : public KVPeripheral, public std::enable_shared_from_this
 
   const std::string address_;
   const std::weak_ptr<CentralCore> core_;
-  const WeakQueue queue_;
+  const WeakLinuxQueue queue_;
   std::atomic<std::int64_t> state_{KVPeripheralStateDisconnected};
   std::weak_ptr<KVPeripheralDelegate> delegate_;
   std::vector<std::shared_ptr<KVService>> services_;

@@ -65,14 +65,14 @@ int onMatchInstalled(sd_bus_message* message, void* userdata, sd_bus_error* /*er
 
 }  // namespace
 
-std::shared_ptr<BusConnection> BusConnection::open(WeakQueue queue, const std::string& address,
+std::shared_ptr<BusConnection> BusConnection::open(WeakLinuxQueue queue, const std::string& address,
                                                    std::function<void(int error)> lost) {
   std::shared_ptr<BusConnection> connection(new BusConnection(std::move(queue), std::move(lost)));
   connection->start(address);
   return connection;
 }
 
-BusConnection::BusConnection(WeakQueue queue, std::function<void(int error)> lost)
+BusConnection::BusConnection(WeakLinuxQueue queue, std::function<void(int error)> lost)
     : queue_(std::move(queue)), lost_(std::move(lost)) {}
 
 BusConnection::~BusConnection() {

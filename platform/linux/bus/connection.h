@@ -22,7 +22,7 @@
 
 #include "KVFobLink/KVLinuxPlatform.h"
 #include "platform/linux/bus/message.h"
-#include "platform/weak_queue.h"
+#include "platform/linux/bus/weak_queue.h"
 
 namespace kv {
 
@@ -54,7 +54,7 @@ class BusConnection : public std::enable_shared_from_this<BusConnection> {
   /// Connects to `address`, or to the system bus when it is empty. `lost` is called once, with an
   /// errno value, when the connection cannot be made or has ended; calls that are pending then are
   /// never answered. Nothing is called after the last reference is gone.
-  static std::shared_ptr<BusConnection> open(WeakQueue queue, const std::string& address,
+  static std::shared_ptr<BusConnection> open(WeakLinuxQueue queue, const std::string& address,
                                              std::function<void(int error)> lost);
 
   ~BusConnection();
@@ -95,7 +95,7 @@ class BusConnection : public std::enable_shared_from_this<BusConnection> {
   void update();
 
  private:
-  BusConnection(WeakQueue queue, std::function<void(int error)> lost);
+  BusConnection(WeakLinuxQueue queue, std::function<void(int error)> lost);
 
   void start(const std::string& address);
   void process();
@@ -103,7 +103,7 @@ class BusConnection : public std::enable_shared_from_this<BusConnection> {
   void fail(int error);
   void failLater(int error);
 
-  const WeakQueue queue_;
+  const WeakLinuxQueue queue_;
   std::function<void(int error)> lost_;
   sd_bus* bus_ = nullptr;
   std::unique_ptr<KVLinuxEventQueue::Watch> watch_;
