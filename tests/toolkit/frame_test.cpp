@@ -14,7 +14,7 @@ TEST_F(FrameTest, BuildFillsUpWithRandomness) {
   const struct {
     std::uint64_t command;
     const char* payload;
-    const char* frame;
+    const char* frame;  // type 00, length, code, payload, random fill
   } cases[] = {
       {5, "00", "00020500 505152535455565758595a5b"},
       {32, "581b", "000320581b 505152535455565758595a"},
@@ -41,7 +41,7 @@ TEST_F(FrameTest, BuildRefusesAPayloadThatDoesNotFit) {
 
 TEST_F(FrameTest, ParseTellsAnswersApart) {
   const struct {
-    const char* frame;
+    const char* frame;   // type, length, code, payload, fill
     const char* report;  // answer code, second code, payload; empty for no call
   } cases[] = {
       {"01020500 eeeeeeeeeeeeeeeeeeeeeeee", "5 0 00"},

@@ -21,6 +21,7 @@ class HandshakeTest : public TrackerTest {
   }
   std::string wroteStatic(std::string_view frame) const { return wrote(*p, kStaticKey, frame); }
 
+  // The halves of the session key.
   const std::string kTag = "c0c1c2c3c4c5c6c7";
   const std::string kOurs = "5051525354555657";
   // The verification token for the fixture's address and the first random half.
@@ -231,7 +232,7 @@ TEST_F(HandshakeTest, PasswordMustFitOneFrame) {
   open();
   const struct {
     std::optional<std::string> password;
-    const char* frame;  // without the random fill; empty for none
+    const char* frame;  // type, length, code, password, random fill; empty for none
     Lines complaint;
   } cases[] = {
       {"a", "000213 61 606162636465666768696a6b", {}},
