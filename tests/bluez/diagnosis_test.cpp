@@ -77,7 +77,7 @@ TEST_F(DiagnosisTest, EachTroubleIsNamedWithItsRemedy) {
            call.fail("org.freedesktop.DBus.Error.AccessDenied", "Rejected send message");
          });
        },
-       "permission unusable", "group bluetooth"},
+       "service ok bluetoothd is running|\npermission unusable", "group bluetooth"},
       {"silent daemon", [&] { bluez->on("GetManagedObjects", [](const kv::BusCall&) {}); },
        "does not answer", "systemctl restart"},
       {"no adapter", [&] { bluez->restore("GetManagedObjects"); }, "neither bluetoothd nor",

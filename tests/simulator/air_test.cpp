@@ -178,6 +178,11 @@ TEST_F(AirTagTest, ChangedBatteryIsAdvertisedOnceTheAdapterIsOn) {
   EXPECT_THAT(registered, IsEmpty()) << "bluetoothd keeps what was registered";
   EXPECT_THAT(states, ElementsAre("waiting: the adapter hci90 is off",
                                   "on air: on the air as a1b2c3d4e5f6"));
+  daemon->powerOff();
+  EXPECT_TRUE(runUntil([&] { return air.state() == AirState::Waiting; }));
+  daemon->set(kHci, kvtest::kAdapter, "Powered", true);
+  EXPECT_TRUE(runUntil([&] { return air.state() == AirState::OnAir; }));
+  EXPECT_THAT(took(refreshed), IsEmpty()) << "nothing has changed since";
 }
 
 TEST_F(AirTagTest, AdapterThatGoesOffEndsTheLinkItself) {

@@ -215,7 +215,7 @@ TEST(SimulatedRadioTest, TwoCentralsAndOneTag) {
   world.link();
   Witness other;
   const auto platform = world.radio.platform();
-  const auto second = platform->radio->makeCentral(other, platform->eventQueue);
+  auto second = platform->radio->makeCentral(other, platform->eventQueue);
   second->scanForPeripherals({}, /*allowDuplicates=*/true);
   world.runFor(5s);
   EXPECT_EQ(other.adverts, 0U) << "a tag is silent while it is connected";
@@ -228,6 +228,15 @@ TEST(SimulatedRadioTest, TwoCentralsAndOneTag) {
   world.runFor(1s);
   EXPECT_EQ(other.found->state() + world.witness->found->state(),
             KVPeripheralStateConnected + KVPeripheralStateConnecting);
+
+  world.central->cancelPeripheralConnection(world.witness->found);
+  world.runFor(1min);
+  ASSERT_EQ(other.found->state(), KVPeripheralStateConnected);
+  world.central->connectPeripheral(world.witness->found);
+  second.reset();
+  world.runFor(1min);
+  EXPECT_EQ(world.witness->found->state(), KVPeripheralStateConnected)
+      << "a link ends with its central";
 }
 
 TEST(SimulatedRadioTest, TagsCostNothingWhileNobodyScans) {
