@@ -190,6 +190,7 @@ TEST_F(GattTest, DeviceWithOtherAttributesThanRememberedIsForgottenOnce) {
 }
 
 TEST_F(GattTest, ServicesThatChangeUnderALinkEndIt) {
+  options.requestTimeout = 1h;
   startLinked();
   bluez->advertise(kOtherTag, kFrame);
   bluez->addServices(kOtherTag);
@@ -197,12 +198,16 @@ TEST_F(GattTest, ServicesThatChangeUnderALinkEndIt) {
   queue->runFor(3 * timing.dropHold);
   EXPECT_THAT(takeEvents(), IsEmpty());
   bluez->on("WriteValue", [](const kv::BusCall&) {});  // the old object never answers
-  tag->writeValue(KVData{1}, command, kConfirmed);
-  EXPECT_TRUE(waitForCall("WriteValue"));
-  bluez->remove(FakeBlueZ::devicePath(kTag) + "/service0010");
-  EXPECT_TRUE(waitForEvent("disconnected"));
-  central->connectPeripheral(tag);
-  EXPECT_TRUE(waitForEvent("connected"));
+  for (const std::string& removed :
+       {FakeBlueZ::characteristicPath(kTag), FakeBlueZ::devicePath(kTag) + "/service0010"}) {
+    tag->writeValue(KVData{1}, command, kConfirmed);
+    EXPECT_TRUE(waitForCall("WriteValue"));
+    bluez->remove(removed);
+    EXPECT_TRUE(waitForEvent("disconnected")) << removed;
+    central->connectPeripheral(tag);
+    EXPECT_TRUE(waitForEvent("connected"));
+    command = discover(tag);
+  }
 }
 
 }  // namespace

@@ -36,6 +36,7 @@ TEST_P(CentralConformance, ScanReportsWhatIsHeardWhileItRuns) {
       {{}, true, {"found", "found", "found"}},
       {{foreign, offered}, true, {"found", "found", "found"}},
       {{offered}, false, {"found"}},
+      {{offered}, false, {"found"}},  // each scan begins anew
       {{foreign}, true, {}},
   };
   for (const Case& c : cases) {
