@@ -1,4 +1,9 @@
 # The manual page and the shells' completions, which the program itself prints.
+if(CMAKE_CROSSCOMPILING AND NOT CMAKE_CROSSCOMPILING_EMULATOR)
+  message(WARNING "No manual page and no completions: the program prints them, and cannot run here. "
+    "Set CMAKE_CROSSCOMPILING_EMULATOR to have them.")
+  return()
+endif()
 set(help_dir ${PROJECT_BINARY_DIR}/help)
 file(MAKE_DIRECTORY ${help_dir})
 set(help_files ${help_dir}/kvfob.1 ${help_dir}/kvfob ${help_dir}/_kvfob ${help_dir}/kvfob.fish)

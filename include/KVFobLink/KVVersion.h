@@ -7,7 +7,7 @@
 /* The release, after semantic versioning: what the build, the packages and the shared library's
    name are derived from. */
 #define KVFOBLINK_VERSION_MAJOR 1
-#define KVFOBLINK_VERSION_MINOR 0
+#define KVFOBLINK_VERSION_MINOR 1
 #define KVFOBLINK_VERSION_PATCH 0
 
 #ifdef __cplusplus

@@ -1,17 +1,22 @@
 #!/bin/sh
-# install.sh BUILD CONSUMER CXX: an installed tree serves a project of its own, by CMake's package and by pkg-config.
+# install.sh BUILD TREE: installs a build under a staging folder, as packagers do, and moves what it laid down to TREE.
 set -eu
-build=$1 consumer=$2 cxx=$3
-tree=$(mktemp -d)
-trap 'rm -rf "$tree"' EXIT
-cmake --install "$build" --prefix "$tree/usr" >/dev/null
-[ -x "$tree/usr/bin/kvfob" ] && "$tree/usr/bin/kvfob" --version >/dev/null
-grep -q '^.SH EXIT STATUS' "$tree/usr/share/man/man1/kvfob.1"
-bash -n "$tree/usr/share/bash-completion/completions/kvfob"
+build=$1 tree=$2
+stage=$(mktemp -d)
+trap 'rm -rf "$stage"' EXIT
+DESTDIR=$stage cmake --install "$build" --prefix /opt/kvfob >/dev/null
+rm -rf "$tree"
+mv "$stage/opt/kvfob" "$tree"
+left=$(find "$stage" -type f)
+[ -z "$left" ] || { echo "installed elsewhere: $left"; exit 1; }
 
-cmake -S "$consumer" -B "$tree/build" -G Ninja -DCMAKE_PREFIX_PATH="$tree/usr" -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
-cmake --build "$tree/build" -- --quiet
-for program in shared static simulated; do "$tree/build/$program"; done
-
-pc=$(find "$tree/usr" -name pkgconfig)
-[ "$(PKG_CONFIG_PATH=$pc pkg-config --modversion KVFobLink)" = 1.0.0 ]
+if leaks=$(grep -rlIF -e "$stage" -e "$build" -e /opt/kvfob "$tree"); then
+  echo "these tell where they were built or first installed: $leaks"
+  exit 1
+fi
+"$tree/bin/kvfob" --version | grep -q .
+grep -q '^.SH EXIT STATUS' "$tree/share/man/man1/kvfob.1"
+bash -n "$tree/share/bash-completion/completions/kvfob"
+for document in LICENSE CHANGELOG.md docs/pitfalls.md examples/first_app.cpp; do
+  [ -f "$tree/share/doc/KVFobLink/$document" ] || { echo "not installed: $document"; exit 1; }
+done
