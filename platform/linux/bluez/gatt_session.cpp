@@ -157,9 +157,10 @@ void GattSession::readDone(const BusMessage& reply, const BusFault& error) {
   // BlueZ signals the value of a read as it does a notification, and before the reply. So of the
   // values that came meanwhile one is the read itself, and the reply adds nothing to them.
   const auto signalled = std::exchange(valuesDuringRead_, std::nullopt);
-  const auto bytes = error ? std::nullopt : readBytes(reply.get());
   std::optional<KVData> value;
-  if (bytes) value.emplace(bytes->begin(), bytes->end());
+  if (!error) {
+    if (const auto bytes = readBytes(reply.get())) value.emplace(bytes->begin(), bytes->end());
+  }
   bool reported = false;
   for (const KVData& each : signalled.value_or(std::vector<KVData>())) {
     reported = reported || each == value;
