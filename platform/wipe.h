@@ -16,11 +16,10 @@ void wipe(Buffer& buffer) {
   buffer.clear();
 }
 
-/// The same for one that may be absent; it is absent afterwards.
+/// The same for one that may be absent; one that was there is empty afterwards.
 template <typename Buffer>
 void wipe(std::optional<Buffer>& buffer) {
   if (buffer) wipe(*buffer);
-  buffer.reset();
 }
 
 }  // namespace kv
