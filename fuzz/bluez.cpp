@@ -109,6 +109,10 @@ class Watcher final : public kv::ObjectTreeObserver {
   void adaptersChanged() override {}
   void deviceHeard(kv::DeviceObject& device) override { present(device); }
   void deviceChanged(kv::DeviceObject& device) override { present(device); }
+  void deviceDisconnected(kv::DeviceObject& device, const std::string& why) override {
+    present(device);
+    require(why.ends_with(")"), "a reason");
+  }
   void deviceRemoved(kv::DeviceObject& device) override {
     require(!device.connected && !device.servicesResolved, "what is gone is not connected");
     require(find(device) != &device, "what is gone is not in the tree");
@@ -144,8 +148,8 @@ void send(sd_bus* bus, Input& input, kv::ObjectTree& tree) {
   require(sd_bus_message_new_signal(bus, &raw, pick(input, kPaths), "org.example", "Any") >= 0,
           "a message");
   const kv::BusMessage message = kv::BusMessage::adopt(raw);
-  const int kind = input.ConsumeIntegralInRange(0, 3);
-  const int disguise = input.ConsumeIntegralInRange(0, 9) == 0 ? (kind + 1) % 4 : kind;
+  const int kind = input.ConsumeIntegralInRange(0, 4);
+  const int disguise = input.ConsumeIntegralInRange(0, 9) == 0 ? (kind + 1) % 5 : kind;
   if (disguise == 0) {
     sd_bus_message_append(raw, "s", pick(input, kInterfaces));
     appendProperties(raw, input);
@@ -155,6 +159,8 @@ void send(sd_bus* bus, Input& input, kv::ObjectTree& tree) {
     appendInterfaces(raw, input);
   } else if (disguise == 2) {
     sd_bus_message_append(raw, "oas", pick(input, kPaths), 1, pick(input, kInterfaces));
+  } else if (disguise == 4) {
+    sd_bus_message_append(raw, "ss", pick(input, kNames), pick(input, kNames));
   } else {
     sd_bus_message_open_container(raw, 'a', "{oa{sa{sv}}}");
     for (auto left = input.ConsumeIntegralInRange(0, 3); left > 0; --left) {
@@ -171,6 +177,7 @@ void send(sd_bus* bus, Input& input, kv::ObjectTree& tree) {
   if (kind == 1) tree.interfacesAdded(raw);
   if (kind == 2) tree.interfacesRemoved(raw);
   if (kind == 3) tree.load(raw);
+  if (kind == 4) tree.disconnected(raw);
 }
 
 void check(kv::ObjectTree& tree) {

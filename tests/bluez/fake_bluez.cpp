@@ -182,6 +182,13 @@ void FakeBlueZ::setResolved(const std::string& address, bool resolved) {
   set(devicePath(address), kDevice, "ServicesResolved", resolved);
 }
 
+void FakeBlueZ::tellWhyDisconnected(const std::string& address, const std::string& reason,
+                                    const std::string& text) {
+  kv::emitSignal(*bus_, devicePath(address), kDevice, "Disconnected", [&](sd_bus_message* signal) {
+    sd_bus_message_append(signal, "ss", reason.c_str(), text.c_str());
+  });
+}
+
 void FakeBlueZ::addServices(const std::string& address) {
   const std::string device = devicePath(address);
   add(device + "/service0010", kService,
@@ -234,6 +241,11 @@ int FakeBlueZ::calls(const std::string& member, const std::string& address) cons
   return count == deviceCounts_.end() ? 0 : count->second;
 }
 
+std::string FakeBlueZ::text(const std::string& path, const std::string& interface,
+                            const std::string& property) const {
+  return std::get<std::string>(objects_.at(path).at(interface).at(property));
+}
+
 bool FakeBlueZ::subscribed(const std::string& address) const {
   const auto notifying = notifying_.find(characteristicPath(address));
   return notifying != notifying_.end() && notifying->second;
@@ -269,6 +281,8 @@ void FakeBlueZ::answer(const kv::BusCall& call) {
     call.reply([this](sd_bus_message* reply) { kv::appendBytes(reply, readValue); });
   } else if (member == "WriteValue") {
     writeValue(call);
+  } else if (member == "Set") {
+    setText(call);
   } else {
     call.reply();
   }
@@ -292,6 +306,15 @@ void FakeBlueZ::listObjects(const kv::BusCall& call) const {
     }
     sd_bus_message_close_container(reply);
   });
+}
+
+void FakeBlueZ::setText(const kv::BusCall& call) {
+  const char* interface = nullptr;
+  const char* name = nullptr;
+  const char* text = nullptr;
+  if (sd_bus_message_read(call.message(), "ssv", &interface, &name, "s", &text) < 0) return;
+  call.reply();
+  set(sd_bus_message_get_path(call.message()), interface, name, std::string(text));
 }
 
 void FakeBlueZ::writeValue(const kv::BusCall& call) {

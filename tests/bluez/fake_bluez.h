@@ -68,8 +68,14 @@ class FakeBlueZ {
   void advertise(const std::string& address, const KVData& frame, std::int16_t rssi = -60);
   void setConnected(const std::string& address, bool connected);
   void setResolved(const std::string& address, bool resolved);
+  /// Tells why a link ends or has ended, as newer daemons do.
+  void tellWhyDisconnected(const std::string& address, const std::string& reason,
+                           const std::string& text);
   /// Exports a command service with one characteristic, and another service.
   void addServices(const std::string& address);
+  /// What a property holds that was set to a text.
+  std::string text(const std::string& path, const std::string& interface,
+                   const std::string& property) const;
   static std::string characteristicPath(const std::string& address);
   bool subscribed(const std::string& address) const;
   /// The tag sends a notification, if it is subscribed.
@@ -102,6 +108,7 @@ class FakeBlueZ {
   void handle(sd_bus_message* message);
   void listObjects(const kv::BusCall& call) const;
   void writeValue(const kv::BusCall& call);
+  void setText(const kv::BusCall& call);
   static void append(sd_bus_message* message, const Properties& properties);
 
   std::shared_ptr<KVLinuxEventQueue> queue_;

@@ -72,6 +72,37 @@ TEST_F(LinkTest, RefusedAttemptsAreRepeatedUntilOneHolds) {
   EXPECT_NE(log->text.find("ControllerMode"), std::string::npos);
 }
 
+TEST_F(LinkTest, DaemonThatOffersTheChoiceIsToldToPreferLowEnergy) {
+  options.retryFirst = 1ms;
+  startAll();
+  const struct {
+    const char* bearer;  // null: not offered
+    const char* refusal;
+    int settings;
+  } cases[] = {
+      {nullptr, "br-connection-page-timeout", 0},
+      {"last-seen", "le-connection-abort-by-local", 0},
+      {"last-seen", "br-connection-page-timeout", 1},
+      {"bredr", "br-connection-unknown", 1},
+      {"le", "br-connection-page-timeout", 0},
+  };
+  for (const auto& [bearer, refusal, settings] : cases) {
+    const auto tag = find();
+    const std::string path = FakeBlueZ::devicePath(kTag);
+    if (bearer != nullptr) bluez->set(path, kDevice, "PreferredBearer", std::string(bearer));
+    const int before = bluez->calls("Set", kTag);
+    failConnect(2, kFailed, refusal);
+    central->connectPeripheral(tag);
+    EXPECT_TRUE(waitForEvent("connected")) << refusal;
+    EXPECT_EQ(bluez->calls("Set", kTag) - before, settings) << refusal;
+    if (settings > 0) {
+      EXPECT_EQ(bluez->text(path, kDevice, "PreferredBearer"), "le");
+    }
+    bluez->remove(path);
+    EXPECT_TRUE(waitForEvent("disconnected"));
+  }
+}
+
 TEST_F(LinkTest, FullAdapterIsGivenTime) {
   timing.connectionLimitPause = 80ms;
   startAll();

@@ -29,6 +29,55 @@ TEST_F(LinkTest, LinksThatDropAtOnceAreFurtherAndFurtherApart) {
   EXPECT_GE(queue->now() - begun, 176ms);  // 20 + 40 + 80 + 80, less the jitter of a fifth
 }
 
+TEST_F(LinkTest, WhyALinkHasEndedIsInTheLog) {
+  options.retryFirst = 1ms;
+  startAll();
+  const struct {
+    const char* name;
+    std::function<void(const std::function<void()>& tell)> end;
+    const char* event;
+    bool logged;
+  } cases[] = {
+      {"told before",
+       [&](const auto& tell) {
+         tell();
+         bluez->setConnected(kTag, false);
+       },
+       "disconnected AA:00:00:00:00:01 !1001", true},
+      {"told after",
+       [&](const auto& tell) {
+         bluez->setConnected(kTag, false);
+         tell();
+       },
+       "disconnected AA:00:00:00:00:01 !1001", true},
+      {"by ourselves",
+       [&](const auto& tell) {
+         bluez->on("Disconnect", [this, tell](const kv::BusCall& call) {
+           tell();
+           bluez->answer(call);
+         });
+         central->cancelPeripheralConnection(recorder->found);
+       },
+       "disconnected AA:00:00:00:00:01", false},
+  };
+  for (const auto& each : cases) {
+    log->text.clear();
+    const auto tag = link();
+    takeEvents();
+    each.end([this] {
+      bluez->tellWhyDisconnected(kTag, "org.bluez.Reason.Timeout", "Connection timeout");
+      bluez->tellWhyDisconnected(kOtherTag, "org.bluez.Reason.Remote", "Of no concern");
+    });
+    EXPECT_TRUE(waitForEvent("disconnected")) << each.name;
+    EXPECT_THAT(takeEvents(), ElementsAre(each.event)) << each.name;
+    EXPECT_EQ(log->text.find("AA:00:00:00:00:01 has ended: Connection timeout "
+                             "(org.bluez.Reason.Timeout)") != std::string::npos,
+              each.logged)
+        << each.name;
+    EXPECT_EQ(log->text.find("Of no concern"), std::string::npos) << each.name;
+  }
+}
+
 TEST_F(LinkTest, LinkThatHasLastedIsMadeAgainAtOnce) {
   options.retryFirst = options.retryMost = 1h;
   timing.shortLink = 0ms;

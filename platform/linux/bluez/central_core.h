@@ -49,6 +49,7 @@ class CentralCore : public std::enable_shared_from_this<CentralCore>,
   void adaptersChanged() override;
   void deviceHeard(DeviceObject& device) override;
   void deviceChanged(DeviceObject& device) override;
+  void deviceDisconnected(DeviceObject& device, const std::string& why) override;
   void deviceRemoved(DeviceObject& device) override;
   void characteristicValue(std::string_view path, KVBytes value) override;
   void attributeRemoved(std::string_view path) override;

@@ -47,6 +47,12 @@ void CentralCore::deviceChanged(DeviceObject& device) {
   }
 }
 
+void CentralCore::deviceDisconnected(DeviceObject& device, const std::string& why) {
+  if (Link* link = device.adapter == adapterOn_ ? findLink(device.address) : nullptr) {
+    link->deviceDisconnected(why);
+  }
+}
+
 void CentralCore::characteristicValue(std::string_view path, KVBytes value) {
   for (const auto& [address, link] : links_) {
     if (GattSession* session = link->session()) session->characteristicValue(path, value);

@@ -44,9 +44,12 @@ void Daemon::open() {
   matches_.push_back(
       match(signalRule(bluez::kService, dbus::kObjectManager, dbus::kInterfacesRemoved, atManager),
             &ObjectTree::interfacesRemoved));
-  matches_.push_back(match(signalRule(bluez::kService, dbus::kProperties, dbus::kPropertiesChanged,
-                                      std::string("path_namespace='") + bluez::kRootPath + '\''),
-                           &ObjectTree::propertiesChanged));
+  const std::string below = std::string("path_namespace='") + bluez::kRootPath + '\'';
+  matches_.push_back(
+      match(signalRule(bluez::kService, dbus::kProperties, dbus::kPropertiesChanged, below),
+            &ObjectTree::propertiesChanged));
+  matches_.push_back(match(signalRule(bluez::kService, bluez::kDevice, bluez::kDisconnected, below),
+                           &ObjectTree::disconnected));
   BusMessage question =
       bus_->methodCall(dbus::kService, dbus::kPath, dbus::kBus, dbus::kGetNameOwner);
   if (question) sd_bus_message_append(question.get(), "s", bluez::kService);

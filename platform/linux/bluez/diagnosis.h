@@ -35,6 +35,7 @@ class Diagnosis : public KVLinuxDiagnosis,
   void adaptersChanged() override {}
   void deviceHeard(DeviceObject& /*device*/) override {}
   void deviceChanged(DeviceObject& /*device*/) override {}
+  void deviceDisconnected(DeviceObject& /*device*/, const std::string& /*why*/) override {}
   void deviceRemoved(DeviceObject& /*device*/) override {}
   void characteristicValue(std::string_view /*path*/, KVBytes /*value*/) override {}
   void attributeRemoved(std::string_view /*path*/) override {}

@@ -123,6 +123,14 @@ void Link::deviceChanged(const DeviceObject& device) {
   }
 }
 
+// For the log alone. It comes before or after the change of the state; of a link that we end
+// ourselves it would tell nothing new.
+void Link::deviceDisconnected(const std::string& why) {
+  if (phase_ == Phase::Up || phase_ == Phase::Dropping) {
+    context_.log("the link to " + address() + " has ended: " + why);
+  }
+}
+
 void Link::giveUpLink(GattSession::Broken why) {
   if (phase_ != Phase::Up) return;
   if (why == GattSession::Broken::Stale) {

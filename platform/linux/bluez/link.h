@@ -50,6 +50,7 @@ class Link {
   void adapterLost();
   void deviceHeard();
   void deviceChanged(const DeviceObject& device);
+  void deviceDisconnected(const std::string& why);
   void deviceRemoved(const DeviceObject& device);
 
   const std::shared_ptr<BlueZPeripheral>& peripheral() const { return peripheral_; }
@@ -95,6 +96,7 @@ class Link {
   void giveUpLink(GattSession::Broken why);
   void removeDevice(const std::string& why);
   void explain(Fault fault, const BusError& error);
+  void preferLowEnergy();
   std::chrono::milliseconds backoff() const;
   DeviceObject* device() const;
   /// Whether the daemon has a link to the device.

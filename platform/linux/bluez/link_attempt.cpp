@@ -52,6 +52,7 @@ void Link::connectAnswered(const BusFault& error) {
   }
   if (phase_ != Phase::Connecting) return;
   if (error) explain(fault, *error);
+  if (fault == Fault::WrongBearer) preferLowEnergy();
   switch (fault) {
     case Fault::None:
     case Fault::AlreadyConnected:
@@ -99,6 +100,20 @@ void Link::explain(Fault fault, const BusError& error) {
     lastExplained_ = line;
     context_.log(line);
   }
+}
+
+// A daemon that offers the choice needs no other setting.
+void Link::preferLowEnergy() {
+  const DeviceObject* known = device();
+  if (known == nullptr || known->preferredBearer.empty()) return;
+  if (known->preferredBearer == bluez::kLowEnergy) return;
+  context_.log("bluetoothd shall prefer low energy for " + address());
+  BusMessage setting = context_.daemon->methodCall(devicePath_, dbus::kProperties, dbus::kSet);
+  if (setting) {
+    sd_bus_message_append(setting.get(), "ssv", bluez::kDevice, bluez::kPreferredBearer, "s",
+                          bluez::kLowEnergy);
+  }
+  context_.daemon->send(setting);
 }
 
 void Link::resolve(const DeviceObject& device) {

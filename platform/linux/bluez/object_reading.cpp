@@ -5,6 +5,7 @@
 
 #include "platform/linux/bluez/object_tree.h"
 #include "platform/linux/bus/message.h"
+#include "platform/linux/bus/names.h"
 
 namespace kv {
 namespace {
@@ -99,6 +100,9 @@ bool ObjectTree::readIdentity(sd_bus_message* message, std::string_view key, std
     const bool read = readText(message, kind);
     device.randomAddress = kind == "random";
     return read;
+  }
+  if (key == bluez::kPreferredBearer && type == "s") {
+    return readText(message, device.preferredBearer);
   }
   if (key == "UUIDs" && type == "as") {
     device.uuids.clear();

@@ -134,6 +134,15 @@ void ObjectTree::propertiesChanged(sd_bus_message* signal) {
   }
 }
 
+void ObjectTree::disconnected(sd_bus_message* signal) {
+  const auto device = devices_.find(std::string_view(sd_bus_message_get_path(signal)));
+  const char* reason = nullptr;
+  const char* text = nullptr;
+  if (device != devices_.end() && sd_bus_message_read(signal, "ss", &reason, &text) >= 0) {
+    observer_.deviceDisconnected(device->second, std::string(text) + " (" + reason + ')');
+  }
+}
+
 void ObjectTree::reportDevice(DeviceObject& device, DeviceUpdate update) {
   if (update.connection) observer_.deviceChanged(device);
   if (update.advertised) observer_.deviceHeard(device);

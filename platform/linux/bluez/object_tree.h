@@ -46,6 +46,7 @@ struct DeviceObject {
   bool randomAddress = false;
   bool connected = false;
   bool servicesResolved = false;
+  std::string preferredBearer;  ///< Empty where the daemon offers no choice.
   /// Of the latest advertisement, absent when it is not known any more.
   std::optional<std::int64_t> rssi;
   std::vector<KVUUID> uuids;
@@ -74,6 +75,8 @@ class ObjectTreeObserver {
   virtual void deviceHeard(DeviceObject& device) = 0;
   /// Its connected or resolved state has changed.
   virtual void deviceChanged(DeviceObject& device) = 0;
+  /// Its link has ended, and why, as the daemon puts it.
+  virtual void deviceDisconnected(DeviceObject& device, const std::string& why) = 0;
   virtual void deviceRemoved(DeviceObject& device) = 0;
   virtual void characteristicValue(std::string_view path, KVBytes value) = 0;
   /// A service or characteristic is gone.
@@ -90,6 +93,8 @@ class ObjectTree {
   void interfacesAdded(sd_bus_message* signal);
   void interfacesRemoved(sd_bus_message* signal);
   void propertiesChanged(sd_bus_message* signal);
+  /// Takes a Disconnected signal.
+  void disconnected(sd_bus_message* signal);
   /// Forgets everything, without telling.
   void clear();
 

@@ -20,6 +20,7 @@ inline constexpr const char* kInterfacesRemoved = "InterfacesRemoved";
 
 inline constexpr const char* kProperties = "org.freedesktop.DBus.Properties";
 inline constexpr const char* kPropertiesChanged = "PropertiesChanged";
+inline constexpr const char* kSet = "Set";
 
 inline constexpr const char* kDisconnected = "org.freedesktop.DBus.Error.Disconnected";
 inline constexpr const char* kAccessDenied = "org.freedesktop.DBus.Error.AccessDenied";
@@ -52,6 +53,12 @@ inline constexpr const char* kRemoveDevice = "RemoveDevice";
 inline constexpr const char* kDevice = "org.bluez.Device1";
 inline constexpr const char* kConnect = "Connect";
 inline constexpr const char* kDisconnect = "Disconnect";
+/// A signal (BlueZ 5.83 and later).
+inline constexpr const char* kDisconnected = "Disconnected";
+/// A property (BlueZ 5.80 and later, where it was started with --experimental) of devices that are
+/// known by low energy and by classic Bluetooth.
+inline constexpr const char* kPreferredBearer = "PreferredBearer";
+inline constexpr const char* kLowEnergy = "le";
 
 inline constexpr const char* kGattService = "org.bluez.GattService1";
 inline constexpr const char* kGattCharacteristic = "org.bluez.GattCharacteristic1";
