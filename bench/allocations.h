@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The count of heap allocations, from the program's own operator new.
 #ifndef BENCH_ALLOCATIONS_H
 #define BENCH_ALLOCATIONS_H

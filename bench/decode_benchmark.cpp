@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Decoding one advertisement, beside the least and the usual way of it.
 #include <benchmark/benchmark.h>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What it costs to take in one advertisement, with more and more tags known.
 #include <benchmark/benchmark.h>
 #include <malloc.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// A platform whose radio does nothing, so that what is measured is the library alone.
 #ifndef BENCH_QUIET_PLATFORM_H
 #define BENCH_QUIET_PLATFORM_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // A whole road on the simulated radio in virtual time, by one tag and by many at once: advertised,
 // connected, discovered, bound, five commands, lost.
 #include <benchmark/benchmark.h>

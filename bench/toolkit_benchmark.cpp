@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The toolkit's helpers beside what one would use instead.
 #include <benchmark/benchmark.h>
 #include <openssl/evp.h>

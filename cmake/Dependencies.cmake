@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: The KVFobLink authors
+# SPDX-License-Identifier: Apache-2.0
+
 # The libraries that the project is built on. Debian 12's packages are the baseline; `./run setup` installs them.
 find_package(Threads REQUIRED)
 find_package(PkgConfig REQUIRED)

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: The KVFobLink authors
+# SPDX-License-Identifier: Apache-2.0
+
 # Mbed TLS before 3.6 brings neither a CMake package nor a pkg-config file.
 find_library(MBEDCRYPTO_LIBRARY mbedcrypto)
 find_path(MBEDCRYPTO_INCLUDE_DIR mbedtls/aes.h)

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: The KVFobLink authors
+# SPDX-License-Identifier: Apache-2.0
+
 # How all of the project's own code is compiled.
 if((KVFOB_PROGRAM OR KVFOB_TESTS) AND NOT KVFOB_SIMULATOR)
   message(FATAL_ERROR "The program and the tests use the simulator: set KVFOB_SIMULATOR, or turn them off")

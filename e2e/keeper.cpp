@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // keeper ADAPTER PASSWORD_FILE TAG...: stays connected to all of the tags, and says what becomes of
 // each. "ring TAG" on its input rings one; it ends with its input.
 #include <KVFobLink/KVFobLink.h>

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: The KVFobLink authors
+# SPDX-License-Identifier: Apache-2.0
+
 """What the scenarios share: the program as an application on hci0, and as virtual tags on hci1, hci2..."""
 import json
 import os

@@ -1,4 +1,7 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: The KVFobLink authors
+# SPDX-License-Identifier: Apache-2.0
+
 """runner.py KVFOB [--long] [NAME...]: runs the scenarios, or those named, and prints one line for each."""
 import importlib
 import signal

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: The KVFobLink authors
+# SPDX-License-Identifier: Apache-2.0
+
 """The Bluetooth stack under the scenarios: the air, the adapters, the daemon."""
 import contextlib
 import glob

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Binds the first tag that a scan finds, and rings it.
 #include <KVFobLink/KVFobLink.h>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests an application without a radio: in virtual time, rings a tag that loses the link twice on
 // the way.
 #include <KVFobLink/KVFobLink.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Service data off the air: accepted frames are read as they were written, and nothing else is.
 #include <array>
 #include <string>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // A hostile application: any call on the manager and on trackers, at any time, and from inside any
 // callback. The tags are good ones that move about.
 #include "fuzz/input.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Messages of a Bluetooth service that says anything: our copy of its objects stays whole.
 #include <sys/socket.h>
 #include <systemd/sd-bus.h>

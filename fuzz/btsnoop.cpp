@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Captures and text files that nobody vouches for.
 #include <algorithm>
 #include <sstream>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The toolkit's cipher, digest and checksums beside OpenSSL's and beside themselves.
 #include <openssl/evp.h>
 

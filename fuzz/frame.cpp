@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Command frames: what is built can be taken apart, and any bytes can.
 #include "KVFobLink/KVCommandInter.h"
 #include "KVFobLink/KVDeviceInfo.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Any text as pairs of digits: never fails, and gives back what was written.
 #include <algorithm>
 #include <string>

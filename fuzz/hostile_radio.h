@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// A radio with one tag, all of whose words pass through the fuzzer's hands.
 #ifndef FUZZ_HOSTILE_RADIO_H
 #define FUZZ_HOSTILE_RADIO_H

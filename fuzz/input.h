@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// What all fuzzers need.
 #ifndef FUZZ_INPUT_H
 #define FUZZ_INPUT_H

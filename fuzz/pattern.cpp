@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Any pattern on any text: the answer is ICU's, or it comes in time.
 #include <unicode/regex.h>
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: The KVFobLink authors
+# SPDX-License-Identifier: Apache-2.0
+
 """Faults that the fuzzers must find, one of each kind: fuzzer, file, text, what it becomes."""
 
 PLANTED = [

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // A hostile tag: any bytes, in any order, at any moment of the handshake and of commands; it drops,
 // reconnects and replays. The application is a good one. In the end the tag behaves, and must work.
 #include "fuzz/hostile_radio.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// What the two stateful fuzzers watch: that promises are kept whatever happens.
 #ifndef FUZZ_WATCH_H
 #define FUZZ_WATCH_H

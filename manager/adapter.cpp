@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The manager's life, and the state of the Bluetooth adapter.
 #include <array>
 #include <string>

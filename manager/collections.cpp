@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 #include "KVFobLink/KVTrackerCollections.h"
 
 #include <algorithm>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// A manager behind its public face: the adapter, the scan, the registry, connections, binding; a
 /// file each.
 #ifndef MANAGER_CORE_H

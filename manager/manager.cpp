@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The public face of the manager: each operation is a line that calls what does it.
 #include "KVFobLink/KVTrackerManager.h"
 

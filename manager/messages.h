@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// Lines that more than one operation logs.
 #ifndef MANAGER_MESSAGES_H
 #define MANAGER_MESSAGES_H

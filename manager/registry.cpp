@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The registry of bound and scanned trackers.
 #include "manager/core.h"
 #include "tracker/core.h"

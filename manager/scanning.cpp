@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Scanning, and what is done with each advertisement.
 #include <array>
 #include <utility>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 #ifndef PLATFORM_DEFAULT_PLATFORM_H
 #define PLATFORM_DEFAULT_PLATFORM_H
 

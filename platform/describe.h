@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// How absent values and errors read in the log.
 #ifndef PLATFORM_DESCRIBE_H
 #define PLATFORM_DESCRIBE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// How a byte is written in hexadecimal digits.
 #ifndef PLATFORM_HEX_H
 #define PLATFORM_HEX_H

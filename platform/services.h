@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// What a tracker and a manager keep of the platform that they were made with.
 #ifndef PLATFORM_SERVICES_H
 #define PLATFORM_SERVICES_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The order of an event queue's tasks, apart from how the queue waits and what clock it has.
 #ifndef PLATFORM_TASK_QUEUE_H
 #define PLATFORM_TASK_QUEUE_H

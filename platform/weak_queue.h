@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The event queue as everything that a queued task can reach holds it.
 #ifndef PLATFORM_WEAK_QUEUE_H
 #define PLATFORM_WEAK_QUEUE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// Wiping of secrets.
 #ifndef PLATFORM_WIPE_H
 #define PLATFORM_WIPE_H

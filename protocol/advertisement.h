@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// What a tag advertises.
 #ifndef PROTOCOL_ADVERTISEMENT_H
 #define PROTOCOL_ADVERTISEMENT_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The cipher block: everything secret travels as one block of AES-128.
 #ifndef PROTOCOL_BLOCK_H
 #define PROTOCOL_BLOCK_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The commands of a tag: their codes, their payloads, and how a refusal reads. A further command
 /// is a further row here.
 #ifndef PROTOCOL_COMMANDS_H

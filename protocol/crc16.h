@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The checksum of a handshake's token; see KVCrc16.h for the CRCs themselves.
 #ifndef PROTOCOL_CRC16_H
 #define PROTOCOL_CRC16_H

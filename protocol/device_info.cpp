@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 #include "KVFobLink/KVDeviceInfo.h"
 
 extern "C" void dev_info_decode(const uint8_t* data, dev_info_t* info) {

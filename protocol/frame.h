@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The command frame: the plaintext block of every command and of every answer.
 #ifndef PROTOCOL_FRAME_H
 #define PROTOCOL_FRAME_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The GATT layout of a tag.
 #ifndef PROTOCOL_GATT_LAYOUT_H
 #define PROTOCOL_GATT_LAYOUT_H

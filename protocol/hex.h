@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// Hexadecimal text.
 #ifndef PROTOCOL_HEX_H
 #define PROTOCOL_HEX_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The two tokens of a handshake, each one block under the fixed key, and the session key that they
 /// make.
 #ifndef PROTOCOL_TOKEN_H

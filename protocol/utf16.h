@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// UTF-16 for the rules that count in 16-bit units.
 #ifndef PROTOCOL_UTF16_H
 #define PROTOCOL_UTF16_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The commands of an application: what is sent, and whose completion an answer calls.
 #ifndef TRACKER_COMMANDS_H
 #define TRACKER_COMMANDS_H

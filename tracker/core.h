@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// A tracker behind its public face: its parts, and what goes from one to the other.
 #ifndef TRACKER_CORE_H
 #define TRACKER_CORE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// A tracker's side of the indexes that look it up.
 #ifndef TRACKER_INDEX_MEMBERSHIP_H
 #define TRACKER_INDEX_MEMBERSHIP_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The link to a tag as the application sees it, the bind request that waits for it, and the poll
 /// of its signal strength.
 #ifndef TRACKER_LINK_H

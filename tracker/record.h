@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// What a tag advertised, as last heard.
 #ifndef TRACKER_RECORD_H
 #define TRACKER_RECORD_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The one place of the library that other threads reach.
 #ifndef TRACKER_RSSI_POLLER_H
 #define TRACKER_RSSI_POLLER_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// What lasts as long as one link: the tag's characteristics, the handshake and the session key.
 #ifndef TRACKER_SESSION_H
 #define TRACKER_SESSION_H

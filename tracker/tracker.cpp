@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The public face of a tracker but for its commands and callbacks: each operation is a line that
 // calls the part that does it.
 #include "KVFobLink/KVTracker.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// Look-up of trackers at a cost that does not grow with their number.
 #ifndef TRACKER_TRACKER_INDEX_H
 #define TRACKER_TRACKER_INDEX_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 #ifndef APPS_KVFOB_AIR_RUN_H
 #define APPS_KVFOB_AIR_RUN_H
 

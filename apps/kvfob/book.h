@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// What the program remembers of the user's tags between its runs.
 #ifndef APPS_KVFOB_BOOK_H
 #define APPS_KVFOB_BOOK_H

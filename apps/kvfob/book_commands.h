@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The commands on what is remembered.
 #ifndef APPS_KVFOB_BOOK_COMMANDS_H
 #define APPS_KVFOB_BOOK_COMMANDS_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The file that the tags are remembered in.
 #ifndef APPS_KVFOB_BOOK_FILE_H
 #define APPS_KVFOB_BOOK_FILE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// What may stand on the command line. Help, completions and the manual all come from it.
 #ifndef APPS_KVFOB_COMMAND_LINE_H
 #define APPS_KVFOB_COMMAND_LINE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// Completions for shells, made from the command line's own description.
 #ifndef APPS_KVFOB_COMPLETION_H
 #define APPS_KVFOB_COMPLETION_H

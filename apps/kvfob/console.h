@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// Where the program writes, and with what emphasis.
 #ifndef APPS_KVFOB_CONSOLE_H
 #define APPS_KVFOB_CONSOLE_H

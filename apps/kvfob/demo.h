@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// Every operation on a virtual tag, from its first advertisement to its release.
 #ifndef APPS_KVFOB_DEMO_H
 #define APPS_KVFOB_DEMO_H

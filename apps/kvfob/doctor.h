@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// Tells why Bluetooth does not work here, and what to do about it.
 #ifndef APPS_KVFOB_DOCTOR_H
 #define APPS_KVFOB_DOCTOR_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The tags that a scan has found.
 #ifndef APPS_KVFOB_LISTING_H
 #define APPS_KVFOB_LISTING_H

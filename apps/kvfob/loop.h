@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The program's own loop around the library's event queue.
 #ifndef APPS_KVFOB_LOOP_H
 #define APPS_KVFOB_LOOP_H

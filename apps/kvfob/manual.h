@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The manual page, made from the same text as the help.
 #ifndef APPS_KVFOB_MANUAL_H
 #define APPS_KVFOB_MANUAL_H

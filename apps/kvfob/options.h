@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The command line.
 #ifndef APPS_KVFOB_OPTIONS_H
 #define APPS_KVFOB_OPTIONS_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// Getting the bind password without leaving it anywhere.
 #ifndef APPS_KVFOB_PASSWORD_H
 #define APPS_KVFOB_PASSWORD_H

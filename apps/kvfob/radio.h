@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The radio that the command line chose, as the platform in force.
 #ifndef APPS_KVFOB_RADIO_H
 #define APPS_KVFOB_RADIO_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// One run of the program against a radio.
 #ifndef APPS_KVFOB_SESSION_H
 #define APPS_KVFOB_SESSION_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// Signals as readable descriptors.
 #ifndef APPS_KVFOB_SIGNALS_H
 #define APPS_KVFOB_SIGNALS_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The commands on one tag: find it, connect or bind it, and do what was asked.
 #ifndef APPS_KVFOB_TAG_RUN_H
 #define APPS_KVFOB_TAG_RUN_H

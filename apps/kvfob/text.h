@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// Reading what the user writes, and writing what the user reads.
 #ifndef APPS_KVFOB_TEXT_H
 #define APPS_KVFOB_TEXT_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // advertiser BUS TAGS: a daemon on that bus with so many tags. It says "ready", "scanning" for each
 // scan that begins, and, for each number that it reads, "sent" once it has signalled as many
 // advertisements, one each millisecond, by turns.

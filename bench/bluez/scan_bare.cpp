@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // scan_bare BUS: the least that a client of the daemon can do: the same match rules, and each
 // message read from end to end, until its input ends. Then it says how many signals it read.
 #include <poll.h>

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: The KVFobLink authors
+# SPDX-License-Identifier: Apache-2.0
+
 """scan_bleak.py: scans with python3-bleak until its input ends, then says how many advertisements it was told of."""
 import asyncio
 import sys

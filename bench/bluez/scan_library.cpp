@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // scan_library BUS: scans with the library until its input ends, then says how many advertisements
 // it was told of.
 #include <KVFobLink/KVFobLink.h>

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: The KVFobLink authors
+# SPDX-License-Identifier: Apache-2.0
+
 """What one advertisement costs each of three scanning programs, on a bus and with a daemon of their own."""
 import contextlib
 import os

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: The KVFobLink authors
+# SPDX-License-Identifier: Apache-2.0
+
 """inside.py KVFOB ROAD RUNS BLEAK_RUNS: in the emulated machine, walks the road with either program in a fresh process each
 time, by turns and after the daemon has forgotten the tag, and prints a line of JSON for each."""
 import json

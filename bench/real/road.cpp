@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // road ADAPTER TAG PASSWORD_FILE: scans for the tag, binds and rings it, and says "rung". When its
 // input ends it unbinds it.
 #include <KVFobLink/KVFobLink.h>

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: The KVFobLink authors
+# SPDX-License-Identifier: Apache-2.0
+
 """road.py ADAPTER TAG PASSWORD_FILE: what road.cpp does, with python3-bleak and python3-cryptography."""
 import asyncio
 import binascii

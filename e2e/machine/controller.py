@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: The KVFobLink authors
+# SPDX-License-Identifier: Apache-2.0
+
 """One controller of the relay: between the host's /dev/vhci and an emulated controller."""
 import contextlib
 import itertools

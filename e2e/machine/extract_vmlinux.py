@@ -1,4 +1,7 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: The KVFobLink authors
+# SPDX-License-Identifier: Apache-2.0
+
 """extract_vmlinux.py VMLINUZ VMLINUX: takes the kernel out of its wrapping, by xz or zstd, so that the emulator need not
 unpack it."""
 import lzma

@@ -1,4 +1,7 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: The KVFobLink authors
+# SPDX-License-Identifier: Apache-2.0
+
 """vproxy.py COUNT: controllers hci0, hci1... on /dev/vhci, each relayed to an emulated controller of `btvirt -s`.
 
 It adds what the emulation lacks: advertisements that are repeated and have a strength, links that are lost, the list of

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The Bluetooth roles that a platform provides: central, peripheral, service, characteristic.
 ///
 /// Terms are those of the Bluetooth Core Specification (GAP and GATT). An application needs this

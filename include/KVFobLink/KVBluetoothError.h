@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The codes of the errors that a radio reports.
 #ifndef KVFOBLINK_KVBLUETOOTHERROR_H
 #define KVFOBLINK_KVBLUETOOTHERROR_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// A callback property.
 #ifndef KVFOBLINK_KVCALLBACKSLOT_H
 #define KVFOBLINK_KVCALLBACKSLOT_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The command frame: the 16-byte plaintext block of every command to a tag and of every answer.
 #ifndef KVFOBLINK_KVCOMMANDINTER_H
 #define KVFOBLINK_KVCOMMANDINTER_H

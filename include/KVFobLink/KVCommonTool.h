@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The helpers that the library shares with applications.
 #ifndef KVFOBLINK_KVCOMMONTOOL_H
 #define KVFOBLINK_KVCOMMONTOOL_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /* Two 16-bit cyclic redundancy checks. This header can be included from C. */
 #ifndef KVFOBLINK_KVCRC16_H
 #define KVFOBLINK_KVCRC16_H

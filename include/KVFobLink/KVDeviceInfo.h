@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /* The flags of a tag's device-information value. This header can be included from C. */
 #ifndef KVFOBLINK_KVDEVICEINFO_H
 #define KVFOBLINK_KVDEVICEINFO_H

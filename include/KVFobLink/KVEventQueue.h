@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The queue on which all events of the library arrive.
 #ifndef KVFOBLINK_KVEVENTQUEUE_H
 #define KVFOBLINK_KVEVENTQUEUE_H

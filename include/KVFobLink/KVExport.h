@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 #ifndef KVFOBLINK_KVEXPORT_H
 #define KVFOBLINK_KVEXPORT_H
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// KVFobLink: a client library for Bluetooth Low Energy key-finder tags. This header includes all
 /// the others but the platforms' own.
 #ifndef KVFOBLINK_KVFOBLINK_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// Why Bluetooth does not work on this machine, and what to do about it.
 #ifndef KVFOBLINK_KVLINUXDIAGNOSIS_H
 #define KVFOBLINK_KVLINUXDIAGNOSIS_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The Linux platform: BlueZ over D-Bus, epoll, Mbed TLS, ICU.
 #ifndef KVFOBLINK_KVLINUXPLATFORM_H
 #define KVFOBLINK_KVLINUXPLATFORM_H

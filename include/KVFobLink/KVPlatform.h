@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// What the library needs of the system it runs on.
 ///
 /// An application needs this header to reach the event queue, to put the log elsewhere, or to run

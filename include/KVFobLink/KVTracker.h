@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// One key-finder tag.
 #ifndef KVFOBLINK_KVTRACKER_H
 #define KVFOBLINK_KVTRACKER_H

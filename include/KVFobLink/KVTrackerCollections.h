@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The manager's live collections of trackers, and the snapshot that a scan reports.
 #ifndef KVFOBLINK_KVTRACKERCOLLECTIONS_H
 #define KVFOBLINK_KVTRACKERCOLLECTIONS_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The library's entry object.
 #ifndef KVFOBLINK_KVTRACKERMANAGER_H
 #define KVFOBLINK_KVTRACKERMANAGER_H

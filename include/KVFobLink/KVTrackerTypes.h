@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The value sets of a tracker's fields.
 #ifndef KVFOBLINK_KVTRACKERTYPES_H
 #define KVFOBLINK_KVTRACKERTYPES_H

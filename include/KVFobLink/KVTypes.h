@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The value types that the whole library shares.
 #ifndef KVFOBLINK_KVTYPES_H
 #define KVFOBLINK_KVTYPES_H

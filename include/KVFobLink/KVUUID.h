@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// A Bluetooth UUID.
 #ifndef KVFOBLINK_KVUUID_H
 #define KVFOBLINK_KVUUID_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The advertisement decoder.
 #ifndef KVFOBLINK_KVUTILS_H
 #define KVFOBLINK_KVUTILS_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /* The version of the library. This header can be included from C. */
 #ifndef KVFOBLINK_KVVERSION_H
 #define KVFOBLINK_KVVERSION_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// A virtual tag on the air, through a real adapter.
 #ifndef KVFOBSIMULATOR_AIRTAG_H
 #define KVFOBSIMULATOR_AIRTAG_H

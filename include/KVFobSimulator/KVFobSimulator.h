@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The whole simulator: virtual tags, a simulated radio, a virtual clock.
 #ifndef KVFOBSIMULATOR_KVFOBSIMULATOR_H
 #define KVFOBSIMULATOR_KVFOBSIMULATOR_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// A Bluetooth radio without Bluetooth.
 #ifndef KVFOBSIMULATOR_SIMULATEDRADIO_H
 #define KVFOBSIMULATOR_SIMULATEDRADIO_H

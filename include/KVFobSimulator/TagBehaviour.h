@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// How a virtual tag deviates from a good one.
 #ifndef KVFOBSIMULATOR_TAGBEHAVIOUR_H
 #define KVFOBSIMULATOR_TAGBEHAVIOUR_H

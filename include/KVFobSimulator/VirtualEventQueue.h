@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// An event queue whose time passes only when it is told to.
 #ifndef KVFOBSIMULATOR_VIRTUALEVENTQUEUE_H
 #define KVFOBSIMULATOR_VIRTUALEVENTQUEUE_H

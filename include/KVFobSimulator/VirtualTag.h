@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The device side of a key-finder tag.
 #ifndef KVFOBSIMULATOR_VIRTUALTAG_H
 #define KVFOBSIMULATOR_VIRTUALTAG_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The options of the Linux platform behind their public face.
 #ifndef PLATFORM_LINUX_SETTINGS_H
 #define PLATFORM_LINUX_SETTINGS_H

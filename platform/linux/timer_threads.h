@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 #ifndef PLATFORM_LINUX_TIMER_THREADS_H
 #define PLATFORM_LINUX_TIMER_THREADS_H
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// Follows one adapter of BlueZ, and the devices that are connected to it.
 #ifndef SIMULATOR_AIR_ADAPTER_WATCH_H
 #define SIMULATOR_AIR_ADAPTER_WATCH_H

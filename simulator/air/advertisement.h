@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// A virtual tag's advertisement as an object of BlueZ.
 #ifndef SIMULATOR_AIR_ADVERTISEMENT_H
 #define SIMULATOR_AIR_ADVERTISEMENT_H

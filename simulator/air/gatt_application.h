@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// A virtual tag's services as a GATT application of BlueZ.
 #ifndef SIMULATOR_AIR_GATT_APPLICATION_H
 #define SIMULATOR_AIR_GATT_APPLICATION_H

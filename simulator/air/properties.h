@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// Properties of exported objects that never change.
 #ifndef SIMULATOR_AIR_PROPERTIES_H
 #define SIMULATOR_AIR_PROPERTIES_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 #ifndef SIMULATOR_CLOCK_WORKER_H
 #define SIMULATOR_CLOCK_WORKER_H
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 #include "simulator/radio/advertiser.h"
 
 #include "simulator/radio/medium.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The requests on a link, and what the tag sends.
 #include "simulator/radio/peripheral.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 #ifndef SIMULATOR_TAG_DEVICE_H
 #define SIMULATOR_TAG_DEVICE_H
 

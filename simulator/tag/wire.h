@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// What travels between a tag and its client, byte by byte.
 #ifndef SIMULATOR_TAG_WIRE_H
 #define SIMULATOR_TAG_WIRE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// A BlueZ central on a private bus, with a scripted bluetoothd and a record of all events.
 #ifndef TESTS_BLUEZ_BLUEZ_FIXTURE_H
 #define TESTS_BLUEZ_BLUEZ_FIXTURE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What every central promises, kept by the one on BlueZ.
 #include "tests/support/central_conformance.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// A small bluetoothd: it keeps objects, signals what changes and answers calls, each as scripted.
 #ifndef TESTS_BLUEZ_FAKE_BLUEZ_H
 #define TESTS_BLUEZ_FAKE_BLUEZ_H

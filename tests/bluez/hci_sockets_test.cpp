@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The kernel's interface, to the byte: this file's system calls take the place of the C library's.
 #include "platform/linux/bluez/hci_sockets.h"
 

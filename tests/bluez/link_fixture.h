@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// What the tests of links and of attempts at them share.
 #ifndef TESTS_BLUEZ_LINK_FIXTURE_H
 #define TESTS_BLUEZ_LINK_FIXTURE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// A message bus of a test's own.
 #ifndef TESTS_BLUEZ_PRIVATE_BUS_H
 #define TESTS_BLUEZ_PRIVATE_BUS_H

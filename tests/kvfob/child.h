@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 #ifndef TESTS_KVFOB_CHILD_H
 #define TESTS_KVFOB_CHILD_H
 

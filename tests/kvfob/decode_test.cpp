@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The handshake and the commands of one link, decoded message by message.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

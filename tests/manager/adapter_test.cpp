@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The manager's own life and the adapter's states.
 #include "tests/support/core_manager_test.h"
 

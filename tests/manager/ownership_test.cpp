@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Who keeps whom: platforms apart, everything freed when it is dropped, nothing used after it.
 #include <dirent.h>
 

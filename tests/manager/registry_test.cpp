@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The registry of bound tags, and the collections that hold the trackers.
 #include "tests/support/core_manager_test.h"
 

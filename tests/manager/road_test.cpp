@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The whole road against a simulated tag, which reads the wire with code of its own.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Advertisements: their decoding, and what scanning makes of them.
 #include <set>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The process-wide manager: a program of its own, as there is one per process.
 #include <thread>
 

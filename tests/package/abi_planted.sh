@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: The KVFobLink authors
+# SPDX-License-Identifier: Apache-2.0
+#
 # abi_planted.sh ABI BASELINE: the check passes what is the same, and refuses a library that lacks what the baseline
 # has, or has it with other arguments or in another layout.
 set -eu

@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: The KVFobLink authors
+# SPDX-License-Identifier: Apache-2.0
+#
 # exports.sh LIBRARY INCLUDE: the shared library exports the plain symbols and the classes of the public headers, no more.
 set -eu
 versioned=$(nm -D --defined-only "$1" | cut -d ' ' -f 3 | grep -vx KVFOBLINK_1)  # the node itself

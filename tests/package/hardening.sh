@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: The KVFobLink authors
+# SPDX-License-Identifier: Apache-2.0
+#
 # hardening.sh FORTIFIED LIBRARY PROGRAM: both have the protections that the build asks for; FORTIFIED is what an
 # optimised build adds, checked calls, or else nothing.
 set -eu

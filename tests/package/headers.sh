@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: The KVFobLink authors
+# SPDX-License-Identifier: Apache-2.0
+#
 # headers.sh INCLUDE CXX CC: every public header compiles alone, by each compiler that is there; the plain ones in C too.
 set -eu
 cd "$1"

@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: The KVFobLink authors
+# SPDX-License-Identifier: Apache-2.0
+#
 # includes_crossed.sh CHECK: the include check passes a sound tree and stops at each kind of crossing.
 set -eu
 check=$1

@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: The KVFobLink authors
+# SPDX-License-Identifier: Apache-2.0
+#
 # install.sh BUILD TREE: installs a build under a staging folder, as packagers do, and moves what it laid down to TREE.
 set -eu
 build=$1 tree=$2

@@ -1,3 +1,6 @@
+/* SPDX-FileCopyrightText: The KVFobLink authors
+   SPDX-License-Identifier: Apache-2.0 */
+
 /* The plain symbols, as a C program sees them. */
 #include <stdio.h>
 #include <string.h>

@@ -1,7 +1,11 @@
-#!/bin/sh
-# readme_example.sh ROOT: the program in README.md is examples/first_app.cpp, and short.
+#!/bin/bash
+# SPDX-FileCopyrightText: The KVFobLink authors
+# SPDX-License-Identifier: Apache-2.0
+#
+# readme_example.sh ROOT: the program in README.md is examples/first_app.cpp without its licence, and short.
 set -eu
 cd "$1"
-sed -n '/^```cpp$/,/^```$/p' README.md | sed '1d;/^```$/,$d' | diff - examples/first_app.cpp
-lines=$(wc -l <examples/first_app.cpp)
+program=$(sed '1,/^$/d' examples/first_app.cpp)
+sed -n '/^```cpp$/,/^```$/p' README.md | sed '1d;/^```$/,$d' | diff - <(printf '%s\n' "$program")
+lines=$(printf '%s\n' "$program" | wc -l)
 [ "$lines" -le 40 ] || { echo "first_app.cpp has $lines lines"; exit 1; }

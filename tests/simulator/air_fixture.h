@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// A virtual tag on an adapter of the test's own: the test plays bluetoothd on a private bus. It
 /// takes what the tag registers and calls its objects.
 #ifndef TESTS_SIMULATOR_AIR_FIXTURE_H

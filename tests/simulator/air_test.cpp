@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The virtual tag on a real adapter.
 #include "KVFobLink/KVCommonTool.h"
 #include "tests/simulator/air_fixture.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What can go wrong where.
 #include "tests/simulator/faults_world.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Every fault at every step: what the application sees, and that the tag is usable
 // again afterwards. docs/faults.md is what is expected; with KVFOB_FAULTS=FILE the run writes it.
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// One tag, one application and one fault, in virtual time.
 #ifndef TESTS_SIMULATOR_FAULTS_WORLD_H
 #define TESTS_SIMULATOR_FAULTS_WORLD_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The library against tags with one knob turned each, end to end in virtual time.
 #include <gtest/gtest.h>
 

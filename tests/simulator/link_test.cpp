@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The standing request and the link of the simulated radio, case by case.
 #include "tests/simulator/radio_world.h"
 

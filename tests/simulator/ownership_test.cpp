@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Who keeps whom alive, and that nothing is left behind.
 #include <fcntl.h>
 #include <malloc.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The simulated radio against what the port promises, seen by a central that writes down its
 // events.
 #include <array>

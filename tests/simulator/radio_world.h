@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// A central on a simulated radio, and a record of its events.
 #ifndef TESTS_SIMULATOR_RADIO_WORLD_H
 #define TESTS_SIMULATOR_RADIO_WORLD_H

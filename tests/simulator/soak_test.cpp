@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Hours of an application's life with several tags, in virtual time: all that goes wrong on the air
 // goes wrong again and again, in an order that the seed decides. KVFOB_SOAK_HOURS sets how many; 8
 // without it.

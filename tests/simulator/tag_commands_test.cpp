@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The commands of a tag and its answers, and what an observer is told of them.
 #include "tests/simulator/tag_fixture.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// One link to a virtual tag. Blocks are made by the tag's own cipher, which tag_test.cpp holds
 /// against known ones.
 #ifndef TESTS_SIMULATOR_TAG_FIXTURE_H

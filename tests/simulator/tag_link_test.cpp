@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // One link to a tag, request by request: what each attribute answers, and what each fault does.
 #include "tests/simulator/tag_fixture.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The tag against blocks that were made without any of this project's code: AES-128 and CRC by
 // Python's `cryptography` and `binascii.crc_hqx(data, 0xFFFF)`. The tag's random source counts up
 // from 00; the client's half of the key is c0 to c7, the fill of its frames ee. So the opening

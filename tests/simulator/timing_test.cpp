@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // When things happen on the simulated radio, to the nanosecond where the options say so.
 #include <algorithm>
 #include <cmath>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// What every central promises. Implement `CentralHarness`, include this in one file and write
 ///
 ///     INSTANTIATE_TEST_SUITE_P(Mine, CentralConformance,

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// What the conformance suite of centrals needs of the implementation under test.
 #ifndef TESTS_SUPPORT_CENTRAL_HARNESS_H
 #define TESTS_SUPPORT_CENTRAL_HARNESS_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The fixture of the manager's tests: one manager on a fake radio.
 #ifndef TESTS_SUPPORT_CORE_MANAGER_TEST_H
 #define TESTS_SUPPORT_CORE_MANAGER_TEST_H

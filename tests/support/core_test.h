@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The fixture of the core's tests: a fake platform, and the tag's side of the wire.
 #ifndef TESTS_SUPPORT_CORE_TEST_H
 #define TESTS_SUPPORT_CORE_TEST_H

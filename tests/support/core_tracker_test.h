@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The fixture of the tracker's tests: one tracker with an address, a password and a peripheral.
 #ifndef TESTS_SUPPORT_CORE_TRACKER_TEST_H
 #define TESTS_SUPPORT_CORE_TRACKER_TEST_H

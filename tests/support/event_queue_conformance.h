@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// What every event queue promises. Instantiate with a type that has
 /// `static std::shared_ptr<KVEventQueue> make()`.
 #ifndef TESTS_SUPPORT_EVENT_QUEUE_CONFORMANCE_H

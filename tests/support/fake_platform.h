@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// A platform for the tests of the core: everything that the core does to it, and every callback
 /// that the tests install, is one line in a journal, in order. Time stands still until a test moves
 /// it, and randomness counts upwards from 0x50.

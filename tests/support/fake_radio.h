@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// A radio that does nothing but write down what it is asked; the test delivers the events.
 #ifndef TESTS_SUPPORT_FAKE_RADIO_H
 #define TESTS_SUPPORT_FAKE_RADIO_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// What every implementation of timer threads promises. Instantiate with a type that has
 /// `KVTimerThreads& timers()`, `std::chrono::nanoseconds now()` on the clock of the timers (any
 /// thread) and `void pass(std::chrono::nanoseconds)`, which lets so much of that time pass.

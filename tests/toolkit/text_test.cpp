@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Hexadecimal text, patterns and error records.
 #include "protocol/utf16.h"
 #include "tests/support/core_test.h"

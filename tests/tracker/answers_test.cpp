@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The tag's answers, and the commands that they answer.
 #include "tests/support/core_tracker_test.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The handshake, block by block, and the time-out of a bind request.
 #include "tests/support/core_tracker_test.h"
 

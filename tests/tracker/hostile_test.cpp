@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Callbacks that pull the rug from under the tracker that calls them. The sanitizers see what
 // the assertions cannot.
 #include "tests/support/core_tracker_test.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // A tracker and what may go while it works.
 #include "tests/support/core_tracker_test.h"
 

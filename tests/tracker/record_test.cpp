@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The record's fields, the effects of its state, and the discovery of the tag's characteristics.
 #include <gmock/gmock.h>
 

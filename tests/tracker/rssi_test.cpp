@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The polling of the live link's signal strength.
 #include <atomic>
 #include <thread>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Secrets leave nothing behind: what is wiped, and when.
 #include "tests/support/core_tracker_test.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 #include "apps/kvfob/decode/btsnoop.h"
 
 #include <algorithm>

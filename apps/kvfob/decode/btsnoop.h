@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// Captures in the btsnoop format, as `btmon -w` and most Bluetooth stacks write them.
 #ifndef APPS_KVFOB_DECODE_BTSNOOP_H
 #define APPS_KVFOB_DECODE_BTSNOOP_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// Bounded reading of bytes that nobody vouches for.
 #ifndef APPS_KVFOB_DECODE_BYTE_READER_H
 #define APPS_KVFOB_DECODE_BYTE_READER_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The `decode` command: what tags and applications said to each other.
 #ifndef APPS_KVFOB_DECODE_DECODE_H
 #define APPS_KVFOB_DECODE_DECODE_H

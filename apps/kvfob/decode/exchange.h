@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The handshake and the commands on one link, as they look from outside.
 #ifndef APPS_KVFOB_DECODE_EXCHANGE_H
 #define APPS_KVFOB_DECODE_EXCHANGE_H

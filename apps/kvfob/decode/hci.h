@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// What a capture holds of advertisements, links and attribute traffic.
 ///
 /// Formats: Bluetooth Core Specification, Vol 4, Part E (HCI); Vol 3, Part A (L2CAP) and

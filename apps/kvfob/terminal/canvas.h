@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// What is drawn before it reaches a terminal.
 #ifndef APPS_KVFOB_TERMINAL_CANVAS_H
 #define APPS_KVFOB_TERMINAL_CANVAS_H

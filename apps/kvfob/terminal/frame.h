@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// What the views have in common.
 #ifndef APPS_KVFOB_TERMINAL_FRAME_H
 #define APPS_KVFOB_TERMINAL_FRAME_H

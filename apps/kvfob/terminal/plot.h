@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// A signal's strength over time.
 #ifndef APPS_KVFOB_TERMINAL_PLOT_H
 #define APPS_KVFOB_TERMINAL_PLOT_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The tags in range as a table.
 #ifndef APPS_KVFOB_TERMINAL_SCAN_VIEW_H
 #define APPS_KVFOB_TERMINAL_SCAN_VIEW_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The terminal that a view takes over.
 #ifndef APPS_KVFOB_TERMINAL_SCREEN_H
 #define APPS_KVFOB_TERMINAL_SCREEN_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// One tag as it is watched.
 #ifndef APPS_KVFOB_TERMINAL_WATCH_VIEW_H
 #define APPS_KVFOB_TERMINAL_WATCH_VIEW_H

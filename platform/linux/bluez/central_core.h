@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The BlueZ central: the adapter, the scan, the links, and the events of its delegate.
 #ifndef PLATFORM_LINUX_BLUEZ_CENTRAL_CORE_H
 #define PLATFORM_LINUX_BLUEZ_CENTRAL_CORE_H

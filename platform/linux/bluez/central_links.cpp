@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The central's links, one of which connects at a time.
 #include <algorithm>
 #include <utility>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// What the parts of the BlueZ central share.
 #ifndef PLATFORM_LINUX_BLUEZ_CONTEXT_H
 #define PLATFORM_LINUX_BLUEZ_CONTEXT_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// bluetoothd, as seen over the bus: whether it is there, and our copy of its objects.
 #ifndef PLATFORM_LINUX_BLUEZ_DAEMON_H
 #define PLATFORM_LINUX_BLUEZ_DAEMON_H

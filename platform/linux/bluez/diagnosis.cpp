@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What the bus and the daemon are asked.
 #include "platform/linux/bluez/diagnosis.h"
 

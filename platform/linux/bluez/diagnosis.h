@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// Looks for what keeps the BlueZ central from working.
 #ifndef PLATFORM_LINUX_BLUEZ_DIAGNOSIS_H
 #define PLATFORM_LINUX_BLUEZ_DIAGNOSIS_H

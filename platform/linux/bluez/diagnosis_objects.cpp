@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What the daemon's objects and the kernel tell.
 #include <algorithm>
 #include <cerrno>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// What the errors of BlueZ and of the bus mean to us; the only place that looks at their texts.
 #ifndef PLATFORM_LINUX_BLUEZ_ERRORS_H
 #define PLATFORM_LINUX_BLUEZ_ERRORS_H

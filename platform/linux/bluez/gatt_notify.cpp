@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // How notifications reach a session: as signals of the daemon. It also offers a socket for them
 // (AcquireNotify), which is not used: in releases before 2026 a link that is lost meanwhile, or a
 // program that dies, leaves a pointer to freed memory behind, and later subscriptions refused.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The attributes of one link, and the requests to them.
 #ifndef PLATFORM_LINUX_BLUEZ_GATT_SESSION_H
 #define PLATFORM_LINUX_BLUEZ_GATT_SESSION_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 #include "platform/linux/bluez/hci_sockets.h"
 
 #include <sys/ioctl.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The kernel's own Bluetooth sockets, for what D-Bus does not offer.
 #ifndef PLATFORM_LINUX_BLUEZ_HCI_SOCKETS_H
 #define PLATFORM_LINUX_BLUEZ_HCI_SOCKETS_H

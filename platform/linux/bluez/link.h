@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// One standing request for a link, through all its attempts, and the link itself.
 #ifndef PLATFORM_LINUX_BLUEZ_LINK_H
 #define PLATFORM_LINUX_BLUEZ_LINK_H

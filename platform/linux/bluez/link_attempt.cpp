@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 // One attempt to connect, until the services are there.
 #include <algorithm>
 #include <utility>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The signal strength of a live link. D-Bus does not offer it, the kernel does.
 #ifndef PLATFORM_LINUX_BLUEZ_LIVE_RSSI_H
 #define PLATFORM_LINUX_BLUEZ_LIVE_RSSI_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// Our copy of the daemon's objects, kept by its signals.
 #ifndef PLATFORM_LINUX_BLUEZ_OBJECT_TREE_H
 #define PLATFORM_LINUX_BLUEZ_OBJECT_TREE_H

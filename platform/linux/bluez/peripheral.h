@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The handles that the BlueZ central gives out.
 #ifndef PLATFORM_LINUX_BLUEZ_PERIPHERAL_H
 #define PLATFORM_LINUX_BLUEZ_PERIPHERAL_H

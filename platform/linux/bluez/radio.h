@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The BlueZ central.
 #ifndef PLATFORM_LINUX_BLUEZ_RADIO_H
 #define PLATFORM_LINUX_BLUEZ_RADIO_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// Our share of the adapter's discovery.
 #ifndef PLATFORM_LINUX_BLUEZ_SCAN_SESSION_H
 #define PLATFORM_LINUX_BLUEZ_SCAN_SESSION_H

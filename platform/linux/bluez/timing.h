@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// How long the BlueZ central waits for what.
 #ifndef PLATFORM_LINUX_BLUEZ_TIMING_H
 #define PLATFORM_LINUX_BLUEZ_TIMING_H

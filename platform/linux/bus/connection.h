@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// One connection to a message bus, driven by an event queue.
 ///
 ///     auto bus = BusConnection::open(queue, /*address=*/"", [](int error) { ... });

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// Owning handles of sd-bus messages, and reading helpers.
 #ifndef PLATFORM_LINUX_BUS_MESSAGE_H
 #define PLATFORM_LINUX_BUS_MESSAGE_H

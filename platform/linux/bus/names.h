@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// The names that are used on the bus: services, paths, interfaces, methods, signals, errors.
 #ifndef PLATFORM_LINUX_BUS_NAMES_H
 #define PLATFORM_LINUX_BUS_NAMES_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// Objects that this process offers on a bus.
 ///
 ///     BusInterface adapter{.name = "org.bluez.Adapter1"};

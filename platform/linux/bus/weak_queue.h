@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
 /// A Linux event queue that is used but not kept alive.
 #ifndef PLATFORM_LINUX_BUS_WEAK_QUEUE_H
 #define PLATFORM_LINUX_BUS_WEAK_QUEUE_H

@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: The KVFobLink authors
+# SPDX-License-Identifier: Apache-2.0
+#
 # cmake.sh TREE CXX: a project of its own finds an installed tree by find_package, and is told what is wrong when it asks for
 # what isn't there.
 set -eu

@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: The KVFobLink authors
+# SPDX-License-Identifier: Apache-2.0
+#
 # pkgconfig.sh TREE CXX VERSION: programs are compiled against an installed tree by nothing but its pkg-config files, and
 # run: with the shared library and with the static one, with the simulator and without.
 set -eu

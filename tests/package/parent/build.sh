@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: The KVFobLink authors
+# SPDX-License-Identifier: Apache-2.0
+#
 # build.sh SOURCES CXX: the library as a part of somebody else's build brings no program, no tests and none of what these
 # need, leaves nothing in the root of that build, and comes in the form that was asked for.
 set -eu
