@@ -19,11 +19,6 @@ constexpr std::string_view kDevice = "org.bluez.Device1";
 constexpr std::string_view kAdvertising = "org.bluez.LEAdvertisingManager1";
 constexpr auto kListTimeout = 20s;
 
-std::string readText(sd_bus_message* message, char type) {
-  const char* text = nullptr;
-  return sd_bus_message_read_basic(message, type, &text) > 0 ? text : "";
-}
-
 bool isWanted(const AdapterInfo& adapter, const std::string& wanted) {
   return wanted.empty() || adapter.path == "/org/bluez/" + wanted ||
          strcasecmp(adapter.address.c_str(), wanted.c_str()) == 0;
@@ -70,32 +65,31 @@ void AdapterWatch::listObjects() {
 }
 
 void AdapterWatch::readList(sd_bus_message* reply) {
-  // A malformed message makes everything that follows fail, and so ends the loops.
-  sd_bus_message_enter_container(reply, 'a', "{oa{sa{sv}}}");
-  while (sd_bus_message_enter_container(reply, 'e', "oa{sa{sv}}") > 0) {
-    const auto path = readText(reply, 'o');
+  kv::enter(reply, 'a', "{oa{sa{sv}}}");
+  while (kv::enter(reply, 'e', "oa{sa{sv}}")) {
+    const std::string path = kv::readText(reply, 'o');
     readInterfaces(path, reply);
     sd_bus_message_exit_container(reply);
   }
 }
 
 void AdapterWatch::ownerChanged(sd_bus_message* signal) {
-  readText(signal, 's');
-  readText(signal, 's');
-  const auto owner = readText(signal, 's');
+  kv::readText(signal);
+  kv::readText(signal);
+  const std::string owner = kv::readText(signal);
   forgetAll();
   events_.changed();
   if (!owner.empty()) listObjects();
 }
 
 void AdapterWatch::interfacesAdded(sd_bus_message* signal) {
-  const auto path = readText(signal, 'o');
+  const std::string path = kv::readText(signal, 'o');
   readInterfaces(path, signal);
   events_.changed();
 }
 
 void AdapterWatch::interfacesRemoved(sd_bus_message* signal) {
-  const auto path = readText(signal, 'o');
+  const std::string path = kv::readText(signal, 'o');
   for (const auto& interface : kv::readStrings(signal)) {
     if (interface == kDevice) setConnected(path, /*connected=*/false);
     if (interface == kAdapter) adapters_.erase(path);
@@ -105,15 +99,15 @@ void AdapterWatch::interfacesRemoved(sd_bus_message* signal) {
 
 void AdapterWatch::propertiesChanged(sd_bus_message* signal) {
   const std::string path = sd_bus_message_get_path(signal);
-  const auto interface = readText(signal, 's');
+  const std::string interface = kv::readText(signal);
   readProperties(path, interface, signal);
   if (interface == kAdapter) events_.changed();
 }
 
 void AdapterWatch::readInterfaces(const std::string& path, sd_bus_message* message) {
-  sd_bus_message_enter_container(message, 'a', "{sa{sv}}");
-  while (sd_bus_message_enter_container(message, 'e', "sa{sv}") > 0) {
-    const auto interface = readText(message, 's');
+  kv::enter(message, 'a', "{sa{sv}}");
+  while (kv::enter(message, 'e', "sa{sv}")) {
+    const std::string interface = kv::readText(message);
     readProperties(path, interface, message);
     sd_bus_message_exit_container(message);
   }
@@ -126,19 +120,16 @@ void AdapterWatch::readProperties(const std::string& path, const std::string& in
   std::optional<bool> connected;
   kv::forEachProperty(message, [&](std::string_view key, std::string_view type) {
     if (interface == kAdapter && key == "Address" && type == "s") {
-      adapters_[path].address = readText(message, 's');
+      adapters_[path].address = kv::readText(message);
       return true;
     }
-    int flag = 0;
     if (type != "b") return false;
     if (interface == kAdapter && key == "Powered") {
-      sd_bus_message_read_basic(message, 'b', &flag);
-      adapters_[path].powered = flag != 0;
+      adapters_[path].powered = kv::readBool(message);
       return true;
     }
     if (interface == kDevice && key == "Connected") {
-      sd_bus_message_read_basic(message, 'b', &flag);
-      connected = flag != 0;
+      connected = kv::readBool(message);
       return true;
     }
     return false;

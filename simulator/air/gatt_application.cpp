@@ -89,9 +89,8 @@ void GattApplication::subscribe(GattHandle handle, bool enabled, const kv::BusCa
 bool GattApplication::admitted(const kv::BusCall& call) const {
   std::string device;
   kv::forEachProperty(call.message(), [&](std::string_view key, std::string_view type) {
-    const char* path = nullptr;
     if (key != "device" || type != "o") return false;
-    if (sd_bus_message_read_basic(call.message(), 'o', &path) > 0) device = path;
+    device = kv::readText(call.message(), 'o');
     return true;
   });
   if (admit_(device)) return true;

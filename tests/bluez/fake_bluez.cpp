@@ -53,7 +53,8 @@ struct Append {
 
 FakeBlueZ::FakeBlueZ(std::shared_ptr<KVLinuxEventQueue> queue, const std::string& address)
     : queue_(std::move(queue)), bus_(kv::BusConnection::open(queue_, address, {})) {
-  sd_bus_add_fallback(bus_->raw(), &handler_, "/", onMessage, this);
+  bus_->use(
+      [this](sd_bus* bus) { return sd_bus_add_fallback(bus, &handler_, "/", onMessage, this); });
   name_ = bus_->requestName(
       "org.bluez", [this](const kv::BusMessage&, const kv::BusFault& error) { ready_ = !error; });
 }
@@ -325,9 +326,8 @@ void FakeBlueZ::writeValue(const kv::BusCall& call) {
     written.emplace_back(bytes->begin(), bytes->end());
   }
   kv::forEachProperty(call.message(), [&](std::string_view key, std::string_view /*type*/) {
-    const char* text = nullptr;
-    if (key != "type" || sd_bus_message_read_basic(call.message(), 's', &text) < 0) return false;
-    lastWriteType = text;
+    if (key != "type") return false;
+    lastWriteType = kv::readText(call.message());
     return true;
   });
   call.reply();

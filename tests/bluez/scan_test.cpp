@@ -78,14 +78,9 @@ TEST_F(ScanTest, FilterAsksForEveryReportOfLowEnergyAndLeavesTheRestToUs) {
   std::string filter;
   bluez->on("SetDiscoveryFilter", [&](const kv::BusCall& call) {
     kv::forEachProperty(call.message(), [&](std::string_view key, std::string_view type) {
-      const char* text = "";
-      int flag = 0;
-      if (type == "b") {
-        sd_bus_message_read_basic(call.message(), 'b', &flag);
-      } else {
-        sd_bus_message_read_basic(call.message(), 's', static_cast<void*>(&text));
-      }
-      filter.append(key).append("=").append(type == "b" ? std::to_string(flag) : text).append(";");
+      const std::string value = type == "b" ? std::to_string(int{kv::readBool(call.message())})
+                                            : kv::readText(call.message());
+      filter.append(key).append("=").append(value).append(";");
       return true;
     });
     call.reply();

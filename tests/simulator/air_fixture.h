@@ -233,8 +233,9 @@ class AirTagTest : public ::testing::Test {
     sd_bus_message_read_basic(signal, 's', &interface);
     kv::forEachProperty(signal, [&](std::string_view key, std::string_view type) {
       if (key == "ServiceData") {
-        return kv::forEachBytes(
-            signal, [&](std::string_view, KVBytes value) { refreshed.push_back(hex(value)); });
+        kv::forEachBytes(signal,
+                         [&](std::string_view, KVBytes value) { refreshed.push_back(hex(value)); });
+        return true;
       }
       if (key != "Value" || type != "ay") return false;
       notifications.push_back(path + ' ' + hex(kv::readBytes(signal).value_or(KVBytes())));

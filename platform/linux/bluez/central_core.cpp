@@ -17,7 +17,7 @@ CentralCore::CentralCore(KVCentral& central, KVCentralDelegate& delegate, WeakLi
       daemon_(context_, *this, [this] { updateAdapter(); }),
       scan_(context_),
       rssi_(context_),
-      noAdapter_(context_) {
+      noAdapter_(context_.queue) {
   context_.daemon = &daemon_;
 }
 

@@ -38,31 +38,6 @@ struct Context {
   }
 };
 
-/// One deadline: setting it anew replaces the earlier one, and dropping it cancels it.
-class Timer {
- public:
-  explicit Timer(Context& context) : queue_(context.queue) {}
-  ~Timer() { cancel(); }
-  Timer(const Timer&) = delete;
-  Timer& operator=(const Timer&) = delete;
-
-  void set(std::chrono::nanoseconds delay, std::function<void()> due) {
-    cancel();
-    id_ = queue_.postAfter(delay, [this, due = std::move(due)] {
-      id_ = 0;
-      due();
-    });
-  }
-  void cancel() {
-    if (id_ != 0) queue_.cancel(std::exchange(id_, 0));
-  }
-  bool pending() const { return id_ != 0; }
-
- private:
-  const WeakLinuxQueue queue_;
-  KVEventQueue::TaskId id_ = 0;
-};
-
 }  // namespace kv
 
 #endif  // PLATFORM_LINUX_BLUEZ_CONTEXT_H

@@ -24,7 +24,7 @@ std::string signalRule(const char* sender, const char* interface, const char* me
 }  // namespace
 
 Daemon::Daemon(Context& context, ObjectTreeObserver& observer, std::function<void()> changed)
-    : context_(context), tree_(observer), changed_(std::move(changed)), timer_(context) {}
+    : context_(context), tree_(observer), changed_(std::move(changed)), timer_(context.queue) {}
 
 void Daemon::start(std::weak_ptr<void> keeper) {
   keeper_ = std::move(keeper);
@@ -85,10 +85,9 @@ void Daemon::lost(int error) {
 }
 
 void Daemon::ownerKnown(const BusMessage& reply, const BusFault& error) {
-  const char* owner = nullptr;
-  if (!error && sd_bus_message_read_basic(reply.get(), 's', static_cast<void*>(&owner)) >= 0) {
+  if (!error) {
     retry_ = {};
-    setOwner(owner);
+    setOwner(readText(reply.get()));
     return;
   }
   const Fault fault = classify(error);
@@ -98,21 +97,19 @@ void Daemon::ownerKnown(const BusMessage& reply, const BusFault& error) {
   if (fault == Fault::NoDaemon) {
     retry_ = {};
     context_.log("bluetoothd is not running");
-  } else if (error) {
+  } else {
     context_.log("cannot ask for bluetoothd: " + error->name + ": " + error->text);
   }
   setState(fault == Fault::AccessDenied ? State::Denied : State::Absent);
 }
 
 void Daemon::ownerChanged(sd_bus_message* signal) {
-  const char* name = nullptr;
-  const char* before = nullptr;
-  const char* now = nullptr;
-  if (sd_bus_message_read(signal, "sss", &name, &before, &now) >= 0) {
-    ownerCall_.reset();
-    context_.log(*now == '\0' ? "bluetoothd has gone" : "bluetoothd has started");
-    setOwner(now);
-  }
+  readText(signal);  // the name, which is that of the rule
+  readText(signal);  // its owner before
+  const std::string now = readText(signal);
+  ownerCall_.reset();
+  context_.log(now.empty() ? "bluetoothd has gone" : "bluetoothd has started");
+  setOwner(now);
 }
 
 void Daemon::setOwner(const std::string& owner) {

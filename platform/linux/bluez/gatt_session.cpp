@@ -18,9 +18,9 @@ GattSession::GattSession(Context& context, std::shared_ptr<BlueZPeripheral> peri
       peripheral_(std::move(peripheral)),
       devicePath_(std::move(devicePath)),
       broken_(std::move(broken)),
-      limit_(context),
-      retry_(context),
-      changed_(context) {}
+      limit_(context.queue),
+      retry_(context.queue),
+      changed_(context.queue) {}
 
 GattSession::~GattSession() {
   for (const auto& [path, characteristic] : subscriptions_) stopNotify(path);

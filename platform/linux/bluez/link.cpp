@@ -28,7 +28,7 @@ const char* text(GattSession::Broken why) {
 }  // namespace
 
 Link::Link(Context& context, LinkHost& host, std::shared_ptr<BlueZPeripheral> peripheral)
-    : context_(context), host_(host), peripheral_(std::move(peripheral)), timer_(context) {}
+    : context_(context), host_(host), peripheral_(std::move(peripheral)), timer_(context.queue) {}
 
 DeviceObject* Link::device() const {
   return context_.daemon->tree().device(host_.adapterPath(), address());

@@ -53,7 +53,7 @@ std::optional<std::int64_t> known(std::uint8_t byte) {
 }  // namespace
 
 LiveRssi::LiveRssi(Context& context, std::shared_ptr<HciSockets> sockets)
-    : context_(context), sockets_(std::move(sockets)), limit_(context) {}
+    : context_(context), sockets_(std::move(sockets)), limit_(context.queue) {}
 
 LiveRssi::~LiveRssi() { reset(); }
 

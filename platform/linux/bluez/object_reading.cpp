@@ -13,26 +13,11 @@
 namespace kv {
 namespace {
 
-bool readBool(sd_bus_message* message, bool& value) {
-  int read = 0;
-  if (sd_bus_message_read_basic(message, 'b', &read) < 0) return false;
-  value = read != 0;
-  return true;
-}
-
-bool readText(sd_bus_message* message, std::string& value) {
-  const char* text = nullptr;
-  if (sd_bus_message_read_basic(message, 's', static_cast<void*>(&text)) < 0) return false;
-  value = text;
-  return true;
-}
-
 std::optional<KVUUID> readUuid(sd_bus_message* properties) {
   std::optional<KVUUID> uuid;
   forEachProperty(properties, [&](std::string_view key, std::string_view type) {
-    std::string text;
-    if (key != "UUID" || type != "s" || !readText(properties, text)) return false;
-    uuid = KVUUID::fromString(text);
+    if (key != "UUID" || type != "s") return false;
+    uuid = KVUUID::fromString(readText(properties));
     return true;
   });
   return uuid;
@@ -46,45 +31,42 @@ void ObjectTree::readDeviceInvalidated(sd_bus_message* message, DeviceObject& de
   }
 }
 
-bool ObjectTree::readAdapter(sd_bus_message* message, AdapterObject& adapter) {
-  bool changed = false;
+void ObjectTree::readAdapter(sd_bus_message* message, AdapterObject& adapter) {
   forEachProperty(message, [&](std::string_view key, std::string_view type) {
     if (key == "Address" && type == "s") {
-      changed = true;
-      return readText(message, adapter.address);
+      adapter.address = readText(message);
+    } else if (key == "Alias" && type == "s") {
+      adapter.name = readText(message);
+    } else if (key == "Modalias" && type == "s") {
+      adapter.modalias = readText(message);
+    } else if (key == "Powered" && type == "b") {
+      adapter.powered = readBool(message);
+    } else if (key == "Discovering" && type == "b") {
+      adapter.discovering = readBool(message);
+    } else {
+      return false;
     }
-    if (key == "Alias" && type == "s") return readText(message, adapter.name);
-    if (key == "Modalias" && type == "s") return readText(message, adapter.modalias);
-    if (key == "Powered" && type == "b") {
-      changed = true;
-      return readBool(message, adapter.powered);
-    }
-    if (key == "Discovering" && type == "b") {
-      changed = true;
-      return readBool(message, adapter.discovering);
-    }
-    return false;
+    return true;
   });
-  return changed;
 }
 
 ObjectTree::DeviceUpdate ObjectTree::readDevice(sd_bus_message* message, DeviceObject& device) {
   DeviceUpdate update;
   const auto read = [&](std::string_view key, std::string_view type) {
     if (key == "RSSI" && type == "n") {
-      std::int16_t rssi = 0;
-      if (sd_bus_message_read_basic(message, 'n', &rssi) < 0) return false;
+      std::int16_t rssi{};
+      sd_bus_message_read_basic(message, 'n', &rssi);
       device.rssi = rssi;
       update.advertised = true;
     } else if (key == "ServiceData" && type == "a{sv}") {
       readServiceData(message, device);
       update.advertised = true;
     } else if (key == "Connected" && type == "b") {
+      device.connected = readBool(message);
       update.connection = true;
-      return readBool(message, device.connected);
     } else if (key == "ServicesResolved" && type == "b") {
+      device.servicesResolved = readBool(message);
       update.connection = true;
-      return readBool(message, device.servicesResolved);
     } else {
       return readIdentity(message, key, type, device);
     }
@@ -97,24 +79,21 @@ ObjectTree::DeviceUpdate ObjectTree::readDevice(sd_bus_message* message, DeviceO
 // What does not change while the device is known, or hardly. False for anything else.
 bool ObjectTree::readIdentity(sd_bus_message* message, std::string_view key, std::string_view type,
                               DeviceObject& device) {
-  if (key == "Address" && type == "s") return readText(message, device.address);
-  if (key == "AddressType" && type == "s") {
-    std::string kind;
-    const bool read = readText(message, kind);
-    device.randomAddress = kind == "random";
-    return read;
-  }
-  if (key == bluez::kPreferredBearer && type == "s") {
-    return readText(message, device.preferredBearer);
-  }
-  if (key == "UUIDs" && type == "as") {
+  if (key == "Address" && type == "s") {
+    device.address = readText(message);
+  } else if (key == "AddressType" && type == "s") {
+    device.randomAddress = std::string_view(readText(message)) == "random";
+  } else if (key == bluez::kPreferredBearer && type == "s") {
+    device.preferredBearer = readText(message);
+  } else if (key == "UUIDs" && type == "as") {
     device.uuids.clear();
     for (const std::string& text : readStrings(message)) {
       if (const auto uuid = KVUUID::fromString(text)) device.uuids.push_back(*uuid);
     }
-    return true;
+  } else {
+    return false;
   }
-  return false;
+  return true;
 }
 
 void ObjectTree::readServiceData(sd_bus_message* message, DeviceObject& device) {

@@ -13,13 +13,6 @@
 namespace kv {
 namespace {
 
-std::optional<std::string> readPath(sd_bus_message* message) {
-  const char* path = nullptr;
-  return sd_bus_message_read_basic(message, 'o', static_cast<void*>(&path)) < 0
-             ? std::nullopt
-             : std::optional<std::string>(path);
-}
-
 std::string parentOf(std::string_view path) { return std::string(path.substr(0, path.rfind('/'))); }
 
 // The objects below `path`, in order.
@@ -48,12 +41,9 @@ void ObjectTree::clear() {
 }
 
 void ObjectTree::load(sd_bus_message* objects) {
-  listed_.clear();
-  if (sd_bus_message_enter_container(objects, 'a', "{oa{sa{sv}}}") < 0) return;
-  while (sd_bus_message_enter_container(objects, 'e', "oa{sa{sv}}") > 0) {
-    const auto path = readPath(objects);
-    if (!path) return;
-    readInterfaces(objects, *path, /*isSignal=*/false);
+  if (!enter(objects, 'a', "{oa{sa{sv}}}")) return;
+  while (enter(objects, 'e', "oa{sa{sv}}")) {
+    readInterfaces(objects, readText(objects, 'o'), /*isSignal=*/false);
     sd_bus_message_exit_container(objects);
   }
   std::vector<std::pair<std::string, std::string_view>> gone;
@@ -74,16 +64,14 @@ void ObjectTree::load(sd_bus_message* objects) {
 }
 
 void ObjectTree::interfacesAdded(sd_bus_message* signal) {
-  if (const auto path = readPath(signal)) readInterfaces(signal, *path, /*isSignal=*/true);
+  readInterfaces(signal, readText(signal, 'o'), /*isSignal=*/true);
 }
 
 void ObjectTree::readInterfaces(sd_bus_message* message, const std::string& path, bool isSignal) {
-  if (sd_bus_message_enter_container(message, 'a', "{sa{sv}}") < 0) return;
-  while (sd_bus_message_enter_container(message, 'e', "sa{sv}") > 0) {
-    const char* name = nullptr;
-    if (sd_bus_message_read_basic(message, 's', static_cast<void*>(&name)) < 0) return;
-    const std::string_view interface = name;
-    if (!isSignal) listed_.insert(path + ' ' + name);
+  if (!enter(message, 'a', "{sa{sv}}")) return;
+  while (enter(message, 'e', "sa{sv}")) {
+    const std::string interface = readText(message);
+    if (!isSignal) listed_.insert(path + ' ' + interface);
     if (interface == bluez::kAdapter) {
       AdapterObject& adapter = adapters_.try_emplace(path).first->second;
       adapter.path = path;
@@ -110,9 +98,7 @@ void ObjectTree::readInterfaces(sd_bus_message* message, const std::string& path
 }
 
 void ObjectTree::propertiesChanged(sd_bus_message* signal) {
-  const char* name = nullptr;
-  if (sd_bus_message_read_basic(signal, 's', static_cast<void*>(&name)) < 0) return;
-  const std::string_view interface = name;
+  const std::string_view interface = readText(signal);
   const std::string_view path = sd_bus_message_get_path(signal);
   if (interface == bluez::kDevice) {
     const auto device = devices_.find(path);
@@ -123,7 +109,8 @@ void ObjectTree::propertiesChanged(sd_bus_message* signal) {
     }
   } else if (interface == bluez::kAdapter) {
     const auto adapter = adapters_.find(path);
-    if (adapter != adapters_.end() && readAdapter(signal, adapter->second)) {
+    if (adapter != adapters_.end()) {
+      readAdapter(signal, adapter->second);
       observer_.adaptersChanged();
     }
   } else if (interface == bluez::kGattCharacteristic && characteristics_.contains(path)) {
@@ -152,9 +139,8 @@ void ObjectTree::reportDevice(DeviceObject& device, DeviceUpdate update) {
 }
 
 void ObjectTree::interfacesRemoved(sd_bus_message* signal) {
-  if (const auto path = readPath(signal)) {
-    for (const std::string& interface : readStrings(signal)) remove(*path, interface);
-  }
+  const std::string path = readText(signal, 'o');
+  for (const std::string& interface : readStrings(signal)) remove(path, interface);
 }
 
 void ObjectTree::remove(const std::string& path, std::string_view interface) {

@@ -131,7 +131,7 @@ class ObjectTree {
   };
 
   void readInterfaces(sd_bus_message* message, const std::string& path, bool isSignal);
-  static bool readAdapter(sd_bus_message* message, AdapterObject& adapter);
+  static void readAdapter(sd_bus_message* message, AdapterObject& adapter);
   static DeviceUpdate readDevice(sd_bus_message* message, DeviceObject& device);
   static bool readIdentity(sd_bus_message* message, std::string_view key, std::string_view type,
                            DeviceObject& device);

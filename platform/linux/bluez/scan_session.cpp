@@ -27,7 +27,11 @@ void appendFilter(sd_bus_message* message) {
 }  // namespace
 
 ScanSession::ScanSession(Context& context)
-    : context_(context), retry_(context), watchdog_(context), gap_(context), haltLimit_(context) {}
+    : context_(context),
+      retry_(context.queue),
+      watchdog_(context.queue),
+      gap_(context.queue),
+      haltLimit_(context.queue) {}
 
 void ScanSession::setAdapter(const std::string& path) {
   if (path == adapter_) return;

@@ -7,21 +7,14 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
-#include <ctime>
 #include <utility>
 
 #include "platform/linux/bus/names.h"
 
 namespace kv {
 namespace {
-
-std::uint64_t monotonicMicroseconds() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000 +
-         static_cast<std::uint64_t>(now.tv_nsec) / 1'000;
-}
 
 // What sd-bus points to while a call or a match lives. A callback may drop its own slot: sd-bus
 // holds the slot while it calls, and the handler is moved out or kept alive for that time.
@@ -46,24 +39,34 @@ struct Match {
   Match& operator=(const Match&) = delete;
 };
 
-int onReply(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
-  const auto answered = std::exchange(static_cast<PendingCall*>(userdata)->answered, nullptr);
-  const BusMessage reply = BusMessage::share(message);
+void onReply(const BusMessage& reply, PendingCall& call) {
+  const auto answered = std::exchange(call.answered, nullptr);
   answered(reply, reply.error());
-  return 1;
 }
 
-int onMatch(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
-  const auto matched = static_cast<Match*>(userdata)->matched;
-  (*matched)(BusMessage::share(message));
+void onMatch(const BusMessage& message, Match& match) {
+  const auto matched = match.matched;
+  (*matched)(message);
+}
+
+void onMatchInstalled(const BusMessage& reply, Match& match) {
+  const auto refused = match.refused;
+  const BusFault error = reply.error();
+  if (error && refused) refused(*error);
+}
+
+// As sd-bus calls it. Others may see the message, too.
+template <typename Target, void (*handle)(const BusMessage&, Target&)>
+int callback(sd_bus_message* message, void* target, sd_bus_error* /*error*/) {
+  handle(BusMessage::share(message), *static_cast<Target*>(target));
   return 0;
 }
 
-int onMatchInstalled(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
-  const auto refused = static_cast<Match*>(userdata)->refused;
-  const BusFault error = BusMessage::share(message).error();
-  if (error && refused) refused(*error);
-  return 1;
+int openAt(sd_bus** bus, const std::string& address) {
+  sd_bus_new(bus);
+  sd_bus_set_address(*bus, address.c_str());
+  sd_bus_set_bus_client(*bus, true);
+  return sd_bus_start(*bus);  // fails if one of these has failed
 }
 
 }  // namespace
@@ -76,45 +79,31 @@ std::shared_ptr<BusConnection> BusConnection::open(WeakLinuxQueue queue, const s
 }
 
 BusConnection::BusConnection(WeakLinuxQueue queue, std::function<void(int error)> lost)
-    : queue_(std::move(queue)), lost_(std::move(lost)) {}
-
-BusConnection::~BusConnection() {
-  watch_.reset();  // before its descriptor is closed
-  queue_.cancel(timer_);
-  sd_bus_close_unref(bus_);
-}
+    : queue_(std::move(queue)), lost_(std::move(lost)), timer_(queue_) {}
 
 void BusConnection::start(const std::string& address) {
-  int result = 0;
-  if (address.empty()) {
-    result = sd_bus_open_system(&bus_);
-  } else {
-    result = sd_bus_new(&bus_);
-    result = result < 0 ? result : sd_bus_set_address(bus_, address.c_str());
-    result = result < 0 ? result : sd_bus_set_bus_client(bus_, 1);
-    result = result < 0 ? result : sd_bus_start(bus_);
-  }
-  const int fd = result < 0 ? result : sd_bus_get_fd(bus_);
-  if (fd < 0) {
-    failLater(-fd);
+  sd_bus* bus = nullptr;
+  const int opened = address.empty() ? sd_bus_open_system(&bus) : openAt(&bus, address);
+  bus_.reset(bus);
+  if (failed(opened)) {
+    queue_.post([self = weak_from_this(), opened] {
+      if (const auto connection = self.lock()) connection->fail(-opened);
+    });
     return;
   }
-  events_ = POLLIN;
-  watch_ = queue_.watch(fd, events_, [self = weak_from_this()](short) {
-    if (const auto connection = self.lock()) connection->process();
-  });
+  watch_ = queue_.watch(sd_bus_get_fd(bus), POLLIN, [this](short) { process(); });
   update();
 }
 
 BusMessage BusConnection::methodCall(const std::string& destination, const std::string& path,
                                      const char* interface, const char* member) const {
   sd_bus_message* message = nullptr;
-  if (!watch_ || sd_bus_message_new_method_call(bus_, &message, destination.c_str(), path.c_str(),
-                                                interface, member) < 0) {
+  if (!watch_ || failed(sd_bus_message_new_method_call(bus_.get(), &message, destination.c_str(),
+                                                       path.c_str(), interface, member))) {
     return {};
   }
   // A service that its system has stopped must stay so.
-  sd_bus_message_set_auto_start(message, 0);
+  sd_bus_message_set_auto_start(message, false);
   return BusMessage::adopt(message);
 }
 
@@ -122,10 +111,12 @@ BusSlot BusConnection::call(BusMessage message, std::chrono::milliseconds timeou
                             Answer answered) {
   auto pending = std::make_shared<PendingCall>();
   pending->answered = std::move(answered);
-  const auto limit = static_cast<std::uint64_t>(
-      std::max<std::int64_t>(1, std::chrono::microseconds(timeout).count()));
-  if (!message ||
-      sd_bus_call_async(bus_, &pending->slot, message.get(), onReply, pending.get(), limit) < 0) {
+  const auto limit = static_cast<std::uint64_t>(std::chrono::microseconds(timeout).count());
+  const auto sent = [&](sd_bus* bus) {
+    return sd_bus_call_async(bus, &pending->slot, message.get(), callback<PendingCall, onReply>,
+                             pending.get(), limit);
+  };
+  if (!message || failed(use(sent))) {
     queue_.post([weak = std::weak_ptr<PendingCall>(pending)] {
       if (const auto call = weak.lock()) {
         const auto failed = std::exchange(call->answered, nullptr);
@@ -133,16 +124,12 @@ BusSlot BusConnection::call(BusMessage message, std::chrono::milliseconds timeou
       }
     });
   }
-  update();
   return BusSlot(std::move(pending));
 }
 
 void BusConnection::send(const BusMessage& message) {
-  if (message && watch_) {
-    sd_bus_message_set_expect_reply(message.get(), 0);
-    sd_bus_send(bus_, message.get(), nullptr);
-    update();
-  }
+  // Without a place for its number sd-bus asks for no reply.
+  if (message) use([&](sd_bus* bus) { return sd_bus_send(bus, message.get(), nullptr); });
 }
 
 BusSlot BusConnection::match(const std::string& rule, Handler matched,
@@ -150,59 +137,44 @@ BusSlot BusConnection::match(const std::string& rule, Handler matched,
   auto match = std::make_shared<Match>();
   match->matched = std::make_shared<const Handler>(std::move(matched));
   match->refused = std::move(refused);
-  if (watch_) {
-    sd_bus_add_match_async(bus_, &match->slot, rule.c_str(), onMatch, onMatchInstalled,
-                           match.get());
-    update();
-  }
+  use([&](sd_bus* bus) {
+    return sd_bus_add_match_async(bus, &match->slot, rule.c_str(), callback<Match, onMatch>,
+                                  callback<Match, onMatchInstalled>, match.get());
+  });
   return BusSlot(std::move(match));
 }
 
 BusSlot BusConnection::requestName(const std::string& name, Answer done) {
   BusMessage request = methodCall(dbus::kService, dbus::kPath, dbus::kBus, dbus::kRequestName);
   if (request) sd_bus_message_append(request.get(), "su", name.c_str(), 0U);
-  return call(std::move(request), std::chrono::seconds(25), std::move(done));
+  return call(std::move(request), kDefaultTimeout, std::move(done));
 }
 
 std::string BusConnection::uniqueName() const {
-  const char* name = nullptr;
-  return bus_ != nullptr && sd_bus_is_ready(bus_) > 0 && sd_bus_get_unique_name(bus_, &name) >= 0
-             ? name
-             : "";
+  const char* name = "";
+  // Before it is ready sd-bus would wait.
+  if (sd_bus_is_ready(bus_.get()) > 0) sd_bus_get_unique_name(bus_.get(), &name);
+  return name;
 }
 
 void BusConnection::update() {
   if (!watch_) return;
   // Every use of the connection may change what it waits for: to connect and to authenticate it
   // writes, and each call brings a time-out.
-  const int wanted = sd_bus_get_events(bus_);
-  if (wanted < 0) {
-    failLater(-wanted);
-    return;
-  }
-  if (static_cast<short>(wanted) != events_) {
-    events_ = static_cast<short>(wanted);
-    watch_->setEvents(events_);
-  }
+  watch_->setEvents(static_cast<short>(sd_bus_get_events(bus_.get())));
   armTimer();
 }
 
 void BusConnection::armTimer() {
   std::uint64_t due = UINT64_MAX;
-  if (sd_bus_get_timeout(bus_, &due) < 0) due = UINT64_MAX;
+  sd_bus_get_timeout(bus_.get(), &due);
   // A timer that fires early only looks again; most calls are answered before theirs is due, so an
   // armed timer is not moved to a later time.
-  if (due >= timerDue_) return;
-  queue_.cancel(timer_);
-  timerDue_ = due;
-  const std::uint64_t now = monotonicMicroseconds();
-  const std::chrono::microseconds delay(
-      due > now ? static_cast<std::int64_t>(std::min<std::uint64_t>(due - now, 3'600'000'000)) : 0);
-  timer_ = queue_.postAfter(delay, [self = weak_from_this()] {
-    if (const auto connection = self.lock()) {
-      connection->timerDue_ = UINT64_MAX;
-      connection->process();
-    }
+  if (due >= std::exchange(timerDue_, std::min(due, timerDue_))) return;
+  const std::chrono::microseconds at(static_cast<std::int64_t>(due));
+  timer_.set(at - std::chrono::steady_clock::now().time_since_epoch(), [this] {
+    timerDue_ = UINT64_MAX;
+    process();
   });
 }
 
@@ -210,10 +182,10 @@ void BusConnection::armTimer() {
 // waits in the socket makes the watch ready again, one that was read already makes the timer due.
 void BusConnection::process() {
   const auto self = shared_from_this();
-  const int result = sd_bus_process(bus_, nullptr);
-  if (result < 0) {
+  const int result = sd_bus_process(bus_.get(), nullptr);
+  if (failed(result)) {
     fail(-result);
-  } else if (sd_bus_is_open(bus_) <= 0) {
+  } else if (sd_bus_is_open(bus_.get()) <= 0) {
     fail(ECONNRESET);
   } else {
     update();
@@ -222,15 +194,9 @@ void BusConnection::process() {
 
 void BusConnection::fail(int error) {
   watch_.reset();
-  queue_.cancel(std::exchange(timer_, 0));
-  sd_bus_close(bus_);
+  timer_.cancel();
+  sd_bus_close(bus_.get());
   if (const auto lost = std::exchange(lost_, nullptr)) lost(error);
-}
-
-void BusConnection::failLater(int error) {
-  queue_.post([self = weak_from_this(), error] {
-    if (const auto connection = self.lock()) connection->fail(error);
-  });
 }
 
 }  // namespace kv

@@ -60,7 +60,6 @@ class BusConnection : public std::enable_shared_from_this<BusConnection> {
   static std::shared_ptr<BusConnection> open(WeakLinuxQueue queue, const std::string& address,
                                              std::function<void(int error)> lost);
 
-  ~BusConnection();
   BusConnection(const BusConnection&) = delete;
   BusConnection& operator=(const BusConnection&) = delete;
 
@@ -73,6 +72,7 @@ class BusConnection : public std::enable_shared_from_this<BusConnection> {
   /// the connection is lost before. What cannot be sent fails with
   /// "org.freedesktop.DBus.Error.Disconnected", what is not answered within `timeout` with
   /// "...NoReply".
+  static constexpr std::chrono::milliseconds kDefaultTimeout{0};  ///< That of sd-bus.
   [[nodiscard]] BusSlot call(BusMessage message, std::chrono::milliseconds timeout,
                              Answer answered);
 
@@ -91,27 +91,33 @@ class BusConnection : public std::enable_shared_from_this<BusConnection> {
   /// Our own name on the bus, as ":1.42"; empty until the connection is ready.
   std::string uniqueName() const;
 
-  /// The connection itself, for what this class does not offer; call `update` after using it.
-  sd_bus* raw() const { return bus_; }
-
-  /// Looks again at what the connection waits for.
-  void update();
+  /// Calls `with(connection)`, for what this class does not offer, and returns what that returns.
+  template <typename With>
+  auto use(const With& with) {
+    const auto result = with(bus_.get());
+    update();
+    return result;
+  }
 
  private:
+  struct Close {
+    void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
+  };
+
   BusConnection(WeakLinuxQueue queue, std::function<void(int error)> lost);
 
   void start(const std::string& address);
-  void process();
+  /// Looks again at what the connection waits for.
+  void update();
   void armTimer();
+  void process();
   void fail(int error);
-  void failLater(int error);
 
   const WeakLinuxQueue queue_;
   std::function<void(int error)> lost_;
-  sd_bus* bus_ = nullptr;
-  std::unique_ptr<KVLinuxEventQueue::Watch> watch_;
-  short events_ = 0;
-  KVEventQueue::TaskId timer_ = 0;
+  std::unique_ptr<sd_bus, Close> bus_;
+  std::unique_ptr<KVLinuxEventQueue::Watch> watch_;  ///< Null before the start and after the loss.
+  Timer timer_;
   std::uint64_t timerDue_ = UINT64_MAX;
 };
 

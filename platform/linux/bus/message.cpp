@@ -14,31 +14,42 @@ BusFault BusMessage::error() const {
                   error->message != nullptr ? error->message : ""};
 }
 
-bool forEachProperty(
-    sd_bus_message* message,
-    const std::function<bool(std::string_view key, std::string_view type)>& visit) {
-  if (sd_bus_message_enter_container(message, 'a', "{sv}") < 0) return false;
-  while (sd_bus_message_enter_container(message, 'e', "sv") > 0) {
-    const char* key = nullptr;
-    const char* type = nullptr;
-    if (sd_bus_message_read_basic(message, 's', &key) < 0 ||
-        sd_bus_message_peek_type(message, nullptr, &type) < 0 ||
-        sd_bus_message_enter_container(message, 'v', type) < 0) {
-      return false;
-    }
-    if (!visit(key, type) && sd_bus_message_skip(message, type) < 0) return false;
-    const int leftVariant = sd_bus_message_exit_container(message);
-    const int leftEntry = sd_bus_message_exit_container(message);
-    if (leftVariant < 0 || leftEntry < 0) return false;
-  }
-  return sd_bus_message_exit_container(message) >= 0;
+bool enter(sd_bus_message* message, char type, const char* contents) {
+  return sd_bus_message_enter_container(message, type, contents) > 0;
 }
 
-bool forEachBytes(sd_bus_message* message,
+const char* readText(sd_bus_message* message, char type) {
+  const char* text = "";
+  sd_bus_message_read_basic(message, type, static_cast<void*>(&text));
+  return text;
+}
+
+bool readBool(sd_bus_message* message) {
+  int value{};
+  sd_bus_message_read_basic(message, 'b', &value);
+  return value != 0;
+}
+
+void forEachProperty(
+    sd_bus_message* message,
+    const std::function<bool(std::string_view key, std::string_view type)>& visit) {
+  if (!enter(message, 'a', "{sv}")) return;
+  while (enter(message, 'e', "sv")) {
+    const std::string_view key = readText(message);
+    const char* type = nullptr;
+    sd_bus_message_peek_type(message, nullptr, &type);
+    if (!enter(message, 'v', type)) return;
+    if (!visit(key, type)) sd_bus_message_skip(message, type);
+    sd_bus_message_exit_container(message);
+    sd_bus_message_exit_container(message);
+  }
+  sd_bus_message_exit_container(message);
+}
+
+void forEachBytes(sd_bus_message* message,
                   const std::function<void(std::string_view key, KVBytes value)>& visit) {
-  return forEachProperty(message, [&](std::string_view key, std::string_view type) {
-    if (type != "ay") return false;
-    const auto bytes = readBytes(message);
+  forEachProperty(message, [&](std::string_view key, std::string_view type) {
+    const auto bytes = type == "ay" ? readBytes(message) : std::nullopt;
     if (bytes) visit(key, *bytes);
     return bytes.has_value();
   });
@@ -46,14 +57,14 @@ bool forEachBytes(sd_bus_message* message,
 
 std::optional<KVBytes> readBytes(sd_bus_message* message) {
   const void* data = nullptr;
-  std::size_t size = 0;
-  if (sd_bus_message_read_array(message, 'y', &data, &size) < 0) return std::nullopt;
+  std::size_t size{};
+  if (sd_bus_message_read_array(message, 'y', &data, &size) <= 0) return std::nullopt;
   return KVBytes(static_cast<const std::uint8_t*>(data), size);
 }
 
 std::vector<std::string> readStrings(sd_bus_message* message) {
   std::vector<std::string> strings;
-  if (sd_bus_message_enter_container(message, 'a', "s") < 0) return strings;
+  if (!enter(message, 'a', "s")) return strings;
   const char* text = nullptr;
   while (sd_bus_message_read_basic(message, 's', &text) > 0) strings.emplace_back(text);
   sd_bus_message_exit_container(message);

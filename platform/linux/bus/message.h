@@ -56,14 +56,29 @@ class BusMessage {
   std::unique_ptr<sd_bus_message, Unref> message_;
 };
 
+/// What sd-bus's functions return tells a failure by its sign.
+inline bool failed(int result) { return result < 0; }
+
+// Reading: a message that has something else where a function looks makes that function and all
+// that follow find nothing, so a loop over it ends.
+
+/// Enters a container. False when there is none, as at the end of an array of them.
+bool enter(sd_bus_message* message, char type, const char* contents);
+
+/// Reads a text: an `s`, or what else is one. It stays the message's. Empty if there is none.
+const char* readText(sd_bus_message* message, char type = 's');
+
+/// Reads a `b`; false if there is none.
+bool readBool(sd_bus_message* message);
+
 /// Walks an `a{sv}` at the message's position. `visit` is called with each key, the message
 /// standing inside the variant whose content has the signature `type`; it returns true once it has
-/// read that content whole, false to have it skipped. False for a malformed message.
-bool forEachProperty(sd_bus_message* message,
+/// read that content whole, false to have it skipped.
+void forEachProperty(sd_bus_message* message,
                      const std::function<bool(std::string_view key, std::string_view type)>& visit);
 
-/// Walks an `a{sv}` of which each value is an `ay`, as in BlueZ's ServiceData.
-bool forEachBytes(sd_bus_message* message,
+/// Walks an `a{sv}`, and calls `visit` with each value that is an `ay`, as in BlueZ's ServiceData.
+void forEachBytes(sd_bus_message* message,
                   const std::function<void(std::string_view key, KVBytes value)>& visit);
 
 /// Reads an `ay`; the bytes stay the message's. Absent for a malformed message.

@@ -75,7 +75,6 @@ void buildTable(Exported& exported) {
 // A null-terminated list of C strings, as sd-bus takes them.
 std::vector<char*> stringList(const std::vector<std::string>& strings) {
   std::vector<char*> list;
-  list.reserve(strings.size() + 1);
   for (const auto& text : strings) list.push_back(const_cast<char*>(text.c_str()));
   list.push_back(nullptr);
   return list;
@@ -85,26 +84,20 @@ std::vector<char*> stringList(const std::vector<std::string>& strings) {
 
 void BusCall::reply(const std::function<void(sd_bus_message* reply)>& fill) const {
   sd_bus_message* reply = nullptr;
-  if (sd_bus_message_new_method_return(message(), &reply) >= 0) {
-    const BusMessage hold = BusMessage::adopt(reply);
-    if (fill) fill(reply);
-    send(reply);
-  }
+  sd_bus_message_new_method_return(message(), &reply);
+  const BusMessage hold = BusMessage::adopt(reply);
+  if (fill && hold) fill(reply);
+  send(hold);
 }
 
 void BusCall::fail(const std::string& name, const std::string& text) const {
   sd_bus_message* reply = nullptr;
-  if (sd_bus_message_new_method_errorf(message(), &reply, name.c_str(), "%s", text.c_str()) >= 0) {
-    const BusMessage hold = BusMessage::adopt(reply);
-    send(reply);
-  }
+  sd_bus_message_new_method_errorf(message(), &reply, name.c_str(), "%s", text.c_str());
+  send(BusMessage::adopt(reply));
 }
 
-void BusCall::send(sd_bus_message* reply) const {
-  if (const auto bus = bus_.lock()) {
-    sd_bus_send(bus->raw(), reply, nullptr);
-    bus->update();
-  }
+void BusCall::send(const BusMessage& reply) const {
+  if (const auto bus = bus_.lock()) bus->send(reply);
 }
 
 BusSlot exportInterface(const std::shared_ptr<BusConnection>& bus, const std::string& path,
@@ -113,50 +106,52 @@ BusSlot exportInterface(const std::shared_ptr<BusConnection>& bus, const std::st
   exported->bus = bus;
   exported->interface = std::move(interface);
   buildTable(*exported);
-  if (sd_bus_add_object_vtable(bus->raw(), &exported->slot, path.c_str(),
-                               exported->interface.name.c_str(), exported->table.data(),
-                               exported.get()) < 0) {
-    return {};
-  }
+  bus->use([&](sd_bus* raw) {
+    return sd_bus_add_object_vtable(raw, &exported->slot, path.c_str(),
+                                    exported->interface.name.c_str(), exported->table.data(),
+                                    exported.get());
+  });
   return BusSlot(std::move(exported));
 }
 
 BusSlot exportObjectManager(const std::shared_ptr<BusConnection>& bus, const std::string& path) {
   sd_bus_slot* slot = nullptr;
-  if (sd_bus_add_object_manager(bus->raw(), &slot, path.c_str()) < 0) return {};
+  bus->use([&](sd_bus* raw) { return sd_bus_add_object_manager(raw, &slot, path.c_str()); });
   return BusSlot(std::shared_ptr<sd_bus_slot>(slot, sd_bus_slot_unref));
 }
 
 void emitPropertiesChanged(BusConnection& bus, const std::string& path,
                            const std::string& interface, const std::vector<std::string>& names) {
-  sd_bus_emit_properties_changed_strv(bus.raw(), path.c_str(), interface.c_str(),
-                                      stringList(names).data());
-  bus.update();
+  bus.use([&](sd_bus* raw) {
+    return sd_bus_emit_properties_changed_strv(raw, path.c_str(), interface.c_str(),
+                                               stringList(names).data());
+  });
 }
 
 void emitInterfacesAdded(BusConnection& bus, const std::string& path,
                          const std::vector<std::string>& interfaces) {
-  sd_bus_emit_interfaces_added_strv(bus.raw(), path.c_str(), stringList(interfaces).data());
-  bus.update();
+  bus.use([&](sd_bus* raw) {
+    return sd_bus_emit_interfaces_added_strv(raw, path.c_str(), stringList(interfaces).data());
+  });
 }
 
 void emitInterfacesRemoved(BusConnection& bus, const std::string& path,
                            const std::vector<std::string>& interfaces) {
-  sd_bus_emit_interfaces_removed_strv(bus.raw(), path.c_str(), stringList(interfaces).data());
-  bus.update();
+  bus.use([&](sd_bus* raw) {
+    return sd_bus_emit_interfaces_removed_strv(raw, path.c_str(), stringList(interfaces).data());
+  });
 }
 
 void emitSignal(BusConnection& bus, const std::string& path, const std::string& interface,
                 const std::string& member,
                 const std::function<void(sd_bus_message* signal)>& fill) {
-  sd_bus_message* signal = nullptr;
-  if (sd_bus_message_new_signal(bus.raw(), &signal, path.c_str(), interface.c_str(),
-                                member.c_str()) >= 0) {
+  bus.use([&](sd_bus* raw) {
+    sd_bus_message* signal = nullptr;
+    sd_bus_message_new_signal(raw, &signal, path.c_str(), interface.c_str(), member.c_str());
     const BusMessage hold = BusMessage::adopt(signal);
-    if (fill) fill(signal);
-    sd_bus_send(bus.raw(), signal, nullptr);
-    bus.update();
-  }
+    if (fill && hold) fill(signal);
+    return sd_bus_send(raw, signal, nullptr);
+  });
 }
 
 }  // namespace kv

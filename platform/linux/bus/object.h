@@ -41,7 +41,7 @@ class BusCall {
   void fail(const std::string& name, const std::string& text) const;
 
  private:
-  void send(sd_bus_message* reply) const;
+  void send(const BusMessage& reply) const;
 
   std::weak_ptr<BusConnection> bus_;
   std::shared_ptr<BusMessage> message_;

@@ -5,6 +5,7 @@
 #ifndef PLATFORM_LINUX_BUS_WEAK_QUEUE_H
 #define PLATFORM_LINUX_BUS_WEAK_QUEUE_H
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <utility>
@@ -25,6 +26,31 @@ class WeakLinuxQueue : public WeakQueue {
     const auto queue = std::static_pointer_cast<KVLinuxEventQueue>(lock());
     return queue ? queue->watch(fd, events, std::move(ready)) : nullptr;
   }
+};
+
+/// One deadline: setting it anew replaces the earlier one, and dropping it cancels it.
+class Timer {
+ public:
+  explicit Timer(WeakLinuxQueue queue) : queue_(std::move(queue)) {}
+  ~Timer() { cancel(); }
+  Timer(const Timer&) = delete;
+  Timer& operator=(const Timer&) = delete;
+
+  void set(std::chrono::nanoseconds delay, std::function<void()> due) {
+    cancel();
+    id_ = queue_.postAfter(delay, [this, due = std::move(due)] {
+      id_ = 0;
+      due();
+    });
+  }
+  void cancel() {
+    if (id_ != 0) queue_.cancel(std::exchange(id_, 0));
+  }
+  bool pending() const { return id_ != 0; }
+
+ private:
+  const WeakLinuxQueue queue_;
+  KVEventQueue::TaskId id_ = 0;
 };
 
 }  // namespace kv
