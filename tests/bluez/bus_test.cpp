@@ -73,6 +73,10 @@ class BusTest : public testing::Test {
     interface.methods.push_back(
         {"Refuse", "", "", [](const kv::BusCall& call) { call.fail(kRefused, "100 % no"); }});
     interface.methods.push_back({"Ignore", "", "", [](const kv::BusCall&) {}});
+    interface.methods.push_back({"Note", "s", "", [this](const kv::BusCall& call) {
+                                   ++noted;
+                                   replyExpected = sd_bus_message_get_expect_reply(call.message());
+                                 }});
     interface.properties.push_back({"Level", "i",
                                     [this](sd_bus_message* value) {
                                       return level >= 0 &&
@@ -123,6 +127,8 @@ class BusTest : public testing::Test {
   std::shared_ptr<KVLinuxEventQueue> queue = KVLinuxPlatform::makeEventQueue();
   std::vector<int> lost;
   int level = 7;
+  int noted = 0;
+  int replyExpected = 0;
   std::shared_ptr<BusConnection> service;
   std::shared_ptr<BusConnection> client;
   kv::BusSlot nameSlot;
@@ -207,6 +213,8 @@ TEST_F(BusTest, RuleThatTheBusRefusesIsReported) {
 
 TEST_F(BusTest, CallEndsInTimeOrWithItsSlot) {
   startService();
+  EXPECT_EQ(call(kLamp, "Double", "i", 1), "2");
+  queue->runFor(5ms);  // nothing else makes the client look at its limits
   Texts answers;
   const auto note = [&](const char* name) {
     return [&answers, name](const BusMessage&, const BusFault& error) {
@@ -266,6 +274,29 @@ TEST_F(BusTest, LossOfTheBusEndsWhatIsPendingAndIsReportedOnce) {
   EXPECT_EQ(outcome, kv::dbus::kDisconnected);
   queue->runFor(5ms);
   EXPECT_EQ(lost.size(), 1U);
+}
+
+TEST_F(BusTest, NoAddressMeansTheSystemBus) {
+  setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.address().c_str(), /*overwrite=*/1);
+  const auto system = BusConnection::open(queue, "", {});
+  unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+  EXPECT_EQ(system->uniqueName(), "");  // nobody waits for it
+  EXPECT_TRUE(waitFor([&] { return !system->uniqueName().empty(); }));
+}
+
+TEST_F(BusTest, WhatDoesNotFitIntoTheSocketFollows) {
+  startService();
+  EXPECT_EQ(call(kLamp, "Double", "i", 1), "2");
+  queue->runFor(5ms);
+  constexpr int kMany = 2'000;
+  for (int i = 0; i < kMany; ++i) {
+    BusMessage note = client->methodCall(kName, kLampPath, kLamp, "Note");
+    sd_bus_message_append(note.get(), "s", std::string(1'000, 'x').c_str());
+    client->send(note);
+  }
+  EXPECT_LT(noted, kMany);
+  EXPECT_TRUE(waitFor([&] { return noted == kMany; }));
+  EXPECT_FALSE(replyExpected);
 }
 
 TEST_F(BusTest, AddressWithoutABusIsReportedLater) {

@@ -192,6 +192,24 @@ TEST_F(GattTest, DeviceWithOtherAttributesThanRememberedIsForgottenOnce) {
   EXPECT_EQ(bluez->calls("ReadValue"), 0);
 }
 
+TEST_F(GattTest, DeviceIsForgottenAnewAfterALinkThatHasLasted) {
+  timing.shortLink = 0ms;
+  startLinked();
+  bluez->on("StartNotify", [](const kv::BusCall& call) {
+    call.fail(kFailed, "Operation failed with ATT error: 0x01");
+  });
+  recorder->onEvent = [&](const std::string& event) {
+    if (event.starts_with("disconnected")) central->connectPeripheral(tag);
+  };
+  for (int links = 1; links < 3; ++links) {
+    tag->setNotifyValue(true, command);
+    EXPECT_TRUE(waitForEvent("connected"));
+    takeEvents();
+    EXPECT_EQ(bluez->calls("RemoveDevice"), links);
+    command = discover(tag);
+  }
+}
+
 TEST_F(GattTest, ServicesThatChangeUnderALinkEndIt) {
   options.requestTimeout = 1h;
   startLinked();

@@ -27,6 +27,10 @@ TEST_F(LinkTest, ScanStandsStillWhileConnecting) {
   central->connectPeripheral(tag);  // a link that is up answers again
   takeEvents();
   EXPECT_TRUE(waitForEvent("connected"));
+  bluez->setConnected(kTag, false);  // and that was all that was asked
+  EXPECT_TRUE(waitForEvent("disconnected"));
+  queue->runFor(30ms);
+  EXPECT_EQ(bluez->calls("Connect"), 1);
 }
 
 TEST_F(LinkTest, ScanThatDoesNotStopDelaysAnAttemptForALimitedTime) {
@@ -293,7 +297,10 @@ TEST_F(LinkTest, TagThatIsWaitedForIsTriedUnheardNowAndThen) {
   leaveConnectPending();
   connectTo();
   EXPECT_TRUE(waitForCall("Connect", 2));
+  bluez->remove(FakeBlueZ::devicePath(kTag));  // forgotten, and known again though not heard
+  queue->runFor(3 * timing.unheardRetry);
   bluez->restore("Connect");
+  bluez->add(FakeBlueZ::devicePath(kTag), kDevice, {{"Address", std::string(kTag)}});
   EXPECT_TRUE(waitForEvent("connected"));
 }
 

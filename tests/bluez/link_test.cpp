@@ -12,8 +12,8 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 TEST_F(LinkTest, LinksThatDropAtOnceAreFurtherAndFurtherApart) {
-  options.retryFirst = 20ms;
-  options.retryMost = 80ms;
+  options.retryFirst = 10ms;
+  options.retryMost = 1h;
   timing.dropHold = 0ms;
   startAll();
   const auto tag = find();
@@ -29,7 +29,8 @@ TEST_F(LinkTest, LinksThatDropAtOnceAreFurtherAndFurtherApart) {
   const auto begun = queue->now();
   central->connectPeripheral(tag);
   EXPECT_TRUE(waitFor([&] { return links == 5; }));
-  EXPECT_GE(queue->now() - begun, 176ms);  // 20 + 40 + 80 + 80, less the jitter of a fifth
+  EXPECT_GE(queue->now() - begun, 120ms);  // 10 + 20 + 40 + 80, less the jitter of a fifth
+  EXPECT_LT(queue->now() - begun, 1s);     // what doubling twice each time takes
 }
 
 TEST_F(LinkTest, WhyALinkHasEndedIsInTheLog) {
@@ -86,14 +87,12 @@ TEST_F(LinkTest, LinkThatHasLastedIsMadeAgainAtOnce) {
   timing.shortLink = 0ms;
   startAll();
   const auto tag = link();
-  bluez->setConnected(kTag, false);
-  EXPECT_TRUE(waitForEvent("disconnected"));
-  central->connectPeripheral(tag);
-  EXPECT_TRUE(waitForEvent("connected"));
-  takeEvents();
   recorder->onEvent = [&](const std::string& event) {
     if (event.starts_with("disconnected")) central->connectPeripheral(tag);
   };
+  bluez->setConnected(kTag, false);
+  EXPECT_TRUE(waitForEvent("connected"));
+  takeEvents();
   bluez->powerOff();
   EXPECT_TRUE(waitForEvent("disconnected"));
   bluez->set(kHci, kAdapter, "Powered", true);
@@ -182,6 +181,76 @@ TEST_F(LinkTest, CancelWhileWaiting) {
   EXPECT_EQ(bluez->calls("Connect"), attempts);
 }
 
+// Whatever kept the cancelled one from being carried out, and however it failed.
+TEST_F(LinkTest, RequestAfterACancelOrAPowerCycleStartsAfresh) {
+  options.connectTimeout = 20ms;
+  startAll();
+  const auto tag = find();
+
+  const auto again = [&] {
+    central->cancelPeripheralConnection(tag);
+    central->connectPeripheral(tag);
+  };
+  const auto cyclePower = [&] {
+    bluez->set(kHci, kAdapter, "Powered", false);
+    EXPECT_TRUE(waitForEvent("state 4"));
+    takeEvents();
+    bluez->set(kHci, kAdapter, "Powered", true);
+  };
+  const std::function<void()> interruptions[] = {again, cyclePower};
+  leaveConnectPending();
+  central->connectPeripheral(tag);
+  for (const auto& interrupt : interruptions) {
+    const int scans = bluez->calls("StartDiscovery");
+    const int connects = bluez->calls("Connect");
+    EXPECT_TRUE(waitForCall("StartDiscovery", scans + 1));  // it is waited for
+    interrupt();
+    EXPECT_TRUE(waitForCall("Connect", connects + 1));  // though it has not been heard
+  }
+}
+
+TEST_F(LinkTest, RequestAfterACancelDoesNotPause) {
+  options.retryFirst = options.retryMost = 1h;
+  startAll();
+  const auto tag = find();
+  failConnect(1, kFailed, "le-connection-abort-by-local");
+  central->connectPeripheral(tag);
+  EXPECT_TRUE(waitFor([&] { return log->text.find("abort") != std::string::npos; }));
+  central->cancelPeripheralConnection(tag);
+  central->connectPeripheral(tag);
+  EXPECT_TRUE(waitForEvent("connected"));
+}
+
+TEST_F(LinkTest, AttemptThatThePowerEndsHoldsUpNoOther) {
+  startAll();
+  const auto tag = find();
+  bluez->on("Connect", [&](const kv::BusCall& call) { pending = call; });
+  central->connectPeripheral(tag);
+  EXPECT_TRUE(waitFor([&] { return pending.has_value(); }));
+  bluez->powerOff();
+  EXPECT_TRUE(waitForEvent("state 4"));
+  bluez->restore("Connect");
+  bluez->set(kHci, kAdapter, "Powered", true);
+  EXPECT_TRUE(waitForEvent("connected"));
+}
+
+TEST_F(LinkTest, DeviceThatIsForgottenWhileTheScanStopsIsWaitedFor) {
+  startAll();
+  const auto tag = find();
+  central->scanForPeripherals({}, /*allowDuplicates=*/true);
+  EXPECT_TRUE(waitForCall("StartDiscovery", 2));
+  bluez->on("StopDiscovery", [&](const kv::BusCall& call) {
+    bluez->restore("StopDiscovery");
+    bluez->remove(FakeBlueZ::devicePath(kTag));
+    bluez->answer(call);
+  });
+  central->connectPeripheral(tag);
+  EXPECT_TRUE(waitForCall("StartDiscovery", 3));
+  EXPECT_EQ(bluez->calls("Connect"), 0);
+  bluez->advertise(kTag, kFrame);
+  EXPECT_TRUE(waitForEvent("connected"));
+}
+
 TEST_F(LinkTest, LinkOfAnEarlierProcessIsAdopted) {
   startAll();
   const auto tag = find();
@@ -224,6 +293,7 @@ TEST_F(LinkTest, SlowDisconnectIsBounded) {
 }
 
 TEST_F(LinkTest, ConnectDuringASlowDisconnectWaitsForItsEnd) {
+  options.retryFirst = options.retryMost = 1h;  // it is no failure
   startAll();
   const auto tag = link();
   bluez->on("Disconnect", [&](const kv::BusCall& call) { pending = call; });
@@ -241,13 +311,19 @@ TEST_F(LinkTest, OneAttemptAtATime) {
   startAll();
   const auto first = find(kTag);
   const auto second = find(kOtherTag);
+  EXPECT_TRUE(waitForCall("StopDiscovery", 2));
+  const auto third = find("AA:00:00:00:00:03");
   std::vector<kv::BusCall> attempts;
   bluez->on("Connect", [&](const kv::BusCall& call) { attempts.push_back(call); });
   central->connectPeripheral(first);
+  central->connectPeripheral(third);
   central->connectPeripheral(second);
   central->connectPeripheral(second);  // joins
   EXPECT_TRUE(waitFor([&] { return attempts.size() == 1; }));
   EXPECT_EQ(FakeBlueZ::addressOf(attempts[0]), kTag);
+  central->cancelPeripheralConnection(third);  // which has not had its turn
+  EXPECT_TRUE(waitForEvent("disconnected"));
+  takeEvents();
   bluez->answer(attempts[0]);
   EXPECT_TRUE(waitFor([&] { return attempts.size() == 2; }));
   bluez->answer(attempts[1]);

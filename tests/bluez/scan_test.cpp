@@ -188,6 +188,24 @@ TEST_F(ScanTest, PowerOffEndsTheScanForGood) {
   EXPECT_TRUE(waitForCall("StartDiscovery", 2));
 }
 
+TEST_F(ScanTest, StartThatThePowerEndsIsForgotten) {
+  timing.scanRetryFirst = timing.scanRetryMost = 1h;
+  startAll();
+  std::optional<kv::BusCall> pending;
+  bluez->on("StartDiscovery", [&](const kv::BusCall& call) { pending = call; });
+  startScan();
+  EXPECT_TRUE(waitFor([&] { return pending.has_value(); }));
+  bluez->powerOff();
+  EXPECT_TRUE(waitForEvent("state 4"));
+  pending->fail("org.bluez.Error.NotReady", "Resource Not Ready");
+  bluez->restore("StartDiscovery");
+  bluez->set(kHci, kAdapter, "Powered", true);
+  takeEvents();
+  EXPECT_TRUE(waitForEvent("state 5"));
+  startScan();
+  EXPECT_TRUE(waitForCall("StartDiscovery", 2));
+}
+
 TEST_F(ScanTest, StalledScanIsStartedAnew) {
   options.scanWatchdog = 40ms;
   startAll();

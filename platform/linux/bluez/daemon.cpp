@@ -131,7 +131,6 @@ void Daemon::load() {
 
 void Daemon::loaded(const BusMessage& reply, const BusFault& error) {
   if (!error) {
-    tree_.clear();
     tree_.load(reply.get());
     setState(State::Ready);
     return;

@@ -49,10 +49,7 @@ void Link::attemptConnect() {
 void Link::connectAnswered(const BusFault& error) {
   connectCall_.reset();
   const Fault fault = classify(error);
-  if (phase_ == Phase::Ending) {
-    if (!deviceConnected()) ended();
-    return;
-  }
+  if (phase_ == Phase::Ending && !deviceConnected()) ended();
   if (phase_ != Phase::Connecting) return;
   if (error) explain(fault, *error);
   if (fault == Fault::WrongBearer) preferLowEnergy();
@@ -178,7 +175,6 @@ void Link::becomeUp() {
   session_ = std::make_shared<GattSession>(context_, peripheral_, devicePath_,
                                            [this](GattSession::Broken why) { giveUpLink(why); });
   reportDown_ = true;
-  downError_.reset();
   host_.reportConnected(*this);
 }
 

@@ -40,7 +40,7 @@ HciSockets::Address addressBytes(std::string_view text) {
   if (text.size() != 17) return bytes;
   const char* digits = text.data();
   for (auto byte = bytes.rbegin(); byte != bytes.rend(); ++byte, digits += 3) {
-    std::from_chars(digits, digits + 2, *byte, 16);
+    std::from_chars(digits, text.data() + text.size(), *byte, 16);
   }
   return bytes;
 }
@@ -60,7 +60,6 @@ LiveRssi::~LiveRssi() { reset(); }
 void LiveRssi::reset() {
   queries_.clear();
   busy_ = false;
-  limit_.cancel();
   watch_.reset();
   socket_ = OwnedFd();
   channel_ = Channel::None;
@@ -111,7 +110,7 @@ void LiveRssi::next() {
   limit_.set(context_.timing.rssi, [this] { answer(std::nullopt); });
   const bool sent =
       channel_ == Channel::Raw ? sendRaw(queries_.front()) : sendManagement(queries_.front());
-  if (!sent) limit_.set(std::chrono::nanoseconds(0), [this] { answer(std::nullopt); });
+  if (!sent) limit_.set({}, [this] { answer(std::nullopt); });
 }
 
 bool LiveRssi::sendRaw(Query& query) {
@@ -137,28 +136,21 @@ bool LiveRssi::sendManagement(const Query& query) {
          static_cast<ssize_t>(command.size());
 }
 
+// Takes one packet: the watch calls again for what is left.
 void LiveRssi::receive() {
   std::array<std::uint8_t, 512> buffer{};
-  for (;;) {
-    const ssize_t size = recv(socket_.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
-    if (size > 0) {
-      bool ours = false;
-      const auto rssi = parse(KVBytes(buffer.data(), static_cast<std::size_t>(size)), ours);
-      if (ours && busy_ && channel_ == Channel::Management &&
-          buffer[kManageStatusAt] == kManagePermissionDenied) {
-        giveUp("this process may neither use a raw Bluetooth socket nor manage the adapter");
-        return;
-      }
-      if (ours && busy_) {
-        answer(rssi);
-        return;  // the watch calls again for what is left
-      }
-    } else if (size < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)) {
-      return;
-    } else {
-      reset();  // the adapter has gone; a later reading opens the socket anew
-      return;
-    }
+  const ssize_t size = recv(socket_.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
+  if (size <= 0) {
+    reset();  // the adapter has gone; a later reading opens the socket anew
+    return;
+  }
+  bool ours = false;
+  const auto rssi = parse(KVBytes(buffer.data(), static_cast<std::size_t>(size)), ours);
+  if (!ours) return;
+  if (channel_ == Channel::Management && buffer[kManageStatusAt] == kManagePermissionDenied) {
+    giveUp("this process may neither use a raw Bluetooth socket nor manage the adapter");
+  } else {
+    answer(rssi);
   }
 }
 
@@ -179,15 +171,15 @@ std::optional<std::int64_t> LiveRssi::parse(KVBytes packet, bool& ours) const {
   // Event (2), adapter (2), length (2), command (2), status, and for this command: address (6), its
   // type, RSSI, transmit powers (2).
   constexpr std::size_t kHeader = 9;
+  constexpr std::size_t kRssiAt = 16;
   const std::uint16_t event = packet.size() >= kHeader ? wordAt(packet, 0) : 0;
   ours = (event == kManageComplete || event == kManageStatus) &&
          wordAt(packet, 6) == kManageConnectionInfo;
-  if (!ours || packet[kManageStatusAt] != 0 || packet.size() < kHeader + 8) return std::nullopt;
-  return known(packet[16]);
+  if (!ours || packet[kManageStatusAt] != 0 || packet.size() <= kRssiAt) return std::nullopt;
+  return known(packet[kRssiAt]);
 }
 
 void LiveRssi::answer(std::optional<std::int64_t> rssi) {
-  limit_.cancel();
   busy_ = false;
   if (!queries_.empty()) {
     const auto answered = std::move(queries_.front().answered);

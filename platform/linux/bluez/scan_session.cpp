@@ -36,21 +36,10 @@ ScanSession::ScanSession(Context& context)
 void ScanSession::setAdapter(const std::string& path) {
   if (path == adapter_) return;
   adapter_ = path;
-  enter(Phase::Off);
+  phase_ = Phase::Off;
   failures_ = 0;
-  discovering_ = false;
-  filterCall_.reset();
   call_.reset();
-  retry_.cancel();
-  tellHalted();
   reconcile();
-}
-
-void ScanSession::enter(Phase phase) {
-  phase_ = phase;
-  if (phase == Phase::On) return;
-  watchdog_.cancel();
-  gap_.cancel();
 }
 
 void ScanSession::setWanted(bool wanted) {
@@ -62,7 +51,7 @@ void ScanSession::pause(bool halt, std::function<void()> halted) {
   paused_ = halt;
   halted_ = std::move(halted);
   if (phase_ == Phase::Off || !halt) {
-    haltLimit_.set(std::chrono::nanoseconds(0), [this] { tellHalted(); });
+    haltLimit_.set({}, [this] { tellHalted(); });
   } else {
     haltLimit_.set(context_.timing.scanStop, [this] { tellHalted(); });
   }
@@ -93,7 +82,7 @@ void ScanSession::reconcile() {
 }
 
 void ScanSession::start() {
-  enter(Phase::Starting);
+  phase_ = Phase::Starting;
   BusMessage filter =
       context_.daemon->methodCall(adapter_, bluez::kAdapter, bluez::kSetDiscoveryFilter);
   if (filter) appendFilter(filter.get());
@@ -110,7 +99,7 @@ void ScanSession::start() {
 
 void ScanSession::started(const BusFault& error) {
   if (!error) {
-    enter(Phase::On);
+    phase_ = Phase::On;
     failures_ = 0;
     watch();
     reconcile();
@@ -125,7 +114,7 @@ void ScanSession::started(const BusFault& error) {
   // has left behind: that one is ended first.
   context_.daemon->send(
       context_.daemon->methodCall(adapter_, bluez::kAdapter, bluez::kStopDiscovery));
-  enter(Phase::Off);
+  phase_ = Phase::Off;
   tellHalted();
   const auto pause = std::min(context_.timing.scanRetryFirst * (1 << std::min(failures_ - 1, 10)),
                               context_.timing.scanRetryMost);
@@ -133,7 +122,7 @@ void ScanSession::started(const BusFault& error) {
 }
 
 void ScanSession::stop() {
-  enter(Phase::Stopping);
+  phase_ = Phase::Stopping;
   // Whatever the answer is, there is no session of ours afterwards.
   call_ = context_.daemon->call(
       context_.daemon->methodCall(adapter_, bluez::kAdapter, bluez::kStopDiscovery),
@@ -141,7 +130,7 @@ void ScanSession::stop() {
 }
 
 void ScanSession::stopped() {
-  enter(Phase::Off);
+  phase_ = Phase::Off;
   tellHalted();
   reconcile();
 }

@@ -41,7 +41,6 @@ class ScanSession {
  private:
   enum class Phase { Off, Starting, On, Stopping };
 
-  void enter(Phase phase);
   void reconcile();
   void start();
   void started(const BusFault& error);
