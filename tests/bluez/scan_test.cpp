@@ -107,16 +107,41 @@ TEST_F(ScanTest, StopThatFailsCountsAsStopped) {
 TEST_F(ScanTest, BusyAdapterIsTriedAgain) {
   timing.scanRetryFirst = 5ms;
   startAll();
-  int refusals = 3;
+  int refusals = 0;
+  bool powerOff = false;
   bluez->on("StartDiscovery", [&](const kv::BusCall& call) {
-    if (refusals-- > 0) {
-      call.fail("org.bluez.Error.InProgress", "Operation already in progress");
-    } else {
+    if (refusals-- <= 0) {
       bluez->answer(call);
+      return;
     }
+    call.fail("org.bluez.Error.InProgress", "Operation already in progress");
+    if (refusals == 0 && powerOff) bluez->set(kHci, kAdapter, "Powered", false);
   });
+  int calls = 0;
+  for (const bool off : {false, true, false}) {  // two in a row are not worth a word
+    powerOff = off;
+    refusals = 2;
+    startScan();
+    calls += off ? 2 : 3;
+    EXPECT_TRUE(waitForCall("StartDiscovery", calls));
+    if (off) {
+      EXPECT_TRUE(waitForEvent("state 4"));
+      takeEvents();
+      bluez->set(kHci, kAdapter, "Powered", true);
+      EXPECT_TRUE(waitForEvent("state 5"));
+    } else {
+      bluez->advertise(kTag, kFrame);
+      EXPECT_TRUE(waitForEvent("found"));
+      const int stops = bluez->calls("StopDiscovery");
+      central->stopScan();
+      EXPECT_TRUE(waitForCall("StopDiscovery", stops + 1));
+    }
+    takeEvents();
+  }
+  EXPECT_EQ(log->text.find("busy or failing"), std::string::npos);
+  refusals = 3;
   startScan();
-  EXPECT_TRUE(waitForCall("StartDiscovery", 4));
+  EXPECT_TRUE(waitForCall("StartDiscovery", calls + 4));
   bluez->advertise(kTag, kFrame);
   EXPECT_TRUE(waitForEvent("found"));
   EXPECT_NE(log->text.find("busy or failing"), std::string::npos);
@@ -197,11 +222,12 @@ TEST_F(ScanTest, StartThatThePowerEndsIsForgotten) {
   EXPECT_TRUE(waitFor([&] { return pending.has_value(); }));
   bluez->powerOff();
   EXPECT_TRUE(waitForEvent("state 4"));
-  pending->fail("org.bluez.Error.NotReady", "Resource Not Ready");
   bluez->restore("StartDiscovery");
   bluez->set(kHci, kAdapter, "Powered", true);
   takeEvents();
   EXPECT_TRUE(waitForEvent("state 5"));
+  pending->fail("org.bluez.Error.NotReady", "Resource Not Ready");
+  queue->runFor(5ms);
   startScan();
   EXPECT_TRUE(waitForCall("StartDiscovery", 2));
 }

@@ -103,8 +103,8 @@ void CentralCore::setAdapter(const std::string& pathWhenOn) {
     rssi_.reset();
     for (const auto& [address, link] : links_) link->adapterLost();
   }
-  updateScan();
   scan_.setAdapter(adapterOn_);
+  updateScan();
   if (!adapterOn_.empty()) {
     for (const auto& [address, link] : links_) link->adapterOn();
   }

@@ -39,7 +39,6 @@ void ScanSession::setAdapter(const std::string& path) {
   phase_ = Phase::Off;
   failures_ = 0;
   call_.reset();
-  reconcile();
 }
 
 void ScanSession::setWanted(bool wanted) {

@@ -19,7 +19,8 @@ class ScanSession {
  public:
   explicit ScanSession(Context& context);
 
-  /// The adapter that is on now; empty when there is none, which ends discovery without a word.
+  /// The adapter that is on now; empty when there is none. Ends discovery without a word; whether
+  /// it is wanted on this one must be told afterwards.
   void setAdapter(const std::string& path);
 
   /// Whether discovery is wanted.
