@@ -71,7 +71,7 @@ void ObjectTree::readInterfaces(sd_bus_message* message, const std::string& path
   if (!enter(message, 'a', "{sa{sv}}")) return;
   while (enter(message, 'e', "sa{sv}")) {
     const std::string interface = readText(message);
-    if (!isSignal) listed_.insert(path + ' ' + interface);
+    if (!isSignal) listed_.insert(std::string(path).append(" ").append(interface));
     if (interface == bluez::kAdapter) {
       AdapterObject& adapter = adapters_.try_emplace(path).first->second;
       adapter.path = path;

@@ -75,6 +75,7 @@ void buildTable(Exported& exported) {
 // A null-terminated list of C strings, as sd-bus takes them.
 std::vector<char*> stringList(const std::vector<std::string>& strings) {
   std::vector<char*> list;
+  list.reserve(strings.size() + 1);
   for (const auto& text : strings) list.push_back(const_cast<char*>(text.c_str()));
   list.push_back(nullptr);
   return list;
