@@ -134,6 +134,7 @@ TEST_F(LiveRssiTest, PacketsForOthersAndFragmentsArePassedOver) {
 }
 
 TEST_F(LiveRssiTest, ReadingsAreMadeOneAfterTheOther) {
+  context.timing.rssi = 1h;
   std::vector<std::string> answers;
   for (const char* const name : {"first", "second"}) {
     rssi.read("/org/bluez/hci1", kTag, /*randomAddress=*/true, [&answers, name](auto value) {
