@@ -16,7 +16,8 @@ constexpr std::array<std::string_view, 6> kStateNames{"Unknown",     "Resetting"
 
 std::string_view stateName(std::int64_t state) {
   const auto index = static_cast<std::uint64_t>(state);
-  return index < kStateNames.size() ? kStateNames[index] : kStateNames.front();
+  return index < kStateNames.size() ? kStateNames[static_cast<std::size_t>(index)]
+                                    : kStateNames.front();
 }
 
 // What a tracker's state becomes at a power-on during a scan: unknown, until the tag is heard

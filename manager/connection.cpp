@@ -17,7 +17,7 @@ constexpr std::array<std::string_view, 4> kLinkNames{"Disconnect", "Connecting",
 
 std::string_view linkName(std::int64_t state) {
   const auto index = static_cast<std::uint64_t>(state);
-  return index < kLinkNames.size() ? kLinkNames[index] : "(null)";
+  return index < kLinkNames.size() ? kLinkNames[static_cast<std::size_t>(index)] : "(null)";
 }
 
 std::shared_ptr<KVPeripheral> peripheralOf(const std::shared_ptr<KVTracker>& tracker) {
