@@ -4,10 +4,10 @@
 #include <csignal>
 #include <variant>
 
-#include "apps/kvfob/console.h"
-#include "apps/kvfob/options.h"
-#include "apps/kvfob/run.h"
-#include "apps/kvfob/signals.h"
+#include "apps/kvfob/cli/options.h"
+#include "apps/kvfob/commands/run.h"
+#include "apps/kvfob/terminal/console.h"
+#include "apps/kvfob/terminal/signals.h"
 
 int main(int argc, char** argv) {
   using namespace kvfob;

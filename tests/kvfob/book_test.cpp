@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: The KVFobLink authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "apps/kvfob/book.h"
+#include "apps/kvfob/book/book.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "KVFobLink/KVCommonTool.h"
+#include "apps/kvfob/base/text.h"
 #include "apps/kvfob/decode/exchange.h"
-#include "apps/kvfob/text.h"
 #include "protocol/token.h"
 
 namespace kvfob {

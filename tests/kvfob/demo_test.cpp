@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: The KVFobLink authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "apps/kvfob/demo.h"
+#include "apps/kvfob/demo/demo.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 #include <functional>
 #include <sstream>
 
-#include "apps/kvfob/radio.h"
+#include "apps/kvfob/radio/radio.h"
 
 namespace kvfob {
 namespace {

@@ -1,14 +1,14 @@
 // SPDX-FileCopyrightText: The KVFobLink authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "apps/kvfob/listing.h"
+#include "apps/kvfob/scan/listing.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "KVFobLink/KVTrackerCollections.h"
-#include "apps/kvfob/terminal/scan_view.h"
-#include "apps/kvfob/terminal/watch_view.h"
+#include "apps/kvfob/scan/scan_view.h"
+#include "apps/kvfob/watch/watch_view.h"
 
 namespace kvfob {
 namespace {

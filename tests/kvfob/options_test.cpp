@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: The KVFobLink authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "apps/kvfob/options.h"
+#include "apps/kvfob/cli/options.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: The KVFobLink authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "apps/kvfob/password.h"
+#include "apps/kvfob/terminal/password.h"
 
 #include <gtest/gtest.h>
 

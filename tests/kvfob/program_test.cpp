@@ -6,7 +6,7 @@
 
 #include <csignal>
 
-#include "apps/kvfob/exit_code.h"
+#include "apps/kvfob/base/exit_code.h"
 #include "tests/kvfob/child.h"
 
 namespace kvfob {

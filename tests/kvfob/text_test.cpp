@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: The KVFobLink authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "apps/kvfob/text.h"
+#include "apps/kvfob/base/text.h"
 
 #include <gtest/gtest.h>
 

@@ -11,10 +11,10 @@
 
 #include "KVFobLink/KVCommonTool.h"
 #include "KVFobLink/KVUtils.h"
+#include "apps/kvfob/base/text.h"
 #include "apps/kvfob/decode/btsnoop.h"
 #include "apps/kvfob/decode/exchange.h"
 #include "apps/kvfob/decode/hci.h"
-#include "apps/kvfob/text.h"
 
 namespace kvfob {
 namespace {

@@ -8,8 +8,8 @@
 #include <istream>
 #include <string>
 
-#include "apps/kvfob/console.h"
-#include "apps/kvfob/exit_code.h"
+#include "apps/kvfob/base/exit_code.h"
+#include "apps/kvfob/terminal/console.h"
 
 namespace kvfob {
 

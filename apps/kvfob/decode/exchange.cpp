@@ -6,8 +6,8 @@
 #include <algorithm>
 
 #include "KVFobLink/KVCommonTool.h"
+#include "apps/kvfob/base/text.h"
 #include "apps/kvfob/decode/byte_reader.h"
-#include "apps/kvfob/text.h"
 #include "protocol/block.h"
 #include "protocol/commands.h"
 #include "protocol/frame.h"

@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-#include "apps/kvfob/text.h"
+#include "apps/kvfob/base/text.h"
 
 namespace kvfob {
 namespace {

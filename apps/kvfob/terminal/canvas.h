@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "apps/kvfob/console.h"
+#include "apps/kvfob/terminal/console.h"
 
 namespace kvfob {
 

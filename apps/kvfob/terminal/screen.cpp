@@ -17,7 +17,7 @@
 #include <string_view>
 #include <utility>
 
-#include "apps/kvfob/loop.h"
+#include "apps/kvfob/terminal/loop.h"
 
 namespace kvfob {
 namespace {

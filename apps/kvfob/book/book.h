@@ -1,0 +1,64 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
+/// What the program remembers of the user's tags between its runs.
+#ifndef APPS_KVFOB_BOOK_BOOK_H
+#define APPS_KVFOB_BOOK_BOOK_H
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "apps/kvfob/base/exit_code.h"
+#include "apps/kvfob/base/secret.h"
+#include "apps/kvfob/cli/options.h"
+
+namespace kvfob {
+
+/// A tag that was bound. A simulated one is never taken for a real one, so the radio is part of
+/// what it is known by.
+struct BookEntry {
+  RadioKind radio = RadioKind::BlueZ;
+  std::string address;
+  std::string name;  ///< The user's; empty for none.
+  Secret password;   ///< Empty unless the user asked to keep it.
+};
+
+/// The file `kvfob/tags` in the folder for state ($XDG_STATE_HOME, else ~/.local/state). It is a
+/// text with one tag a line: radio, address, name and password in hexadecimal, with tabs between
+/// them. Only its owner can read it.
+class Book {
+ public:
+  /// Reads the file; one that is not there is an empty book. A file that others may read, and a
+  /// line that is not understood, are errors: nothing is guessed and nothing is lost.
+  static std::variant<Book, Outcome> read();
+
+  const std::vector<BookEntry>& entries() const { return entries_; }
+
+  /// The tag that the user means by its address or by its name; null if there is none.
+  const BookEntry* find(RadioKind radio, std::string_view tag) const;
+
+  /// The user's name for an address; empty for none.
+  std::string nameOf(RadioKind radio, std::string_view address) const;
+
+  /// Reads the file, changes it and writes it, with no other process in between. It is replaced as
+  /// a whole or not at all, and left as it is when `change` fails.
+  static Outcome update(const std::function<Outcome(std::vector<BookEntry>& entries)>& change);
+
+ private:
+  std::vector<BookEntry> entries_;
+};
+
+/// "bluez" or "sim".
+std::string_view radioName(RadioKind radio);
+
+/// Why a text cannot be a tag's name; nothing when it can. 1 to 32 bytes, no control characters, no
+/// leading "-", and no address.
+std::optional<std::string> wrongName(std::string_view name);
+
+}  // namespace kvfob
+
+#endif  // APPS_KVFOB_BOOK_BOOK_H

@@ -1,0 +1,100 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "apps/kvfob/cli/manual.h"
+
+#include <algorithm>
+#include <cctype>
+#include <sstream>
+
+#include "KVFobLink/KVVersion.h"
+
+namespace kvfob {
+namespace {
+
+// As text that the formatter leaves alone.
+std::string escaped(const std::string& text) {
+  std::string result;
+  for (const char c : text) {
+    if (c == '\\') {
+      result += "\\e";
+    } else if (c == '-') {
+      result += "\\-";
+    } else {
+      result += c;
+    }
+  }
+  if (!result.empty() && (result.front() == '.' || result.front() == '\'')) result.insert(0, "\\&");
+  return result;
+}
+
+std::string upper(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+  return text;
+}
+
+// "--radio bluez|sim", or the name of a positional with its words.
+std::string nameOf(const CLI::Option& option) {
+  std::string text =
+      "\\fB" + escaped(option.get_name(/*positional=*/option.get_positional())) + "\\fR";
+  if (!option.get_type_name().empty()) text += " \\fI" + escaped(option.get_type_name()) + "\\fR";
+  return text;
+}
+
+std::string optionsOf(const CLI::App& app, const CLI::App* without) {
+  std::string text;
+  for (const auto* option : app.get_options()) {
+    // What every command takes is told once.
+    const bool common =
+        without != nullptr && !option->get_positional() &&
+        without->get_option_no_throw("--" + option->get_lnames().front()) != nullptr;
+    if (common) continue;
+    text += ".TP\n" + nameOf(*option) + "\n" + escaped(option->get_description()) + "\n";
+  }
+  return text;
+}
+
+std::string commandsOf(const CLI::App& app) {
+  std::string text;
+  for (const auto* sub : app.get_subcommands([](const CLI::App*) { return true; })) {
+    text += ".SS " + sub->get_name();
+    for (const auto* option : sub->get_options()) {
+      if (option->get_positional()) text += " " + option->get_name(/*positional=*/true);
+    }
+    text += "\n" + escaped(sub->get_description()) + ".\n" + optionsOf(*sub, &app);
+  }
+  return text;
+}
+
+// The help's last part: a line that ends with a colon begins a section, the rest stands as it is.
+std::string sectionsOf(const std::string& footer) {
+  std::string text;
+  bool open = false;
+  std::istringstream lines(footer);
+  for (std::string line; std::getline(lines, line);) {
+    const bool heading = !line.empty() && line.front() != ' ' && line.back() == ':';
+    if (!heading && open) {
+      text += escaped(line) + "\n";
+    } else if (heading) {
+      line.pop_back();
+      text += std::string(open ? ".fi\n" : "") + ".SH " + upper(line) + "\n.nf\n";
+      open = true;
+    }
+  }
+  return open ? text + ".fi\n" : text;
+}
+
+}  // namespace
+
+std::string manualPage(const CLI::App& app) {
+  const std::string version(reinterpret_cast<const char*>(KVFobLinkVersionString));
+  return ".TH KVFOB 1 \"\" \"" + version + "\" \"User Commands\"\n" + ".SH NAME\nkvfob \\- " +
+         escaped("find and drive key-finder tags over Bluetooth Low Energy") +
+         "\n.SH SYNOPSIS\n.B kvfob\n.RI [ options ] \" command \" [ arguments ]\n" +
+         ".SH DESCRIPTION\n" + escaped(app.get_description()) + "\n" + ".SH OPTIONS\n" +
+         optionsOf(app, nullptr) + ".SH COMMANDS\n" + commandsOf(app) +
+         sectionsOf(app.get_footer());
+}
+
+}  // namespace kvfob

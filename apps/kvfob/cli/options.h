@@ -1,0 +1,86 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
+/// The command line.
+#ifndef APPS_KVFOB_CLI_OPTIONS_H
+#define APPS_KVFOB_CLI_OPTIONS_H
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <variant>
+
+#include "apps/kvfob/base/exit_code.h"
+
+namespace kvfob {
+
+enum class Command {
+  Demo,
+  Scan,
+  Bind,
+  Ring,
+  Silence,
+  Alert,
+  Delay,
+  Distance,
+  Unbind,
+  Watch,
+  Tag,
+  Decode,
+  List,
+  Rename,
+  Forget,
+  Doctor,
+  Completion,
+  Manual
+};
+enum class RadioKind { Sim, BlueZ };
+enum class ColorMode { Automatic, Always, Never };
+enum class LogLevel { Off, Radio, All };
+enum class Shell { Bash, Zsh, Fish };
+enum class SortBy { Address, Rssi, Battery, Name, Heard };
+
+struct Options {
+  Command command = Command::Demo;
+  RadioKind radio = RadioKind::BlueZ;
+  ColorMode color = ColorMode::Automatic;
+  std::string adapter = {};  ///< As KVBlueZOptions takes it.
+  std::chrono::milliseconds timeout{30'000};
+  LogLevel log = LogLevel::Off;
+  std::uint64_t seed = 1;  ///< Of the simulated radio.
+
+  std::string tag = {};                                    ///< As the user wrote it.
+  std::optional<std::chrono::milliseconds> duration = {};  ///< Absent: until a signal.
+  bool json = false;
+  SortBy sort = SortBy::Rssi;  ///< Of `scan`.
+  bool instant = false;        ///< Of `demo`: with a virtual clock.
+  bool on = false;             ///< Of `alert`.
+  std::int64_t delay = 0;      ///< Of `delay`.
+  std::uint64_t level = 0;     ///< Of `distance`, a KVDistance.
+  std::string passwordFile = {};
+
+  // Of `bind`, `rename` and `list`.
+  std::string name = {};
+  bool savePassword = false;
+  bool names = false;
+
+  Shell shell = Shell::Bash;  ///< Of `completion`.
+
+  // Of `decode`.
+  std::string file = {};
+  bool showSecrets = false;
+
+  // Of `tag`.
+  std::string address = {};  ///< Empty: the adapter's own.
+  int model = 1;
+  int battery = 100;
+};
+
+/// The options, or how the program ends without having done anything: help and the version are
+/// printed on standard output and end it with success.
+std::variant<Options, Outcome> parseOptions(int argc, const char* const* argv);
+
+}  // namespace kvfob
+
+#endif  // APPS_KVFOB_CLI_OPTIONS_H

@@ -1,0 +1,19 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
+#ifndef APPS_KVFOB_COMMANDS_RUN_H
+#define APPS_KVFOB_COMMANDS_RUN_H
+
+#include "apps/kvfob/base/exit_code.h"
+#include "apps/kvfob/cli/options.h"
+#include "apps/kvfob/terminal/console.h"
+#include "apps/kvfob/terminal/signals.h"
+
+namespace kvfob {
+
+/// Carries out a command.
+Outcome runCommand(const Options& options, const SignalFd& signals, Console& console);
+
+}  // namespace kvfob
+
+#endif  // APPS_KVFOB_COMMANDS_RUN_H

@@ -1,0 +1,81 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
+/// One run of the program against a radio.
+#ifndef APPS_KVFOB_RADIO_SESSION_H
+#define APPS_KVFOB_RADIO_SESSION_H
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "KVFobLink/KVFobLink.h"
+#include "apps/kvfob/base/exit_code.h"
+#include "apps/kvfob/terminal/console.h"
+#include "apps/kvfob/terminal/loop.h"
+
+namespace kvfob {
+
+/// Runs the event queue until a command has ended, and leaves the radio as it found it: the scan
+/// ended, the links dropped.
+class Session {
+ public:
+  using Duration = std::chrono::milliseconds;
+
+  /// Makes a manager on the platform in force, whose event queue `loop` runs.
+  Session(Loop& loop, Console& console);
+  ~Session();
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  KVTrackerManager& manager() { return *manager_; }
+  Console& console() { return console_; }
+  Loop& loop() { return loop_; }
+
+  /// Calls `ready` once the adapter is on. Without one that is, the run ends with `kNoAdapter`; an
+  /// adapter of which nothing is known may take up to `patience`, or ten seconds if that is less.
+  void whenOn(std::function<void()> ready, Duration patience = Duration::max());
+
+  /// From now on the run goes on when the adapter is switched off; the user is told.
+  void surviveAdapter() { adapterMayFail_ = true; }
+
+  /// Calls `task` after `delay`, unless the run has ended by then.
+  void after(Duration delay, std::function<void()> task);
+
+  /// Sees to it that this tag's link is dropped in the end.
+  void dropInTheEnd(std::shared_ptr<KVTracker> tracker);
+
+  /// Calls `task` as soon as the run has ended, before its links are dropped.
+  void atEnd(std::function<void()> task) { atEnd_ = std::move(task); }
+
+  /// Ends the run; only the first call counts.
+  void finish(Outcome outcome);
+
+  bool finished() const { return outcome_.has_value(); }
+
+  /// Runs until `finish`, or a signal, and returns how the run ended.
+  Outcome run();
+
+ private:
+  void adapterChanged();
+  void dropLinks();
+  bool linksDown() const;
+
+  Loop& loop_;
+  Console& console_;
+  std::shared_ptr<KVTrackerManager> manager_;
+  std::function<void()> ready_;
+  std::function<void()> atEnd_;
+  bool adapterMayFail_ = false;
+  bool on_ = false;
+  std::vector<std::shared_ptr<KVTracker>> trackers_;
+  std::optional<Outcome> outcome_;
+  const std::shared_ptr<const bool> alive_ = std::make_shared<const bool>(true);
+};
+
+}  // namespace kvfob
+
+#endif  // APPS_KVFOB_RADIO_SESSION_H
