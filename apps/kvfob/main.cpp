@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <csignal>
+#include <string>
 #include <variant>
 
 #include "apps/kvfob/cli/options.h"
@@ -11,15 +12,18 @@
 
 int main(int argc, char** argv) {
   using namespace kvfob;
-  const auto parsed = parseOptions(argc, argv);
+  std::string printed;
+  const auto parsed = parseOptions(argc, argv, printed);
   const auto* options = std::get_if<Options>(&parsed);
   auto console = Console::standard(options != nullptr ? options->color : ColorMode::Automatic);
   // A reader that goes away must not end the program before its links are dropped.
   std::signal(SIGPIPE, SIG_IGN);
   // Before any thread is made, so that all of them leave these to the loop.
   const SignalFd signals({SIGINT, SIGTERM, SIGHUP});
-  const auto outcome =
+  if (!printed.empty()) console.block(printed);
+  auto outcome =
       options != nullptr ? runCommand(*options, signals, console) : std::get<Outcome>(parsed);
+  if (outcome.code == kDone && !console.good()) outcome = console.outputLost();
   if (!outcome.message.empty()) console.note(outcome.message);
   return outcome.code;
 }

@@ -16,7 +16,8 @@ using namespace std::chrono_literals;
 
 std::variant<Options, Outcome> parse(std::vector<const char*> arguments) {
   arguments.insert(arguments.begin(), "kvfob");
-  return parseOptions(static_cast<int>(arguments.size()), arguments.data());
+  std::string printed;
+  return parseOptions(static_cast<int>(arguments.size()), arguments.data(), printed);
 }
 
 TEST(CommandLineTest, ReadsOptions) {

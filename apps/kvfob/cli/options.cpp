@@ -4,7 +4,7 @@
 #include "apps/kvfob/cli/options.h"
 
 #include <CLI/CLI.hpp>
-#include <iostream>
+#include <sstream>
 
 #include "apps/kvfob/cli/command_line.h"
 #include "apps/kvfob/cli/completion.h"
@@ -12,24 +12,27 @@
 
 namespace kvfob {
 
-std::variant<Options, Outcome> parseOptions(int argc, const char* const* argv) {
+std::variant<Options, Outcome> parseOptions(int argc, const char* const* argv,
+                                            std::string& printed) {
   Options options;
   const auto app = makeCommandLine(options);
   try {
     app->parse(argc, argv);
   } catch (const CLI::Success& success) {
-    app->exit(success, std::cout, std::cerr);
-    return Outcome{kDone, ""};
+    std::ostringstream text;
+    app->exit(success, text, text);
+    printed = text.str();
+    return Outcome();
   } catch (const CLI::ParseError& error) {
     return Outcome{kUsage, std::string(error.what()) + " (see kvfob --help)"};
   }
   if (options.command == Command::Completion) {
-    std::cout << completionScript(*app, options.shell) << std::flush;
-    return Outcome{kDone, ""};
+    printed = completionScript(*app, options.shell);
+    return Outcome();
   }
   if (options.command == Command::Manual) {
-    std::cout << manualPage(*app) << std::flush;
-    return Outcome{kDone, ""};
+    printed = manualPage(*app);
+    return Outcome();
   }
   return options;
 }

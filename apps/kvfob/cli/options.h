@@ -77,9 +77,10 @@ struct Options {
   int battery = 100;
 };
 
-/// The options, or how the program ends without having done anything: help and the version are
-/// printed on standard output and end it with success.
-std::variant<Options, Outcome> parseOptions(int argc, const char* const* argv);
+/// The options, or how the program ends without having done anything. What is asked for on standard
+/// output, such as help, is put into `printed`, and is a success once it has been written.
+std::variant<Options, Outcome> parseOptions(int argc, const char* const* argv,
+                                            std::string& printed);
 
 }  // namespace kvfob
 

@@ -63,8 +63,7 @@ Outcome AirRun::run() {
     return {kNoAdapter, reason.empty() ? "the Bluetooth service does not answer" : reason};
   }
   loop_.runUntil(ended);
-  if (loop_.signal() != 0) return {kSignal + loop_.signal(), ""};
-  return console_.good() ? Outcome{} : Outcome{kInternal, "cannot write the output"};
+  return loop_.signal() != 0 ? Outcome{kSignal + loop_.signal(), ""} : Outcome();
 }
 
 void AirRun::stateChanged(kvsim::AirState state, const std::string& reason) {

@@ -64,7 +64,7 @@ Outcome list(const Options& options, Console& console) {
                    (entry.password.text().empty() ? "asked for" : "saved"));
     }
   }
-  return console.good() ? Outcome() : Outcome{kInternal, "cannot write the output"};
+  return {};
 }
 
 Outcome rename(const Options& options) {

@@ -60,7 +60,6 @@ Outcome runDoctor(const Options& options, const SignalFd& signals, Console& cons
       });
   loop.runUntil([&] { return done || loop.signal() != 0; });
   if (!done) return {kSignal + loop.signal(), ""};
-  if (!console.good()) return {kInternal, "cannot write the output"};
   if (!problem.empty()) return {kNoAdapter, "Bluetooth cannot be used: " + problem};
   return {};
 }

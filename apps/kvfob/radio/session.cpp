@@ -114,8 +114,9 @@ bool Session::linksDown() const {
 }
 
 Outcome Session::run() {
-  loop_.runUntil([this] { return finished() || loop_.signal() != 0; });
-  if (!finished()) finish({kSignal + loop_.signal(), ""});
+  loop_.runUntil([this] { return finished() || loop_.signal() != 0 || !console_.good(); });
+  if (loop_.signal() != 0) finish({kSignal + loop_.signal(), ""});
+  if (!console_.good()) finish(console_.outputLost());
   if (const auto task = std::exchange(atEnd_, {})) task();
   dropLinks();
   loop_.runUntil([this] { return linksDown(); }, kDropPatience);

@@ -63,7 +63,6 @@ Outcome Scan::run() {
   // What was found until Ctrl-C is shown all the same.
   if (outcome.code == kNoAdapter) return outcome;
   options_.json ? writeJson() : writeTable();
-  if (!session_.console().good()) return {kInternal, "cannot write the output"};
   return outcome;
 }
 

@@ -3,8 +3,11 @@
 
 #include "apps/kvfob/terminal/console.h"
 
+#include <string.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <iostream>
 
@@ -57,9 +60,17 @@ std::string Console::styled(Style style, std::string_view text) const {
   return color_ ? paint(style, text) : std::string(text);
 }
 
-void Console::line(std::string_view text) { out_ << text << '\n' << std::flush; }
+void Console::line(std::string_view text) { block(std::string(text).append("\n")); }
 
-void Console::block(std::string_view lines) { out_ << lines << std::flush; }
+void Console::block(std::string_view lines) {
+  errno = 0;
+  if (!(out_ << lines << std::flush) && error_ == 0) error_ = errno != 0 ? errno : EIO;
+}
+
+Outcome Console::outputLost() const {
+  if (error_ == EPIPE) return {kSignal + SIGPIPE, ""};
+  return {kInternal, std::string("cannot write the output: ") + strerror(error_)};
+}
 
 void Console::note(std::string_view text) {
   if (taker_) return taker_(text);

@@ -11,6 +11,7 @@
 #include <string_view>
 #include <utility>
 
+#include "apps/kvfob/base/exit_code.h"
 #include "apps/kvfob/cli/options.h"
 
 namespace kvfob {
@@ -51,11 +52,16 @@ class Console {
   /// Whether the output still takes what is written.
   bool good() const { return out_.good(); }
 
+  /// How a run ends whose output takes no more: like one that SIGPIPE ended if its reader went
+  /// away, which is no error that anybody wants to read about.
+  Outcome outputLost() const;
+
  private:
   std::ostream& out_;
   std::ostream& err_;
   bool color_;
   bool live_;
+  int error_ = 0;  // errno of the first write that failed
   std::function<void(std::string_view)> taker_;
 };
 
