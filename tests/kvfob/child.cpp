@@ -16,6 +16,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 #include <utility>
 
 namespace kvfob {
@@ -66,15 +67,42 @@ class Scratch {
   std::FILE* file_ = std::tmpfile();
 };
 
+// In a process of its own: runs the program as a job in the foreground, and ends as that does.
+void becomeShell(const std::vector<char*>& arguments) {
+  std::signal(SIGTTOU, SIG_IGN);
+  sigset_t awaited;
+  sigemptyset(&awaited);
+  sigaddset(&awaited, SIGUSR1);
+  sigprocmask(SIG_BLOCK, &awaited, nullptr);
+  const pid_t job = fork();
+  setpgid(job, job);
+  if (job == 0) {
+    tcsetpgrp(STDIN_FILENO, getpid());
+    std::signal(SIGTTOU, SIG_DFL);
+    execv(arguments[0], arguments.data());
+    _exit(127);
+  }
+  int status = 0;
+  while (waitpid(job, &status, WUNTRACED) == job && WIFSTOPPED(status)) {
+    constexpr std::string_view kStopped = "[stopped]";
+    if (write(STDOUT_FILENO, kStopped.data(), kStopped.size()) < 0) break;
+    int number = 0;
+    sigwait(&awaited, &number);
+    kill(job, SIGCONT);
+  }
+  _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 127);
+}
+
 }  // namespace
 
-Child::Child(std::vector<std::string> arguments) {
+Child::Child(std::vector<std::string> arguments, bool jobs) {
   const auto pointers = argumentsOf(arguments);
   openpty(&terminal_, &keepOpen_, nullptr, nullptr, nullptr);
   pid_ = fork();
   if (pid_ == 0) {
     close(terminal_);
     login_tty(keepOpen_);
+    if (jobs) becomeShell(pointers);
     execv(pointers[0], pointers.data());
     _exit(127);
   }

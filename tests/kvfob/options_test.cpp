@@ -33,7 +33,7 @@ TEST(CommandLineTest, ReadsOptions) {
                                "on", "--adapter", "hci7", "--color", "never", "--log", "all"}));
   EXPECT_EQ(alert.command, Command::Alert);
   EXPECT_EQ(alert.radio, RadioKind::Sim);
-  EXPECT_EQ(alert.tag, "0A:1B:2C:3D:4E:5F");
+  EXPECT_EQ(alert.tags, std::vector<std::string>{"0A:1B:2C:3D:4E:5F"});
   EXPECT_TRUE(alert.on);
   EXPECT_EQ(alert.adapter, "hci7");
   EXPECT_EQ(alert.timeout, 5s);

@@ -20,20 +20,35 @@ TEST(ProgramTest, ExitStatuses) {
     const char* out;
     const char* err;
   } kCases[] = {
-      {{"ring", "0A:1B:2C:3D:4E:5F"}, "sesame", kDone, "0a1b2c3d4e5f: ringing", "simulated radio"},
-      {{"silence", "0a1b2c3d4e5f"}, "sesame", kDone, ": silent", "simulated radio"},
-      {{"alert", "0a1b2c3d4e5f", "on"}, "sesame", kDone, ": loss alert on", ""},
-      {{"delay", "0a1b2c3d4e5f", "7000"}, "sesame", kDone, ": loss delay 7000", ""},
-      {{"distance", "0a1b2c3d4e5f", "far"}, "sesame", kDone, ": loss distance far", ""},
-      {{"unbind", "0a1b2c3d4e5f"}, "sesame", kDone, ": unbound", ""},
-      {{"bind", "0a1b2c3d4e60"}, "mine", kDone, ": bound", ""},
-      {{"ring", "0a1b2c3d4e5f"}, "wrong", kRefused, "", "refused the password"},
+      {{"ring", "0A:1B:2C:3D:4E:5F", "--unlisted"},
+       "sesame",
+       kDone,
+       "0a1b2c3d4e5f: ringing",
+       "simulated radio"},
+      {{"silence", "0a1b2c3d4e5f", "--unlisted"}, "sesame", kDone, ": silent", "simulated radio"},
+      {{"alert", "0a1b2c3d4e5f", "on", "--unlisted"}, "sesame", kDone, ": loss alert on", ""},
+      {{"delay", "0a1b2c3d4e5f", "7000", "--unlisted"}, "sesame", kDone, ": loss delay 7000", ""},
+      {{"distance", "0a1b2c3d4e5f", "far", "--unlisted"},
+       "sesame",
+       kDone,
+       ": loss distance far",
+       ""},
+      {{"bind", "0a1b2c3d4e5f"}, "sesame", kDone, ": bound", ""},
+      {{"ring", "0a1b2c3d4e5f", "--unlisted"}, "wrong", kRefused, "", "refused the password"},
       {{"bind", "0a1b2c3d4e5f"}, "wrong", kRefused, "", "error password."},
-      {{"ring", "0a1b2c3d4eff", "--timeout", "300ms"}, "x", kNotFound, "", "was not heard"},
-      {{"ring", "0a1b2c3d4e5f"}, "far too long a password", kUsage, "", "1 to 13 bytes"},
-      {{"watch", "0a1b2c3d4e5f", "--for", "50ms"}, "sesame", kDone, "connected", ""},
-      {{"ring", "0a1b2c3d4e5f", "--timeout", "200ms"}, "x", kNoAdapter, "", "--radio sim"},
-      {{"ring", "0a1b"}, "", kUsage, "", "kvfob list"},
+      {{"ring", "0a1b2c3d4eff", "--timeout", "300ms", "--unlisted"},
+       "x",
+       kNotFound,
+       "",
+       "was not heard"},
+      {{"ring", "0a1b2c3d4e5f", "--unlisted"},
+       "far too long a password",
+       kBadInput,
+       "",
+       "1 to 13 bytes"},
+      {{"watch", "0a1b2c3d4e5f", "--for", "50ms", "--unlisted"}, "sesame", kDone, "connected", ""},
+      {{"ring", "0a1b2c3d4e5f", "--unlisted"}, "x", kNoAdapter, "", "--radio sim"},
+      {{"ring", "0a1b"}, "", kUnlisted, "", "kvfob list"},
       {{"scan", "--for", "500ms", "--color", "always"}, "", kDone, "0a1b2c3d4e61", ""},
       {{"doctor"}, "", kNoAdapter, "PROBLEM", "cannot be used"},
       {{"tag", "--adapter", "hci0", "--timeout", "200ms"}, "x", kNoAdapter, "", "bus"},
@@ -94,7 +109,7 @@ TEST(ProgramTest, DecodesFramesAndRefusesOtherInput) {
 }
 
 TEST(ProgramTest, NoTerminalToAskOn) {
-  const auto result = runProgram({"--radio", "sim", "ring", "0a1b2c3d4e5f"});
+  const auto result = runProgram({"--radio", "sim", "ring", "0a1b2c3d4e5f", "--unlisted"});
   EXPECT_EQ(result.status, kUsage);
   EXPECT_NE(result.err.find("--password-file"), std::string::npos);
 }
@@ -111,7 +126,7 @@ TEST(ProgramTest, ScanPrintsOneObjectALine) {
 
 TEST(ProgramTest, SignalsEndItOrderly) {
   for (const int number : {SIGINT, SIGTERM}) {
-    Child child({"--radio", "sim", "watch", "0a1b2c3d4e5f"});
+    Child child({"--radio", "sim", "watch", "0a1b2c3d4e5f", "--unlisted"});
     ASSERT_TRUE(child.awaitText("Password"));
     child.type("sesame\n");
     ASSERT_TRUE(child.awaitText("connected")) << child.output();

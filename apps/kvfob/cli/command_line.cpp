@@ -125,14 +125,20 @@ CLI::Option* addAddress(CLI::App& app, const std::string& name, const std::strin
 CLI::App& addCommand(CLI::App& app, Options& options, Command command, const std::string& name,
                      const std::string& help) {
   auto* sub = app.add_subcommand(name, help);
-  sub->callback([&options, command] { options.command = command; });
+  sub->callback([&options, command, name] {
+    options.command = command;
+    options.word = name;
+  });
   sub->footer("kvfob --help tells of radios, passwords and exit statuses, with examples.");
   addCommon(*sub, options);
   return *sub;
 }
 
+// One tag.
 void addTag(CLI::App& app, Options& options) {
-  app.add_option("TAG", options.tag, "The tag's address, or your name for it")
+  app.add_option_function<std::string>(
+         "TAG", [&](const std::string& tag) { options.tags = {tag}; },
+         "The tag's address, or your name for it")
       ->type_name("")
       ->required();
 }
@@ -153,11 +159,11 @@ void addName(CLI::App& app, const std::string& name, const std::string& help, Op
 CLI::App& addTagCommand(CLI::App& app, Options& options, Command command, const std::string& name,
                         const std::string& help) {
   auto& sub = addCommand(app, options, command, name, help);
-  addTag(sub, options);
   addPasswordFile(sub, options,
                   "Where the tag's password is (- for standard input); else the one that was "
                   "saved, or you are asked");
-  addTimeout(sub, options, "How long the whole of it may take (30s)");
+  addTimeout(sub, options, "How long it may take with each tag (30s)");
+  sub.add_flag("--json", options.json, "One JSON object a line and result");
   return sub;
 }
 
@@ -180,28 +186,71 @@ void addPlainCommands(CLI::App& app, Options& options) {
   decode.add_flag("--show-secrets", options.showSecrets, "Print keys and passwords, too");
 }
 
+// What is wrong with the tags that a command line names.
+void checkTags(const Options& options) {
+  if (options.tags.empty() && !options.all) throw CLI::RequiredError("TAG, or --all,");
+  if (!options.tags.empty() && options.all) throw CLI::ExcludesError("--all", "TAG");
+}
+
+// Several tags.
+void addTags(CLI::App& app, Options& options) {
+  app.add_option("TAG", options.tags, "Each tag's address, or your name for it")->type_name("");
+  app.add_flag("--all", options.all, "All tags of yours on this radio");
+  app.parse_complete_callback([&options] { checkTags(options); });
+}
+
+// `last` takes the last word: CLI11 gives a list all the words that there are.
+void takeLast(CLI::App& app, Options& options, CLI::Option* last) {
+  app.parse_complete_callback([&options, last] {
+    if (options.tags.empty()) throw CLI::RequiredError(last->get_name());
+    last->add_result(options.tags.back())->run_callback();
+    options.tags.pop_back();
+    checkTags(options);
+  });
+}
+
+void addUnlisted(CLI::App& app, Options& options) {
+  app.add_flag("--unlisted", options.unlisted,
+               "Also a tag that is not yours; it is bound with the password that you give, if "
+               "nobody has bound it");
+}
+
 void addTagCommands(CLI::App& app, Options& options) {
   auto& bind = addTagCommand(app, options, Command::Bind, "bind", "Bind a tag with a password");
+  addTag(bind, options);
   addName(bind, "--name", "What you will call it, in place of its address", options);
   bind.add_flag("--save-password", options.savePassword,
                 "Keep the password, readable by you only, so that you are not asked again");
-  addTagCommand(app, options, Command::Ring, "ring", "Ring a tag's bell");
-  addTagCommand(app, options, Command::Silence, "silence", "Silence a tag's bell");
-  auto& alert = addTagCommand(app, options, Command::Alert, "alert", "Switch a tag's loss alert");
-  addChoice(alert, "STATE", "What it shall be", kSwitch, options.on)->required();
-  auto& delay = addTagCommand(app, options, Command::Delay, "delay",
-                              "Set how long a tag waits after a loss before it alerts");
-  delay.add_option("N", options.delay, "0 to 7000, in the firmware's own unit")
-      ->check(CLI::Range(std::int64_t{0}, kDelayMost).description(""))
-      ->type_name("")
-      ->required();
-  auto& distance = addTagCommand(app, options, Command::Distance, "distance",
-                                 "Set how far a tag may be before it counts as lost");
-  addChoice(distance, "LEVEL", "How far", kLevels, options.level)->required();
-  addTagCommand(app, options, Command::Unbind, "unbind", "Remove a tag's password");
+  auto& unbind = addTagCommand(app, options, Command::Unbind, "unbind",
+                               "Unbind a tag: it forgets its password, and anybody can bind it");
+  addTags(unbind, options);
   auto& watch = addTagCommand(app, options, Command::Watch, "watch",
                               "Follow a tag's signal, link and button until Ctrl-C");
+  addTag(watch, options);
+  addUnlisted(watch, options);
   addDuration(watch, options, "How long to watch");
+}
+
+void addDeviceCommands(CLI::App& app, Options& options) {
+  const auto add = [&](Command command, const char* name, const char* help) -> CLI::App& {
+    auto& sub = addTagCommand(app, options, command, name, help);
+    addTags(sub, options);
+    addUnlisted(sub, options);
+    return sub;
+  };
+  add(Command::Ring, "ring", "Ring a tag's bell");
+  add(Command::Silence, "silence", "Silence a tag's bell");
+  auto& alert = add(Command::Alert, "alert", "Switch a tag's loss alert");
+  takeLast(alert, options, addChoice(alert, "STATE", "What it shall be", kSwitch, options.on));
+  auto& delay =
+      add(Command::Delay, "delay", "Set how long a tag waits after a loss before it alerts");
+  takeLast(delay, options,
+           delay.add_option("N", options.delay, "0 to 7000, in the firmware's own unit")
+               ->check(CLI::Range(std::int64_t{0}, kDelayMost).description(""))
+               ->type_name(""));
+  auto& distance =
+      add(Command::Distance, "distance", "Set how far a tag may be before it counts as lost");
+  takeLast(distance, options, addChoice(distance, "LEVEL", "How far", kLevels, options.level));
 }
 
 void addVirtualTag(CLI::App& app, Options& options) {
@@ -236,9 +285,11 @@ void addBookCommands(CLI::App& app, Options& options) {
   auto& rename = addCommand(app, options, Command::Rename, "rename", "Give a tag another name");
   addTag(rename, options);
   addName(rename, "NAME", "What you will call it; none to call it by its address", options);
-  addTag(addCommand(app, options, Command::Forget, "forget",
-                    "Forget a tag, its name and its password; the tag itself stays as it is"),
-         options);
+  auto& forget =
+      addCommand(app, options, Command::Forget, "forget",
+                 "Forget a tag, its name and its password; the tag itself stays as it is");
+  addTag(forget, options);
+  forget.add_flag("--yes", options.sure, "Ask nothing, although a password is lost");
 }
 
 void addHelpers(CLI::App& app, Options& options) {
@@ -264,6 +315,7 @@ std::unique_ptr<CLI::App> makeCommandLine(Options& options) {
   addTimeout(app, options, "How long the whole of it may take (30s)");
   addPlainCommands(app, options);
   addTagCommands(app, options);
+  addDeviceCommands(app, options);
   addBookCommands(app, options);
   addVirtualTag(app, options);
   addHelpers(app, options);

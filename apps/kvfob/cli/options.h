@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "apps/kvfob/base/exit_code.h"
 
@@ -43,6 +44,7 @@ enum class SortBy { Address, Rssi, Battery, Name, Heard };
 
 struct Options {
   Command command = Command::Demo;
+  std::string word = {};  ///< The command's.
   RadioKind radio = RadioKind::BlueZ;
   ColorMode color = ColorMode::Automatic;
   std::string adapter = {};  ///< As KVBlueZOptions takes it.
@@ -50,7 +52,10 @@ struct Options {
   LogLevel log = LogLevel::Off;
   std::uint64_t seed = 1;  ///< Of the simulated radio.
 
-  std::string tag = {};                                    ///< As the user wrote it.
+  std::vector<std::string> tags = {};  ///< As the user wrote them.
+  bool all = false;                    ///< All tags that are bound.
+  bool unlisted = false;               ///< Also such as the book does not hold.
+  std::string tag = {};                ///< The address of the one that is worked on.
   std::optional<std::chrono::milliseconds> duration = {};  ///< Absent: until a signal.
   bool json = false;
   SortBy sort = SortBy::Rssi;  ///< Of `scan`.
@@ -64,6 +69,7 @@ struct Options {
   std::string name = {};
   bool savePassword = false;
   bool names = false;
+  bool sure = false;  ///< Of `forget`: nobody needs to be asked.
 
   Shell shell = Shell::Bash;  ///< Of `completion`.
 

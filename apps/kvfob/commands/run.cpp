@@ -11,7 +11,7 @@
 #include "apps/kvfob/commands/air_run.h"
 #include "apps/kvfob/commands/book_commands.h"
 #include "apps/kvfob/commands/doctor.h"
-#include "apps/kvfob/commands/tag_run.h"
+#include "apps/kvfob/commands/on_tags.h"
 #include "apps/kvfob/decode/decode.h"
 #include "apps/kvfob/demo/demo.h"
 #include "apps/kvfob/radio/radio.h"
@@ -37,7 +37,7 @@ Outcome runDemo(const Options& options, const SignalFd& signals, Console& consol
 Outcome runAir(const Options& options, const SignalFd& signals, Console& console) {
   Secret password;
   if (!options.passwordFile.empty()) {
-    auto read = readPassword(options.passwordFile, "");
+    auto read = readPassword(options.passwordFile);
     if (auto* failure = std::get_if<Outcome>(&read)) return std::move(*failure);
     password = std::move(std::get<Secret>(read));
   }
@@ -47,55 +47,39 @@ Outcome runAir(const Options& options, const SignalFd& signals, Console& console
   return AirRun(queue, loop, console, options, password).run();
 }
 
-Outcome runOnRadio(const Options& options, const Secret& password, const Book& book,
-                   const SignalFd& signals, Console& console) {
+Outcome runScanCommand(const Options& options, const Book& book, const SignalFd& signals,
+                       Console& console) {
   Radio radio(options);
   console.note("radio: " + radio.description());
   Loop loop(radio.queue(), signals);
-  Session session(loop, console);
-  const auto nameOf = [&](const std::string& tag) { return book.nameOf(options.radio, tag); };
-  auto outcome = options.command == Command::Scan
-                     ? runScan(session, options, nameOf)
-                     : TagRun(session, options, password, nameOf(options.tag)).run();
+  Session session(radio, loop, console);
+  return runScan(session, options,
+                 [&](const std::string& tag) { return book.nameOf(options.radio, tag); });
+}
+
+// A line that a later version of the program wrote is not worth a word each time.
+void tellOfBadLines(const Book& book, Console& console) {
+  for (const auto& remark : book.remarks()) {
+    if (!remark.foreign) console.note(remark.text);
+  }
+}
+
+Outcome runWithBook(const Options& options, const SignalFd& signals, Console& console) {
+  auto read = Book::read();
+  if (auto* failure = std::get_if<Outcome>(&read)) {
+    if (options.command != Command::Scan) return std::move(*failure);
+    // Nothing but the names is missing.
+    console.note(failure->message);
+    read = Book();
+  }
+  const auto& book = std::get<Book>(read);
+  tellOfBadLines(book, console);
+  auto outcome = options.command == Command::Scan ? runScanCommand(options, book, signals, console)
+                                                  : runOnTags(options, book, signals, console);
   if (outcome.code == kNoAdapter && options.radio == RadioKind::BlueZ) {
     outcome.message += "; \"kvfob doctor\" tells more, and --radio sim needs no Bluetooth";
   }
   return outcome;
-}
-
-// The saved password, or else the one that is given or asked for.
-PasswordResult passwordFor(const Options& options, const BookEntry* known) {
-  if (options.passwordFile.empty() && known != nullptr && !known->password.text().empty()) {
-    return Secret(known->password.text());
-  }
-  return readPassword(options.passwordFile, "Password of the tag: ");
-}
-
-// A command on the tag that the user means.
-Outcome runOnTag(Options options, const Book& book, const SignalFd& signals, Console& console) {
-  const auto* known = book.find(options.radio, options.tag);
-  const auto address = known != nullptr ? known->address : parseAddress(options.tag);
-  if (!address) return unknownTag(options);
-  const auto* other = options.name.empty() ? nullptr : book.find(options.radio, options.name);
-  if (other != nullptr && other->address != *address) return nameTaken(options.name, *other);
-  options.tag = *address;
-
-  const auto password = passwordFor(options, known);
-  if (const auto* failure = std::get_if<Outcome>(&password)) return *failure;
-  const auto& secret = std::get<Secret>(password);
-  auto outcome = runOnRadio(options, secret, book, signals, console);
-  if (outcome.code != kDone) return outcome;
-  if (options.command == Command::Bind) return rememberBound(options, *address, secret);
-  if (options.command == Command::Unbind) return rememberUnbound(options, *address);
-  return outcome;
-}
-
-Outcome runWithBook(const Options& options, const SignalFd& signals, Console& console) {
-  const auto read = Book::read();
-  if (const auto* failure = std::get_if<Outcome>(&read)) return *failure;
-  const auto& book = std::get<Book>(read);
-  if (options.command != Command::Scan) return runOnTag(options, book, signals, console);
-  return runOnRadio(options, Secret(), book, signals, console);
 }
 
 }  // namespace

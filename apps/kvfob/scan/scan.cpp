@@ -54,7 +54,7 @@ class Scan {
 
 Outcome Scan::run() {
   session_.surviveAdapter();
-  session_.whenOn([this] { begin(); });
+  session_.whenOn([this] { begin(); }, options_.timeout);
   session_.atEnd([this] {
     screen_.reset();
     session_.console().divertNotes({});

@@ -13,19 +13,6 @@
 #include "apps/kvfob/terminal/screen.h"
 
 namespace kvfob {
-namespace {
-
-// Stops the process as Ctrl-Z does by default, which a process that nobody could continue ignores.
-void stopHere() {
-  sigset_t set;
-  sigemptyset(&set);
-  sigaddset(&set, SIGTSTP);
-  std::raise(SIGTSTP);
-  pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
-  pthread_sigmask(SIG_BLOCK, &set, nullptr);
-}
-
-}  // namespace
 
 bool Loop::runUntil(const std::function<bool()>& condition,
                     std::optional<std::chrono::milliseconds> most) {

@@ -1,0 +1,204 @@
+// SPDX-FileCopyrightText: The KVFobLink authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "apps/kvfob/commands/on_tags.h"
+
+#include <algorithm>
+#include <chrono>
+#include <optional>
+#include <utility>
+
+#include "apps/kvfob/base/json.h"
+#include "apps/kvfob/base/text.h"
+#include "apps/kvfob/book/bindings.h"
+#include "apps/kvfob/commands/tag_run.h"
+#include "apps/kvfob/commands/targets.h"
+#include "apps/kvfob/radio/radio.h"
+#include "apps/kvfob/radio/session.h"
+#include "apps/kvfob/terminal/password.h"
+
+namespace kvfob {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// What the command has achieved, once the tag has said yes.
+std::string achieved(const Options& options) {
+  switch (options.command) {
+    case Command::Bind:
+      return "bound";
+    case Command::Ring:
+      return "ringing";
+    case Command::Silence:
+      return "silent";
+    case Command::Alert:
+      return std::string("loss alert ") + (options.on ? "on" : "off");
+    case Command::Delay:
+      return "loss delay " + std::to_string(options.delay);
+    case Command::Distance:
+      return "loss distance " + std::string(levelName(options.level));
+    case Command::Unbind:
+      return "unbound";
+    default:
+      return "done";
+  }
+}
+
+class OnTags {
+ public:
+  OnTags(const Options& options, const Book& book, const SignalFd& signals, Console& console)
+      : options_(options),
+        signals_(signals),
+        console_(console),
+        targets_(targetsOf(options, book)) {}
+
+  Outcome run();
+
+ private:
+  bool readPasswordFile(Outcome& outcome);
+  Outcome runEach();
+  Outcome runOne(const Radio& radio, Loop& loop, const Target& target);
+  Outcome bind(Session& session, Options options, const Target& target);
+  PasswordResult passwordFor(const Target& target) const;
+  void report(const Target& target, const Outcome& outcome, Clock::duration took);
+
+  const Options& options_;
+  const SignalFd& signals_;
+  Console& console_;
+  const std::vector<Target> targets_;
+  std::optional<Secret> given_;  // from the password file
+};
+
+Outcome OnTags::run() {
+  if (targets_.empty()) {
+    return {kUnlisted, "no tag is bound on the radio " + std::string(radioName(options_.radio))};
+  }
+  for (const auto& target : targets_) {
+    if (target.refused.code == kDone) continue;
+    report(target, target.refused, {});
+    return target.refused;
+  }
+  Outcome outcome;
+  if (!readPasswordFile(outcome)) return outcome;
+  return runEach();
+}
+
+bool OnTags::readPasswordFile(Outcome& outcome) {
+  if (options_.passwordFile.empty()) return true;
+  if (const auto warning = passwordFileWarning(options_.passwordFile)) console_.note(*warning);
+  auto read = readPassword(options_.passwordFile);
+  if (auto* failure = std::get_if<Outcome>(&read)) {
+    outcome = std::move(*failure);
+    return false;
+  }
+  given_ = std::move(std::get<Secret>(read));
+  return true;
+}
+
+Outcome OnTags::runEach() {
+  Radio radio(options_);
+  console_.note("radio: " + radio.description());
+  Loop loop(radio.queue(), signals_);
+  Outcome first;
+  std::size_t failed = 0;
+  for (const auto& target : targets_) {
+    const auto start = Clock::now();
+    auto outcome = runOne(radio, loop, target);
+    report(target, outcome, Clock::now() - start);
+    if (outcome.code == kDone) continue;
+    ++failed;
+    if (targets_.size() == 1) return outcome;
+    if (!outcome.message.empty()) console_.note(outcome.message);
+    const bool hopeless = outcome.code == kNoAdapter || outcome.code > kSignal;
+    if (first.code == kDone) first = std::move(outcome);
+    if (hopeless || !console_.good()) break;
+  }
+  if (failed > 0) {
+    first.message = std::to_string(failed) + " of " + std::to_string(targets_.size()) + " failed";
+  }
+  return first;
+}
+
+Outcome OnTags::runOne(const Radio& radio, Loop& loop, const Target& target) {
+  auto options = options_;
+  options.tag = target.address;
+  Session session(radio, loop, console_);
+  if (options_.command == Command::Bind) return bind(session, std::move(options), target);
+  const auto name = target.known == nullptr ? std::string() : target.known->name;
+  auto outcome = TagRun(
+                     session, options, [&] { return passwordFor(target); }, name)
+                     .run();
+  if (outcome.code == kDone && options_.command == Command::Unbind && target.known != nullptr) {
+    return rememberUnbound(options_.radio, target.address);
+  }
+  return outcome;
+}
+
+Outcome OnTags::bind(Session& session, Options options, const Target& target) {
+  bool begun = false;
+  const auto password = [&]() -> PasswordResult {
+    auto got = passwordFor(target);
+    if (const auto* secret = std::get_if<Secret>(&got)) {
+      auto outcome =
+          beginBinding(options.radio, target.address, options.name, *secret, options.savePassword);
+      if (outcome.code != kDone) return outcome;
+      begun = true;
+    }
+    return got;
+  };
+  TagRun run(session, options, password, options.name);
+  auto outcome = run.run();
+  if (!begun) return outcome;
+  const bool bound = outcome.code == kDone;
+  // A tag that was asked and did not answer may have taken the password all the same.
+  if (!bound && run.asked() && outcome.code != kRefused) {
+    outcome.message +=
+        (outcome.message.empty() ? "" : "; ") +
+        std::string("it may be bound all the same: bind it again, with the same password");
+    return outcome;
+  }
+  auto noted = endBinding(options.radio, target.address, bound);
+  if (bound) return noted;
+  if (noted.code != kDone) console_.note(noted.message);
+  return outcome;
+}
+
+// The one that is given, or else the saved one, or else the user is asked.
+PasswordResult OnTags::passwordFor(const Target& target) const {
+  if (given_) return Secret(given_->text());
+  if (target.known != nullptr && !target.known->password.text().empty()) {
+    return Secret(target.known->password.text());
+  }
+  const auto prompt = "Password of " + target.label() + ": ";
+  return askPassword(prompt, options_.command == Command::Bind ? "The same again: " : "");
+}
+
+void OnTags::report(const Target& target, const Outcome& outcome, Clock::duration took) {
+  const bool done = outcome.code == kDone || outcome.code == kNotRemembered;
+  if (!options_.json) {
+    // What `watch` has seen is on the screen already.
+    if (!done || options_.command == Command::Watch) return;
+    return console_.line(target.address + ": " + achieved(options_));
+  }
+  Json error;
+  if (outcome.code != kDone) {
+    error = {{"code", codeWord(outcome)}, {"message", outcome.message}};
+  }
+  console_.line(jsonLine({{"event", "result"},
+                          {"command", options_.word},
+                          {"tag", target.label()},
+                          {"address", target.address.empty() ? Json() : Json(target.address)},
+                          {"radio", radioName(options_.radio)},
+                          {"ok", outcome.code == kDone},
+                          {"seconds", jsonSeconds(took)},
+                          {"error", error}}));
+}
+
+}  // namespace
+
+Outcome runOnTags(const Options& options, const Book& book, const SignalFd& signals,
+                  Console& console) {
+  return OnTags(options, book, signals, console).run();
+}
+
+}  // namespace kvfob
