@@ -68,7 +68,11 @@ void Session::adapterChanged() {
     }
     return;
   }
-  if (was && adapterMayFail_) console_.note("Bluetooth went away; waiting for it");
+  if (was && adapterMayFail_) {
+    const bool off = manager_->bleState() == KVCentralStatePoweredOff;
+    console_.note(off ? "the Bluetooth adapter is off"
+                      : "the Bluetooth service or the adapter went away");
+  }
   if (ready_ || !adapterMayFail_) examine();
 }
 

@@ -178,7 +178,7 @@ Outcome confirm(const std::string& question) {
   const auto count = read(terminal.fd(), answer.data(), answer.size());
   const std::string_view word(answer.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
   if (word == "y\n" || word == "yes\n" || word == "Y\n") return {};
-  return {kUsage, "nothing was done"};
+  return {kSignal + SIGINT, "nothing was done"};
 }
 
 }  // namespace kvfob

@@ -17,14 +17,14 @@ namespace kvfob {
 /// The password, or why there is none.
 using PasswordResult = std::variant<Secret, Outcome>;
 
-/// Reads a password from a file; "-" is standard input. One line end at its end is dropped. A signal
-/// that asks the program to end gives the outcome 128 plus its number.
+/// Reads a password from a file; "-" is standard input. One line end at its end is dropped. A
+/// signal that asks the program to end gives the outcome 128 plus its number.
 PasswordResult readPassword(const std::string& file);
 
 /// What is to be said of a password file that others than its owner can read; nothing of any other.
 std::optional<std::string> passwordFileWarning(const std::string& file);
 
-/// Asks for a password on the controlling terminal, without echo: `prompt`, and where `again` is not
+/// Asks for a password on the controlling terminal, without echo: `prompt`, and unless `again` is
 /// empty that, too, until both answers are the same. The terminal is as before when this returns,
 /// also on a signal that asks the program to end, and while the process is stopped; then it asks
 /// anew.
