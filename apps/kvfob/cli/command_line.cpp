@@ -36,7 +36,8 @@ const Choices<SortBy> kOrders{{"rssi", SortBy::Rssi},
 const Choices<bool> kSwitch{{"on", true}, {"off", false}};
 const Choices<std::uint64_t> kLevels{
     {"far", KVDistanceFar}, {"middle", KVDistanceMiddle}, {"near", KVDistanceNear}};
-const Choices<Shell> kShells{{"bash", Shell::Bash}, {"zsh", Shell::Zsh}, {"fish", Shell::Fish}};
+const Choices<ShellKind> kShells{
+    {"bash", ShellKind::Bash}, {"zsh", ShellKind::Zsh}, {"fish", ShellKind::Fish}};
 
 std::string joined(const std::vector<std::string>& words, const std::string& separator) {
   std::string text;
@@ -293,6 +294,8 @@ void addBookCommands(CLI::App& app, Options& options) {
 }
 
 void addHelpers(CLI::App& app, Options& options) {
+  addCommand(app, options, Command::Shell, "shell",
+             "Take commands one after the other, over links that stay up");
   addCommand(app, options, Command::Doctor, "doctor",
              "Tell what is wrong with Bluetooth here, and what to do");
   auto& completion = addCommand(app, options, Command::Completion, "completion",

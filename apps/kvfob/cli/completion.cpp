@@ -260,15 +260,15 @@ std::string fishScript(const Command& common, const std::vector<Command>& comman
 
 }  // namespace
 
-std::string completionScript(const CLI::App& app, Shell shell) {
+std::string completionScript(const CLI::App& app, ShellKind shell) {
   const auto common = commandOf(app);
   const auto commands = commandsOf(app);
   switch (shell) {
-    case Shell::Zsh:
+    case ShellKind::Zsh:
       return zshScript(common, commands);
-    case Shell::Fish:
+    case ShellKind::Fish:
       return fishScript(common, commands);
-    case Shell::Bash:
+    case ShellKind::Bash:
       break;
   }
   return bashScript(common, commands);

@@ -33,13 +33,14 @@ enum class Command {
   Rename,
   Forget,
   Doctor,
+  Shell,
   Completion,
   Manual
 };
 enum class RadioKind { Sim, BlueZ };
 enum class ColorMode { Automatic, Always, Never };
 enum class LogLevel { Off, Radio, All };
-enum class Shell { Bash, Zsh, Fish };
+enum class ShellKind { Bash, Zsh, Fish };
 enum class SortBy { Address, Rssi, Battery, Name, Heard };
 
 struct Options {
@@ -71,7 +72,7 @@ struct Options {
   bool names = false;
   bool sure = false;  ///< Of `forget`: nobody needs to be asked.
 
-  Shell shell = Shell::Bash;  ///< Of `completion`.
+  ShellKind shell = ShellKind::Bash;  ///< Of `completion`.
 
   // Of `decode`.
   std::string file = {};

@@ -46,30 +46,27 @@ std::string achieved(const Options& options) {
 
 class OnTags {
  public:
-  OnTags(const Options& options, const Book& book, const SignalFd& signals, Console& console)
-      : options_(options),
-        signals_(signals),
-        console_(console),
-        targets_(targetsOf(options, book)) {}
+  OnTags(const Options& options, const Book& book, Console& console)
+      : options_(options), console_(console), targets_(targetsOf(options, book)) {}
 
-  Outcome run();
+  // Whether the command may be carried out, as far as can be told before anything is sent.
+  Outcome prepare();
+  Outcome run(Links& links);
 
  private:
-  bool readPasswordFile(Outcome& outcome);
-  Outcome runEach();
-  Outcome runOne(const Radio& radio, Loop& loop, const Target& target);
+  Outcome readPasswordFile();
+  Outcome runOne(Links& links, const Target& target);
   Outcome bind(Session& session, Options options, const Target& target);
   PasswordResult passwordFor(const Target& target) const;
   void report(const Target& target, const Outcome& outcome, Clock::duration took);
 
   const Options& options_;
-  const SignalFd& signals_;
   Console& console_;
   const std::vector<Target> targets_;
   std::optional<Secret> given_;  // from the password file
 };
 
-Outcome OnTags::run() {
+Outcome OnTags::prepare() {
   if (targets_.empty()) {
     return {kUnlisted, "no tag is bound on the radio " + std::string(radioName(options_.radio))};
   }
@@ -78,32 +75,24 @@ Outcome OnTags::run() {
     report(target, target.refused, {});
     return target.refused;
   }
-  Outcome outcome;
-  if (!readPasswordFile(outcome)) return outcome;
-  return runEach();
+  return readPasswordFile();
 }
 
-bool OnTags::readPasswordFile(Outcome& outcome) {
-  if (options_.passwordFile.empty()) return true;
+Outcome OnTags::readPasswordFile() {
+  if (options_.passwordFile.empty()) return {};
   if (const auto warning = passwordFileWarning(options_.passwordFile)) console_.note(*warning);
   auto read = readPassword(options_.passwordFile);
-  if (auto* failure = std::get_if<Outcome>(&read)) {
-    outcome = std::move(*failure);
-    return false;
-  }
+  if (auto* failure = std::get_if<Outcome>(&read)) return std::move(*failure);
   given_ = std::move(std::get<Secret>(read));
-  return true;
+  return {};
 }
 
-Outcome OnTags::runEach() {
-  Radio radio(options_);
-  console_.note("radio: " + radio.description());
-  Loop loop(radio.queue(), signals_);
+Outcome OnTags::run(Links& links) {
   Outcome first;
   std::size_t failed = 0;
   for (const auto& target : targets_) {
     const auto start = Clock::now();
-    auto outcome = runOne(radio, loop, target);
+    auto outcome = runOne(links, target);
     report(target, outcome, Clock::now() - start);
     if (outcome.code == kDone) continue;
     ++failed;
@@ -119,10 +108,12 @@ Outcome OnTags::runEach() {
   return first;
 }
 
-Outcome OnTags::runOne(const Radio& radio, Loop& loop, const Target& target) {
+Outcome OnTags::runOne(Links& links, const Target& target) {
   auto options = options_;
   options.tag = target.address;
-  Session session(radio, loop, console_);
+  // A tag that is bound anew is sent a password anew.
+  if (options_.command == Command::Bind) links.drop(target.address);
+  auto& session = links.to(target.address);
   if (options_.command == Command::Bind) return bind(session, std::move(options), target);
   const auto name = target.known == nullptr ? std::string() : target.known->name;
   auto outcome = TagRun(
@@ -198,7 +189,19 @@ void OnTags::report(const Target& target, const Outcome& outcome, Clock::duratio
 
 Outcome runOnTags(const Options& options, const Book& book, const SignalFd& signals,
                   Console& console) {
-  return OnTags(options, book, signals, console).run();
+  OnTags tags(options, book, console);
+  if (auto outcome = tags.prepare(); outcome.code != kDone) return outcome;
+  Radio radio(options);
+  console.note("radio: " + radio.description());
+  Loop loop(radio.queue(), signals);
+  Links links(radio, loop, console, /*kept=*/false);
+  return tags.run(links);
+}
+
+Outcome runOnTags(const Options& options, const Book& book, Links& links) {
+  OnTags tags(options, book, links.console());
+  if (auto outcome = tags.prepare(); outcome.code != kDone) return outcome;
+  return tags.run(links);
 }
 
 }  // namespace kvfob

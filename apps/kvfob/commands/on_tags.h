@@ -7,6 +7,7 @@
 
 #include "apps/kvfob/book/book.h"
 #include "apps/kvfob/cli/options.h"
+#include "apps/kvfob/radio/links.h"
 #include "apps/kvfob/terminal/console.h"
 #include "apps/kvfob/terminal/signals.h"
 
@@ -17,6 +18,9 @@ namespace kvfob {
 /// several tags each is tried, and the outcome is that of the first that failed.
 Outcome runOnTags(const Options& options, const Book& book, const SignalFd& signals,
                   Console& console);
+
+/// The same with links that may be up already.
+Outcome runOnTags(const Options& options, const Book& book, Links& links);
 
 }  // namespace kvfob
 

@@ -17,6 +17,7 @@
 #include "apps/kvfob/radio/radio.h"
 #include "apps/kvfob/radio/session.h"
 #include "apps/kvfob/scan/scan.h"
+#include "apps/kvfob/shell/shell.h"
 
 namespace kvfob {
 namespace {
@@ -47,16 +48,6 @@ Outcome runAir(const Options& options, const SignalFd& signals, Console& console
   return AirRun(queue, loop, console, options, password).run();
 }
 
-Outcome runScanCommand(const Options& options, const Book& book, const SignalFd& signals,
-                       Console& console) {
-  Radio radio(options);
-  console.note("radio: " + radio.description());
-  Loop loop(radio.queue(), signals);
-  Session session(radio, loop, console);
-  return runScan(session, options,
-                 [&](const std::string& tag) { return book.nameOf(options.radio, tag); });
-}
-
 // A line that a later version of the program wrote is not worth a word each time.
 void tellOfBadLines(const Book& book, Console& console) {
   for (const auto& remark : book.remarks()) {
@@ -64,25 +55,62 @@ void tellOfBadLines(const Book& book, Console& console) {
   }
 }
 
-Outcome runWithBook(const Options& options, const SignalFd& signals, Console& console) {
+// The book. A scan does without: nothing but the names is missing.
+std::variant<Book, Outcome> readBook(const Options& options, Console& console) {
   auto read = Book::read();
   if (auto* failure = std::get_if<Outcome>(&read)) {
-    if (options.command != Command::Scan) return std::move(*failure);
-    // Nothing but the names is missing.
+    if (options.command != Command::Scan) return read;
     console.note(failure->message);
-    read = Book();
+    return Book();
   }
+  tellOfBadLines(std::get<Book>(read), console);
+  return read;
+}
+
+Outcome scanWith(const Options& options, const Book& book, const Radio& radio, Loop& loop,
+                 Console& console) {
+  Session session(radio, loop, console);
+  return runScan(session, options,
+                 [&](const std::string& tag) { return book.nameOf(options.radio, tag); });
+}
+
+Outcome runOnNewRadio(const Options& options, const SignalFd& signals, Console& console) {
+  const auto read = readBook(options, console);
+  if (const auto* failure = std::get_if<Outcome>(&read)) return *failure;
   const auto& book = std::get<Book>(read);
-  tellOfBadLines(book, console);
-  auto outcome = options.command == Command::Scan ? runScanCommand(options, book, signals, console)
-                                                  : runOnTags(options, book, signals, console);
-  if (outcome.code == kNoAdapter && options.radio == RadioKind::BlueZ) {
-    outcome.message += "; \"kvfob doctor\" tells more, and --radio sim needs no Bluetooth";
-  }
-  return outcome;
+  if (options.command != Command::Scan) return runOnTags(options, book, signals, console);
+  const Radio radio(options);
+  console.note("radio: " + radio.description());
+  Loop loop(radio.queue(), signals);
+  return scanWith(options, book, radio, loop, console);
 }
 
 }  // namespace
+
+bool usesRadio(Command command) {
+  switch (command) {
+    case Command::Scan:
+    case Command::Bind:
+    case Command::Unbind:
+    case Command::Ring:
+    case Command::Silence:
+    case Command::Alert:
+    case Command::Delay:
+    case Command::Distance:
+    case Command::Watch:
+      return true;
+    default:
+      return false;
+  }
+}
+
+Outcome runOnRadio(const Options& options, const Radio& radio, Links& links) {
+  const auto read = readBook(options, links.console());
+  if (const auto* failure = std::get_if<Outcome>(&read)) return *failure;
+  const auto& book = std::get<Book>(read);
+  if (options.command != Command::Scan) return runOnTags(options, book, links);
+  return scanWith(options, book, radio, links.loop(), links.console());
+}
 
 Outcome runCommand(const Options& options, const SignalFd& signals, Console& console) {
   switch (options.command) {
@@ -98,9 +126,16 @@ Outcome runCommand(const Options& options, const SignalFd& signals, Console& con
       return runOnBook(options, console);
     case Command::Tag:
       return runAir(options, signals, console);
+    case Command::Shell:
+      return runShell(options, signals, console);
     default:
-      return runWithBook(options, signals, console);
+      break;
   }
+  auto outcome = runOnNewRadio(options, signals, console);
+  if (outcome.code == kNoAdapter && options.radio == RadioKind::BlueZ) {
+    outcome.message += "; \"kvfob doctor\" tells more, and --radio sim needs no Bluetooth";
+  }
+  return outcome;
 }
 
 }  // namespace kvfob

@@ -44,12 +44,22 @@ Outcome TagRun::run() {
 }
 
 void TagRun::begin() {
+  if ((tracker_ = session_.linked())) return goOn();
   auto password = password_();
   if (auto* failure = std::get_if<Outcome>(&password)) {
     return session_.finish(std::move(*failure));
   }
   session_.manager().setPassword(std::get<Secret>(password).text());
   search();
+}
+
+// With the link that is there.
+void TagRun::goOn() {
+  tracker_->didConnectionChange([this](std::uint64_t value) { connectionChanged(value); });
+  session_.after(options_.timeout, [this] { timedOut(); });
+  openScreen();
+  stage_ = Stage::Connecting;
+  connected();
 }
 
 void TagRun::search() {
@@ -59,13 +69,17 @@ void TagRun::search() {
     session_.dropInTheEnd(tracker_);
     tracker_->didConnectionChange([this](std::uint64_t value) { connectionChanged(value); });
   }
+  openScreen();
+  // A bound tag is connected as soon as it advertises.
+  session_.manager().startScan([this](const KVTrackers& trackers) { scanned(trackers); });
+}
+
+void TagRun::openScreen() {
   // The library's lines would be written across a screen.
   if (options_.command == Command::Watch && session_.console().live() && !options_.json &&
       options_.log == LogLevel::Off) {
     screen_ = std::make_unique<WatchScreen>(session_, tracker_, name_);
   }
-  // A bound tag is connected as soon as it advertises.
-  session_.manager().startScan([this](const KVTrackers& trackers) { scanned(trackers); });
 }
 
 void TagRun::scanned(const KVTrackers& trackers) {

@@ -35,6 +35,8 @@ class TagRun {
   enum class Stage { Searching, Connecting, Asking, Watching };
 
   void begin();
+  void goOn();
+  void openScreen();
   void search();
   void scanned(const KVTrackers& trackers);
   void bind(const std::shared_ptr<KVTracker>& tracker);

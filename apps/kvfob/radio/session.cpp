@@ -43,7 +43,10 @@ Session::Session(const Radio& radio, Loop& loop, Console& console)
   manager_->didChangeBluetooth([this](std::int64_t) { adapterChanged(); });
 }
 
-Session::~Session() { manager_->didChangeBluetooth({}); }
+Session::~Session() {
+  manager_->didChangeBluetooth({});
+  if (keeps_) endLinks();
+}
 
 void Session::whenOn(std::function<void()> ready, Duration patience) {
   ready_ = std::move(ready);
@@ -114,12 +117,14 @@ void Session::finish(Outcome outcome) {
   outcome_ = std::move(outcome);
 }
 
+void Session::letGo(KVTracker& tracker) {
+  tracker.didConnectionChange({});
+  tracker.didValueUpdate({});
+  tracker.didReceive({});
+}
+
 void Session::dropLinks() {
-  manager_->stopScan();
   for (const auto& tracker : trackers_) {
-    tracker->didConnectionChange({});
-    tracker->didValueUpdate({});
-    tracker->didReceive({});
     manager_->disconnect(tracker);
     // A bound one would be connected again.
     manager_->removeTracker(tracker->mac());
@@ -138,9 +143,27 @@ Outcome Session::run() {
   if (loop_.signal() != 0) finish({kSignal + loop_.signal(), ""});
   if (!console_.good()) finish(console_.outputLost());
   if (const auto task = std::exchange(atEnd_, {})) task();
+  manager_->stopScan();
+  for (const auto& tracker : trackers_) letGo(*tracker);
+  if (!keeps_ || outcome_->code != kDone) endLinks();
+  return *outcome_;
+}
+
+void Session::endLinks() {
   dropLinks();
   loop_.runUntil([this] { return linksDown(); }, kDropPatience);
-  return *outcome_;
+  trackers_.clear();
+}
+
+bool Session::begin() {
+  if (!linked()) return false;
+  outcome_.reset();
+  return true;
+}
+
+std::shared_ptr<KVTracker> Session::linked() const {
+  const bool up = !trackers_.empty() && trackers_.back()->connection() == KVConnectionConnected;
+  return up ? trackers_.back() : nullptr;
 }
 
 }  // namespace kvfob

@@ -50,6 +50,15 @@ class Session {
   /// Sees to it that this tag's link is dropped in the end.
   void dropInTheEnd(std::shared_ptr<KVTracker> tracker);
 
+  /// From now on a run that succeeds leaves the link up, for the next one.
+  void keepLink() { keeps_ = true; }
+
+  /// Makes ready for another run; false when the last one left no link that could be kept.
+  bool begin();
+
+  /// The tag whose link an earlier run has kept; null for none.
+  std::shared_ptr<KVTracker> linked() const;
+
   /// Calls `task` as soon as the run has ended, before its links are dropped.
   void atEnd(std::function<void()> task) { atEnd_ = std::move(task); }
 
@@ -65,6 +74,8 @@ class Session {
   void adapterChanged();
   void examine();
   void examined(const std::vector<KVFinding>& findings);
+  static void letGo(KVTracker& tracker);
+  void endLinks();
   void dropLinks();
   bool linksDown() const;
 
@@ -76,6 +87,7 @@ class Session {
   std::function<void()> atEnd_;
   std::shared_ptr<KVLinuxDiagnosis> diagnosis_;
   KVEventQueue::Duration missedSince_{-1};  // the service; below zero: it is not missed
+  bool keeps_ = false;
   bool adapterMayFail_ = false;
   bool on_ = false;
   std::vector<std::shared_ptr<KVTracker>> trackers_;
