@@ -178,6 +178,7 @@ void addPlainCommands(CLI::App& app, Options& options) {
       ->type_name("")
       ->required();
   decode.add_flag("--show-secrets", options.showSecrets, "Print keys and passwords, too");
+  decode.add_flag("--json", options.json, "One JSON object a line and thing found");
 }
 
 void addTagCommands(CLI::App& app, Options& options) {

@@ -3,7 +3,6 @@
 
 #include "apps/kvfob/commands/run.h"
 
-#include <iostream>
 #include <utility>
 #include <variant>
 
@@ -105,7 +104,7 @@ Outcome runCommand(const Options& options, const SignalFd& signals, Console& con
     case Command::Demo:
       return runDemo(options, signals, console);
     case Command::Decode:
-      return decode(options.file, std::cin, options.showSecrets, console);
+      return decode(options, signals, console);
     case Command::Doctor:
       return runDoctor(options, signals, console);
     case Command::List:
