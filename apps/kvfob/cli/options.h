@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "apps/kvfob/base/exit_code.h"
 
@@ -32,6 +33,8 @@ enum class Command {
   Rename,
   Forget,
   Doctor,
+  Config,
+  Help,
   Completion,
   Manual
 };
@@ -41,6 +44,14 @@ enum class LogLevel { Off, Radio, All };
 enum class Shell { Bash, Zsh, Fish };
 enum class SortBy { Address, Rssi, Battery, Name, Heard };
 
+/// What a setting is, and where that comes from: "default", "file:" and its path, "environment:"
+/// and the variable, or "option".
+struct SettingInForce {
+  std::string name;
+  std::string value;  ///< Empty for none.
+  std::string from;
+};
+
 struct Options {
   Command command = Command::Demo;
   RadioKind radio = RadioKind::BlueZ;
@@ -48,7 +59,9 @@ struct Options {
   std::string adapter = {};  ///< As KVBlueZOptions takes it.
   std::chrono::milliseconds timeout{30'000};
   LogLevel log = LogLevel::Off;
-  std::uint64_t seed = 1;  ///< Of the simulated radio.
+  std::uint64_t seed = 1;   ///< Of the simulated radio.
+  bool radioGiven = false;  ///< On the command line.
+  std::vector<SettingInForce> settings = {};
 
   std::string tag = {};                                    ///< As the user wrote it.
   std::optional<std::chrono::milliseconds> duration = {};  ///< Absent: until a signal.
@@ -66,6 +79,7 @@ struct Options {
   bool names = false;
 
   Shell shell = Shell::Bash;  ///< Of `completion`.
+  std::string topic = {};     ///< Of `help`: a command, or empty.
 
   // Of `decode`.
   std::string file = {};

@@ -9,6 +9,7 @@
 #include "apps/kvfob/base/text.h"
 #include "apps/kvfob/commands/air_run.h"
 #include "apps/kvfob/commands/book_commands.h"
+#include "apps/kvfob/commands/config.h"
 #include "apps/kvfob/commands/doctor.h"
 #include "apps/kvfob/commands/tag_run.h"
 #include "apps/kvfob/decode/decode.h"
@@ -105,6 +106,8 @@ Outcome runCommand(const Options& options, const SignalFd& signals, Console& con
       return runDemo(options, signals, console);
     case Command::Decode:
       return decode(options, signals, console);
+    case Command::Config:
+      return runConfig(options, console);
     case Command::Doctor:
       return runDoctor(options, signals, console);
     case Command::List:
