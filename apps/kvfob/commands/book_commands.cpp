@@ -53,7 +53,10 @@ Outcome list(const Options& options, Console& console) {
     console.line(console.styled(
         Style::Bold, padded("NAME", 34) + padded("ADDRESS", 14) + padded("RADIO", 7) + "PASSWORD"));
   }
+  // A name serves on its own radio alone; a table shows all unless one was asked for.
+  const bool all = !options.names && !options.radioGiven;
   for (const auto& entry : entries) {
+    if (!all && entry.radio != options.radio) continue;
     if (options.json) {
       console.line(toJson(entry));
     } else if (options.names) {
