@@ -272,14 +272,21 @@ TEST_F(BookTest, BashCompletesCommandsWordsAndTags) {
       "complete_words() { COMP_WORDS=(\"$@\") COMP_CWORD=$(($# - 1)) COMPREPLY=(); _kvfob;"
       "  echo \"${COMPREPLY[@]}\"; };"
       "complete_words kvfob unb; complete_words kvfob --radio s; complete_words kvfob ring my;"
+      "complete_words kvfob --radio sim ring my; complete_words kvfob ring --radio = sim my;"
+      "complete_words kvfob --radio sim bind my; complete_words kvfob --radio sim rename \\*;"
       "complete_words kvfob alert keys o; complete_words kvfob scan --sort h;"
-      "complete_words kvfob ring \\*";
+      "complete_words kvfob help conf; complete_words kvfob tag --ra";
   const auto command = "program=" KVFOB_PROGRAM " bash -c '" + script + "'";
   std::string shown;
   std::FILE* pipe = popen(command.c_str(), "r");
   for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) shown += static_cast<char>(c);
   pclose(pipe);
-  EXPECT_EQ(shown, "unbind\nsim\nmy\\ keys\non off\nheard\n\\*\\$\\(date\\)\\\"\n");
+  EXPECT_EQ(shown,
+            "unbind\nsim\n\n"
+            "my\\ keys\nmy\\ keys\n"
+            "\n\\*\\$\\(date\\)\\\"\n"
+            "on off\nheard\n"
+            "config\n\n");
 }
 
 }  // namespace

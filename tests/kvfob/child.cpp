@@ -24,11 +24,14 @@ namespace {
 
 constexpr int kPatienceMs = 20'000;
 
-// Keeps the user's own tags out of the tests.
-void useOwnState() { setenv("XDG_STATE_HOME", ::testing::TempDir().c_str(), /*overwrite=*/0); }
+// Keeps the user's own tags and settings out of the tests.
+void useOwnFolders() {
+  setenv("XDG_STATE_HOME", ::testing::TempDir().c_str(), /*overwrite=*/0);
+  setenv("XDG_CONFIG_HOME", ::testing::TempDir().c_str(), /*overwrite=*/0);
+}
 
 std::vector<char*> argumentsOf(std::vector<std::string>& arguments) {
-  useOwnState();
+  useOwnFolders();
   arguments.insert(arguments.begin(), KVFOB_PROGRAM);
   std::vector<char*> pointers;
   pointers.reserve(arguments.size() + 1);

@@ -1,9 +1,13 @@
 // SPDX-FileCopyrightText: The KVFobLink authors
 // SPDX-License-Identifier: Apache-2.0
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 
 #include "apps/kvfob/base/exit_code.h"
@@ -84,6 +88,46 @@ TEST(ProgramTest, DecodesACapture) {
   EXPECT_NE(shown.out.find("open sesame"), std::string::npos);
 }
 
+TEST(ProgramTest, DecodesForScriptsAsMuchAsForPeople) {
+  const std::string capture = KVFOB_TEST_DATA "/road.btsnoop";
+  const auto text = runProgram({"decode", capture});
+  const auto json = runProgram({"decode", "--json", capture});
+  const auto lines = [](const RunResult& run) {
+    return std::count(run.out.begin(), run.out.end(), '\n');
+  };
+  EXPECT_EQ(lines(json), lines(text) + 1) << "and the result";
+  for (const char* line :
+       {R"({"event":"advertisement","time":"2026-11-22T23:39:44.411Z","adapter":"hci0",)"
+        R"("address":"a1b2c3d4e5f6","battery":77,"tx":-12,"model":1,"rssi":-60})",
+        R"({"event":"link-up","time":"2026-11-22T23:39:44.680Z","adapter":"hci0","link":42,)"
+        R"("peer":"00aa01010042"})",
+        R"("adapter":"hci0","link":42,"command":"bell","value":"on","wire":")",
+        R"("link":42,"reason":19})", R"({"event":"result","command":"decode","file":"/)",
+        R"("packets":124,"found":44,"ok":true,)"
+        R"("seconds":0.)"}) {
+    EXPECT_NE(json.out.find(line), std::string::npos) << line << "\n" << json.out;
+  }
+}
+
+TEST(ProgramTest, DecodeShowsHowFarItIsUntilASignal) {
+  const auto fifo = ::testing::TempDir() + "kvfob-fifo-" + std::to_string(getpid());
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  Child child({"decode", fifo});
+  const int writer = open(fifo.c_str(), O_RDWR);
+  // Frames: 0xA1, 0x0B, battery, address backwards, transmit power.
+  const std::string frame = "a10b64112233445566f4\n";
+  EXPECT_EQ(write(writer, frame.data(), frame.size()), static_cast<ssize_t>(frame.size()));
+  EXPECT_TRUE(child.awaitText("\r21 bytes read")) << child.output();
+  EXPECT_EQ(write(writer, frame.data(), frame.size()), static_cast<ssize_t>(frame.size()));
+  EXPECT_TRUE(child.awaitText("read\033[K\r\033[K665544332211")) << child.output();
+  EXPECT_TRUE(child.awaitText("\r42 bytes read")) << child.output();
+  child.signal(SIGINT);
+  EXPECT_EQ(child.awaitEnd(), kSignal + SIGINT);
+  EXPECT_TRUE(child.output().ends_with("read\033[K\r\033[K")) << child.output();
+  close(writer);
+  unlink(fifo.c_str());
+}
+
 TEST(ProgramTest, DecodesFramesAndRefusesOtherInput) {
   const struct {
     std::string input;
@@ -95,16 +139,37 @@ TEST(ProgramTest, DecodesFramesAndRefusesOtherInput) {
       {"# a frame\nA1 0B 64 11 22 33 44 55 66 F4\n", kDone,
        "665544332211  battery 100  tx -12 dBm\n", ""},
       {"a1:0d:64:11:22:33:44:55:66:f4\n", kDone, "not a tag's frame", ""},
-      {"hello\n", kUsage, "", "line 1"},
+      {"hello\n", kBadInput, "", "standard input: line 1 is neither"},
+      {"a10\n", kBadInput, "", "line 1 is neither"},
+      {"# " + std::string(4094, 'x') + "\n\nhello", kBadInput, "", "line 3 is neither"},
+      {std::string(4096, 'a') + "\n" + std::string(4097, 'a'), kBadInput, "not a tag's frame: aaa",
+       "line 2 is too long"},
+      {"", kBadInput, "", "there is nothing in it"},
+      {"# no frame\n\n", kBadInput, "", "there is nothing in it"},
       // Captures: magic, version (4, big-endian), datalink type (4), then packets.
-      {std::string("btsnoop\0\0\0", 10), kUsage, "", "inside its header"},
-      {std::string("btsnoop\0\0\0\0\x01\0\0\x07\xd1\0\0", 18), kUsage, "", "inside a packet"},
+      {std::string("btsnoop\0\0\0", 10), kBadInput, "", "inside its header"},
+      {std::string("btsnoop\0\0\0\0\x02\0\0\x07\xd1", 16), kBadInput, "", "version 2"},
+      {std::string("btsnoop\0\0\0\0\x01\0\0\x07\xd2", 16), kBadInput, "", "kind of link, 2002"},
+      {std::string("btsnoop\0\0\0\0\x01\0\0\x07\xd1\0\0", 18), kBadInput, "", "inside packet 1"},
+      {std::string("btsnoop\0\0\0\0\x01\0\0\x07\xd1", 16), kDone, "", "nothing of a tag"},
   };
   for (const auto& [input, status, out, err] : kCases) {
     const auto result = runProgram({"decode", "-"}, input);
     EXPECT_EQ(result.status, status) << result.out << result.err;
     EXPECT_NE(result.out.find(out), std::string::npos) << result.out;
     EXPECT_NE(result.err.find(err), std::string::npos) << result.err;
+  }
+  const std::pair<const char*, const char*> kFiles[] = {
+      {"/", "cannot read /: Is a directory"},
+      {"/dev/zero", "/dev/zero: line 1 is neither"},
+      {"/nonexistent", "cannot read /nonexistent: No such file"},
+  };
+  for (const auto& [file, message] : kFiles) {
+    const auto result = runProgram({"decode", "--json", file});
+    EXPECT_EQ(result.status, kBadInput) << file;
+    EXPECT_NE(result.err.find(message), std::string::npos) << result.err;
+    EXPECT_NE(result.out.find(R"("error":{"code":"bad-input","message":")"), std::string::npos)
+        << result.out;
   }
 }
 

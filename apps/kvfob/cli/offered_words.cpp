@@ -22,17 +22,16 @@ void addChoices(const CLI::Option& option, std::vector<std::string>& offered) {
 
 std::vector<std::string> offeredWords(const std::vector<std::string>& words) {
   Options options;
-  const auto app = makeCommandLine(options);
+  std::string configFile;
+  const auto app = makeCommandLine(options, configFile);
   std::vector<std::string> offered;
   if (words.size() < 2) {
-    for (const auto* each : app->get_subcommands([](const CLI::App*) { return true; })) {
-      offered.push_back(each->get_name());
-    }
+    for (const auto* each : commandsOf(*app)) offered.push_back(each->get_name());
     offered.emplace_back("quit");
     return offered;
   }
-  const auto called = app->get_subcommands(
-      [&](const CLI::App* each) { return each->get_name() == words.front(); });
+  const auto called =
+      app->get_subcommands([&](const CLI::App* each) { return each->get_name() == words.front(); });
   if (called.empty()) return offered;
   const auto* sub = called.front();
   const auto& before = words[words.size() - 2];
@@ -44,7 +43,7 @@ std::vector<std::string> offeredWords(const std::vector<std::string>& words) {
   for (const auto* option : sub->get_options()) {
     if (option->get_positional()) {
       addChoices(*option, offered);
-    } else {
+    } else if (!isHidden(*option)) {
       offered.push_back("--" + option->get_lnames().front());
     }
   }

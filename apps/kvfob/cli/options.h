@@ -34,6 +34,8 @@ enum class Command {
   Forget,
   Doctor,
   Shell,
+  Config,
+  Help,
   Completion,
   Manual
 };
@@ -43,6 +45,14 @@ enum class LogLevel { Off, Radio, All };
 enum class ShellKind { Bash, Zsh, Fish };
 enum class SortBy { Address, Rssi, Battery, Name, Heard };
 
+/// What a setting is, and where that comes from: "default", "file:" and its path, "environment:"
+/// and the variable, or "option".
+struct SettingInForce {
+  std::string name;
+  std::string value;  ///< Empty for none.
+  std::string from;
+};
+
 struct Options {
   Command command = Command::Demo;
   std::string word = {};  ///< The command's.
@@ -51,7 +61,9 @@ struct Options {
   std::string adapter = {};  ///< As KVBlueZOptions takes it.
   std::chrono::milliseconds timeout{30'000};
   LogLevel log = LogLevel::Off;
-  std::uint64_t seed = 1;  ///< Of the simulated radio.
+  std::uint64_t seed = 1;   ///< Of the simulated radio.
+  bool radioGiven = false;  ///< On the command line.
+  std::vector<SettingInForce> settings = {};
 
   std::vector<std::string> tags = {};  ///< As the user wrote them.
   bool all = false;                    ///< All tags that are bound.
@@ -73,6 +85,7 @@ struct Options {
   bool sure = false;  ///< Of `forget`: nobody needs to be asked.
 
   ShellKind shell = ShellKind::Bash;  ///< Of `completion`.
+  std::string topic = {};             ///< Of `help`: a command, or empty.
 
   // Of `decode`.
   std::string file = {};

@@ -53,24 +53,31 @@ std::string rowOf(const std::string& name, const std::string& address, const std
   return padded(name, 34) + padded(address, 14) + padded(radio, 7) + padded(binding, 9) + password;
 }
 
-void printTable(const Entries& entries, Console& console) {
+void printTable(const std::vector<const BookEntry*>& entries, Console& console) {
   if (entries.empty()) {
     return console.note("no tag was bound from here yet; try \"kvfob scan\" and \"kvfob bind\"");
   }
   console.line(console.styled(Style::Bold, rowOf("NAME", "ADDRESS", "RADIO", "STATE", "PASSWORD")));
-  for (const auto& entry : entries) {
-    console.line(rowOf(entry.name.empty() ? "-" : entry.name, entry.address,
-                       std::string(radioName(entry.radio)), std::string(bindingWord(entry.binding)),
-                       entry.password.text().empty() ? "asked for" : "saved"));
+  for (const auto* entry : entries) {
+    console.line(rowOf(entry->name.empty() ? "-" : entry->name, entry->address,
+                       std::string(radioName(entry->radio)),
+                       std::string(bindingWord(entry->binding)),
+                       entry->password.text().empty() ? "asked for" : "saved"));
   }
 }
 
 Outcome list(const Options& options, const Book& book, Console& console) {
   for (const auto& remark : book.remarks()) console.note(remark.text);
-  if (!options.json && !options.names) printTable(book.entries(), console);
+  // A name serves on its own radio alone; a table shows all unless one was asked for.
+  const bool all = !options.names && !options.radioGiven;
+  std::vector<const BookEntry*> entries;
   for (const auto& entry : book.entries()) {
-    if (options.json) console.line(jsonLine(toJson(entry)));
-    if (options.names) console.line(labelOf(entry));
+    if (all || entry.radio == options.radio) entries.push_back(&entry);
+  }
+  if (!options.json && !options.names) printTable(entries, console);
+  for (const auto* entry : entries) {
+    if (options.json) console.line(jsonLine(toJson(*entry)));
+    if (options.names) console.line(labelOf(*entry));
   }
   return {};
 }

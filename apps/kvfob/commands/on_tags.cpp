@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "apps/kvfob/base/json.h"
+#include "apps/kvfob/base/result.h"
 #include "apps/kvfob/base/text.h"
 #include "apps/kvfob/book/bindings.h"
 #include "apps/kvfob/commands/tag_run.h"
@@ -171,18 +172,10 @@ void OnTags::report(const Target& target, const Outcome& outcome, Clock::duratio
     if (!done || options_.command == Command::Watch) return;
     return console_.line(target.address + ": " + achieved(options_));
   }
-  Json error;
-  if (outcome.code != kDone) {
-    error = {{"code", codeWord(outcome)}, {"message", outcome.message}};
-  }
-  console_.line(jsonLine({{"event", "result"},
-                          {"command", options_.word},
-                          {"tag", target.label()},
-                          {"address", target.address.empty() ? Json() : Json(target.address)},
-                          {"radio", radioName(options_.radio)},
-                          {"ok", outcome.code == kDone},
-                          {"seconds", jsonSeconds(took)},
-                          {"error", error}}));
+  const Json facts{{"tag", target.label()},
+                   {"address", target.address.empty() ? Json() : Json(target.address)},
+                   {"radio", radioName(options_.radio)}};
+  console_.line(jsonLine(resultOf(options_.word, facts, outcome, took)));
 }
 
 }  // namespace

@@ -3,13 +3,13 @@
 
 #include "apps/kvfob/commands/run.h"
 
-#include <iostream>
 #include <utility>
 #include <variant>
 
 #include "apps/kvfob/base/text.h"
 #include "apps/kvfob/commands/air_run.h"
 #include "apps/kvfob/commands/book_commands.h"
+#include "apps/kvfob/commands/config.h"
 #include "apps/kvfob/commands/doctor.h"
 #include "apps/kvfob/commands/on_tags.h"
 #include "apps/kvfob/decode/decode.h"
@@ -117,7 +117,9 @@ Outcome runCommand(const Options& options, const SignalFd& signals, Console& con
     case Command::Demo:
       return runDemo(options, signals, console);
     case Command::Decode:
-      return decode(options.file, std::cin, options.showSecrets, console);
+      return decode(options, signals, console);
+    case Command::Config:
+      return runConfig(options, console);
     case Command::Doctor:
       return runDoctor(options, signals, console);
     case Command::List:
