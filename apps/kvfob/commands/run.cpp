@@ -11,6 +11,7 @@
 #include "apps/kvfob/commands/book_commands.h"
 #include "apps/kvfob/commands/config.h"
 #include "apps/kvfob/commands/doctor.h"
+#include "apps/kvfob/commands/reported.h"
 #include "apps/kvfob/commands/tag_run.h"
 #include "apps/kvfob/decode/decode.h"
 #include "apps/kvfob/demo/demo.h"
@@ -44,7 +45,8 @@ Outcome runAir(const Options& options, const SignalFd& signals, Console& console
   console.note("radio: bluez, adapter " + options.adapter);
   const auto queue = KVLinuxPlatform::makeEventQueue();
   Loop loop(queue, signals);
-  return AirRun(queue, loop, console, options, password).run();
+  return reported("tag", {{"adapter", options.adapter}}, options, console,
+                  [&] { return AirRun(queue, loop, console, options, password).run(); });
 }
 
 Outcome runOnRadio(const Options& options, const Secret& password, const Book& book,
