@@ -55,7 +55,22 @@ TEST(ProgramTest, ExitStatuses) {
       {{"ring", "0a1b"}, "", kUnlisted, "", "kvfob list"},
       {{"scan", "--for", "500ms", "--color", "always"}, "", kDone, "0a1b2c3d4e61", ""},
       {{"doctor"}, "", kNoAdapter, "PROBLEM", "cannot be used"},
+      {{"doctor", "--json"},
+       "",
+       kNoAdapter,
+       "{\"event\":\"finding\",\"topic\":\"bus\",\"verdict\":\"problem\",\"seen\":\"",
+       "cannot be used"},
+      {{"doctor", "--json", "--adapter", "hci3"},
+       "",
+       kNoAdapter,
+       "\"command\":\"doctor\",\"adapter\":\"hci3\",\"ok\":false,",
+       ""},
       {{"tag", "--adapter", "hci0", "--timeout", "200ms"}, "x", kNoAdapter, "", "bus"},
+      {{"tag", "--adapter", "hci0", "--timeout", "200ms", "--json"},
+       "x",
+       kNoAdapter,
+       "\"error\":{\"code\":\"no-bluetooth\",\"message\":\"the system bus cannot be reached\"}}",
+       "bus"},
   };
   // A bus that is not there stands for a machine without a Bluetooth service.
   setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);

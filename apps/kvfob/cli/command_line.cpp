@@ -280,6 +280,7 @@ void Builder::addVirtualTag() {
   addNumber(tag, "--model", "Its model number, 0 to 255 (1)", UINT8_MAX, options_.model);
   addNumber(tag, "--battery", "Its battery value, 0 to 255 (100)", UINT8_MAX, options_.battery);
   addPasswordFile(tag, "The password that it is bound with already; else it is unbound");
+  addJson(tag);
 }
 
 void Builder::addBook() {
@@ -306,6 +307,7 @@ void Builder::addHelpers() {
       add(Command::Doctor, "doctor", "Tell what is wrong with Bluetooth here, and what to do",
           {"adapter", "color"});
   addFixedRadio(doctor);
+  addJson(doctor);
   addJson(add(Command::Config, "config", "Show the settings in force, and where they come from",
               {"radio", "adapter", "timeout", "log", "color"}));
   addText(add(Command::Help, "help", "Tell of the program, or of one of its commands"), "COMMAND",
