@@ -64,14 +64,19 @@ std::string usage(const CLI::App& app) {
   return text + (whole ? " COMMAND ...\n" : "\n");
 }
 
+// Those of the command before those that it shares.
 std::string rows(const CLI::App& app, const std::string& heading, const std::string& group,
                  bool positional) {
-  std::string text;
+  std::string own;
+  std::string shared;
   for (const auto* option : app.get_options()) {
     if (option->get_positional() != positional || option->get_group() != group) continue;
-    text += row(kOptionColumn, nameOf(*option), descriptionOf(*option));
+    const auto* parent = positional ? nullptr : app.get_parent();
+    const bool isOwn = parent == nullptr ||
+                       parent->get_option_no_throw("--" + option->get_lnames().front()) == nullptr;
+    (isOwn ? own : shared) += row(kOptionColumn, nameOf(*option), descriptionOf(*option));
   }
-  return text.empty() ? text : "\n" + heading + ":\n" + text;
+  return own.empty() && shared.empty() ? "" : "\n" + heading + ":\n" + own + shared;
 }
 
 }  // namespace
