@@ -243,6 +243,7 @@ void Builder::addOnTags() {
   addTag(watch);
   addUnlisted(watch);
   addSetting(watch, options_, settingOf("color"));
+  watch.get_option("--timeout")->description("How long it may take to get through to it (30s)");
   addDuration(watch, "How long to watch: 500ms, 30s, 1.5m (until Ctrl-C)");
 }
 
@@ -270,6 +271,7 @@ void Builder::addVirtualTag() {
   auto& tag = add(Command::Tag, "tag", "Put a virtual tag on the air through an adapter of bluez",
                   {"adapter", "timeout"});
   addFixedRadio(tag);
+  tag.get_option("--timeout")->description("How long it may take to come on the air (30s)");
   addValue(tag, "--address", "ADDRESS", "The address in its advertisements (the adapter's own)",
            [&options = options_](const std::string& text) -> std::string {
              const auto address = parseAddress(text);
