@@ -32,7 +32,7 @@ class Scan {
  private:
   void begin();
   void openScreen();
-  void typed(char key);
+  void typed(const Key& key);
   void tick();
   void draw();
   ScanView view() const;
@@ -76,14 +76,14 @@ void Scan::begin() {
 
 void Scan::openScreen() {
   screen_ = std::make_unique<Screen>(
-      session_.loop(), [this](char key) { typed(key); }, [this] { draw(); });
+      session_.loop(), [this](const Key& key) { typed(key); }, [this] { draw(); });
   session_.console().divertNotes([this](std::string_view text) { note_ = text; });
   tick();
 }
 
-void Scan::typed(char key) {
-  if (key == 'q') return session_.finish({});
-  if (key == 's') order_ = nextOrder(order_);
+void Scan::typed(const Key& key) {
+  if (isCharacter(key, 'q')) return session_.finish({});
+  if (isCharacter(key, 's')) order_ = nextOrder(order_);
   draw();
 }
 
