@@ -161,15 +161,33 @@ CLI::App& addTagCommand(CLI::App& app, Options& options, Command command, const 
   return sub;
 }
 
+void addScan(CLI::App& app, Options& options) {
+  auto& scan = addCommand(app, options, Command::Scan, "scan",
+                          "List the tags in range; on a terminal also ring, bind and watch them");
+  scan.callback([&options] {
+    if (options.simTags > 0 && options.radio != RadioKind::Sim) {
+      throw CLI::ValidationError("--sim-tags: only --radio sim has them");
+    }
+    if (options.follow && !options.json) throw CLI::ValidationError("--follow: only with --json");
+    options.command = Command::Scan;
+  });
+  addDuration(scan, options, "How long to listen (on a terminal until \"q\", else 10s)");
+  scan.add_flag("--json", options.json,
+                "One JSON object a line whenever a tag is first heard, or is news");
+  scan.add_flag("--follow", options.follow, "With --json: go on until Ctrl-C")
+      ->excludes(scan.get_option("--for"));
+  addChoice(scan, "--sort", "By what the table is sorted (rssi); \"s\" changes it", kOrders,
+            options.sort);
+  scan.add_option("--sim-tags", options.simTags, "So many tags on the simulated radio")
+      ->check(CLI::Range(std::size_t{1}, std::size_t{5000}).description(""))
+      ->type_name("N");
+}
+
 void addPlainCommands(CLI::App& app, Options& options) {
   addCommand(app, options, Command::Demo, "demo",
              "Walk the whole road with a virtual tag, in about ten seconds")
       .add_flag("--instant", options.instant, "Let the time pass in an instant");
-  auto& scan = addCommand(app, options, Command::Scan, "scan", "List the tags in range");
-  addDuration(scan, options, "How long to listen (10s)");
-  scan.add_flag("--json", options.json, "One JSON object a line and tag");
-  addChoice(scan, "--sort", "By what the table is sorted (rssi); \"s\" changes it", kOrders,
-            options.sort);
+  addScan(app, options);
   auto& decode = addCommand(app, options, Command::Decode, "decode",
                             "Tell what a capture or advertisement frames hold of tags");
   decode

@@ -15,6 +15,7 @@ inline constexpr std::string_view kHelpFooter = R"help(Radios:
   sim    A simulated radio inside the program: nothing goes over the air.
          It holds three tags: 0a1b2c3d4e5f, bound with the password "sesame", and
          0a1b2c3d4e60 and 0a1b2c3d4e61, which are unbound. They start anew with each run.
+         "scan --sim-tags 12" makes it twelve.
 
 Tags:
   A tag is meant by its address, as "scan" shows it, or by the name that "bind --name" or
@@ -28,7 +29,9 @@ Passwords:
 
 Examples:
   kvfob demo
+  kvfob scan                                   (on a terminal: ? tells of the keys)
   kvfob scan --for 1m --sort name
+  kvfob scan --json --follow | jq .address
   kvfob bind 0A:1B:2C:3D:4E:60 --name keys --save-password
   kvfob ring keys
   kvfob watch keys

@@ -54,6 +54,8 @@ struct Options {
   std::optional<std::chrono::milliseconds> duration = {};  ///< Absent: until a signal.
   bool json = false;
   SortBy sort = SortBy::Rssi;  ///< Of `scan`.
+  bool follow = false;         ///< Of `scan --json`: without end.
+  std::size_t simTags = 0;     ///< Of `scan`: so many on the simulated radio; 0 for its usual ones.
   bool instant = false;        ///< Of `demo`: with a virtual clock.
   bool on = false;             ///< Of `alert`.
   std::int64_t delay = 0;      ///< Of `delay`.

@@ -4,6 +4,8 @@
 #include "apps/kvfob/commands/run.h"
 
 #include <iostream>
+#include <memory>
+#include <optional>
 #include <utility>
 #include <variant>
 
@@ -47,16 +49,43 @@ Outcome runAir(const Options& options, const SignalFd& signals, Console& console
   return AirRun(queue, loop, console, options, password).run();
 }
 
+// What a scan knows of the book, which changes when it binds a tag.
+ScanMemory memoryOf(const Options& options, const Book& book) {
+  const auto latest = std::make_shared<std::optional<Book>>();
+  const auto find = [&options, &book, latest](const std::string& address) {
+    return (*latest ? **latest : book).find(options.radio, address);
+  };
+  return {.find = [find](const std::string& address) -> std::optional<ScanMemory::Tag> {
+            const auto* entry = find(address);
+            if (entry == nullptr) return std::nullopt;
+            return ScanMemory::Tag{entry->name, !entry->password.text().empty()};
+          },
+          .password =
+              [find](const std::string& address) {
+                const auto* entry = find(address);
+                return entry == nullptr ? Secret() : Secret(entry->password.text());
+              },
+          .remember =
+              [&options, latest](const std::string& address, const Secret& password, bool save) {
+                auto binding = options;
+                binding.savePassword = save;
+                auto outcome = rememberBound(binding, address, password);
+                auto read = Book::read();
+                if (auto* now = std::get_if<Book>(&read)) *latest = std::move(*now);
+                return outcome;
+              }};
+}
+
 Outcome runOnRadio(const Options& options, const Secret& password, const Book& book,
                    const SignalFd& signals, Console& console) {
   Radio radio(options);
   console.note("radio: " + radio.description());
   Loop loop(radio.queue(), signals);
   Session session(loop, console);
-  const auto nameOf = [&](const std::string& tag) { return book.nameOf(options.radio, tag); };
-  auto outcome = options.command == Command::Scan
-                     ? runScan(session, options, nameOf)
-                     : TagRun(session, options, password, nameOf(options.tag)).run();
+  auto outcome =
+      options.command == Command::Scan
+          ? runScan(session, options, memoryOf(options, book))
+          : TagRun(session, options, password, book.nameOf(options.radio, options.tag)).run();
   if (outcome.code == kNoAdapter && options.radio == RadioKind::BlueZ) {
     outcome.message += "; \"kvfob doctor\" tells more, and --radio sim needs no Bluetooth";
   }
