@@ -48,14 +48,14 @@ struct Options {
   std::string adapter = {};  ///< As KVBlueZOptions takes it.
   std::chrono::milliseconds timeout{30'000};
   LogLevel log = LogLevel::Off;
-  std::uint64_t seed = 1;  ///< Of the simulated radio.
+  std::uint64_t seed = 1;   ///< Of the simulated radio.
+  std::size_t simTags = 0;  ///< Of `scan`: so many on the simulated radio; 0 for its usual ones.
 
   std::string tag = {};                                    ///< As the user wrote it.
   std::optional<std::chrono::milliseconds> duration = {};  ///< Absent: until a signal.
   bool json = false;
-  SortBy sort = SortBy::Rssi;  ///< Of `scan`.
   bool follow = false;         ///< Of `scan --json`: without end.
-  std::size_t simTags = 0;     ///< Of `scan`: so many on the simulated radio; 0 for its usual ones.
+  SortBy sort = SortBy::Rssi;  ///< Of `scan`.
   bool instant = false;        ///< Of `demo`: with a virtual clock.
   bool on = false;             ///< Of `alert`.
   std::int64_t delay = 0;      ///< Of `delay`.

@@ -64,7 +64,7 @@ double lossOf(std::size_t number) {
 void carryAbout(kvsim::SimulatedRadio& radio, const std::shared_ptr<kvsim::VirtualTag>& tag,
                 std::size_t number) {
   const auto part = static_cast<double>(number * 5 % 8) / 8;
-  const auto path = roundabout(lossOf(number), 3 + static_cast<double>(number % 5),
+  const auto path = roundabout(lossOf(number), 3 + 3 * static_cast<double>(number % 5),
                                Seconds(25 + static_cast<double>(number % 4) * 10), part);
   const bool leaves = number >= kUsual && number % 4 == 3;
   radio.setPathLoss(tag, leaves ? comingAndGoing(path, 60s, part) : path);
