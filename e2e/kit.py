@@ -2,6 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 
 """What the scenarios share: the program as an application on hci0, and as virtual tags on hci1, hci2..."""
+import contextlib
 import json
 import os
 import sys
@@ -9,6 +10,7 @@ import sys
 from program import Failure, Program, secret_file
 
 KVFOB = sys.argv[1]
+BOOK = os.path.expanduser("~/.local/state/kvfob/tags")
 KEEPER = os.path.join(os.path.dirname(KVFOB), "e2e_keeper")
 LONG = "--long" in sys.argv  # what is told by passing time is given more of it
 TAGS = [f"a1b2c3d4e5f{number}" for number in range(10)]  # the one on hciN is number N
@@ -35,7 +37,21 @@ def tag(*arguments, number=1):
 
 
 def bound_tag(number=1):
+    """One that was bound from here, in an earlier life of it."""
+    remember(number)
     return tag("--password-file", PASSWORD, number=number)
+
+
+def remember(number=1):
+    """Puts a bound tag into the program's list, its password not saved."""
+    os.makedirs(os.path.dirname(BOOK), exist_ok=True)
+    with open(BOOK, "a", encoding="utf-8", opener=lambda path, flags: os.open(path, flags, 0o600)) as file:
+        file.write(f"bluez\t{TAGS[number]}\t\t\n")
+
+
+def forget_tags():
+    with contextlib.suppress(FileNotFoundError):
+        os.unlink(BOOK)
 
 
 def start(*command, adapter="hci0"):

@@ -8,7 +8,7 @@ import signal
 import sys
 import time
 
-from kit import SCENARIOS
+from kit import SCENARIOS, forget_tags
 from program import Failure, Program, stop_all
 from stack import CONTROLLERS, air, daemon_runs, forget_devices, mend_adapters, power, start_daemon
 
@@ -33,6 +33,7 @@ def run(scenario, limit):
     begun = time.monotonic()
     problem = None
     calm()
+    forget_tags()
     signal.alarm(limit)
     try:
         scenario()

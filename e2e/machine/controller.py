@@ -3,6 +3,7 @@
 
 """One controller of the relay: between the host's /dev/vhci and an emulated controller."""
 import contextlib
+import errno
 import itertools
 import os
 import re
@@ -88,9 +89,14 @@ class Controller:
                 other.tell(struct.pack("<BBBBHB", EVENT, DISCONNECTED, 4, 0, handle, TIMED_OUT))
 
     def tell(self, packet):
-        """Hands a packet to the host."""
-        if self.host is not None:
+        """Hands a packet to the host, which takes none while the adapter is down."""
+        if self.host is None:
+            return
+        try:
             os.write(self.host, bytes(packet))
+        except OSError as error:
+            if error.errno != errno.ENXIO:
+                raise
 
     def send(self, packet):
         """Hands a packet to the emulated controller, if there is one; from_device sees it end."""

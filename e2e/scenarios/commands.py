@@ -6,7 +6,7 @@ import json
 import signal
 import time
 
-from kit import PASSWORD, TAG, WRONG, bound_tag, do, on_tag, require, scenario, tag, watch
+from kit import PASSWORD, TAG, WRONG, bound_tag, do, on_tag, remember, require, scenario, tag, watch
 from stack import air, expect_links
 
 
@@ -37,9 +37,21 @@ def refused_password():
     on_tag("bind")
 
 
+@scenario(60)
+def nothing_binds_but_bind():
+    """A tag that nobody has bound stays so, whatever else it is asked."""
+    virtual = tag()
+    for command in ("ring", "watch", "unbind"):
+        on_tag(command, status=9)
+    virtual.refuse("^connected", 3)
+    on_tag("ring", "--unlisted")
+    virtual.expect("^bound", 5)
+
+
 @scenario(30)
 def no_such_tag():
     """A tag that nobody hears is not found, in the time that was asked for."""
+    remember()
     begun = time.monotonic()
     do("--timeout", "5", "ring", TAG, "--password-file", PASSWORD, status=4)
     took = time.monotonic() - begun

@@ -17,6 +17,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 #include <utility>
 
 namespace kvfob {
@@ -24,11 +25,14 @@ namespace {
 
 constexpr int kPatienceMs = 20'000;
 
-// Keeps the user's own tags out of the tests.
-void useOwnState() { setenv("XDG_STATE_HOME", ::testing::TempDir().c_str(), /*overwrite=*/0); }
+// Keeps the user's own tags and settings out of the tests.
+void useOwnFolders() {
+  setenv("XDG_STATE_HOME", ::testing::TempDir().c_str(), /*overwrite=*/0);
+  setenv("XDG_CONFIG_HOME", ::testing::TempDir().c_str(), /*overwrite=*/0);
+}
 
 std::vector<char*> argumentsOf(std::vector<std::string>& arguments) {
-  useOwnState();
+  useOwnFolders();
   arguments.insert(arguments.begin(), KVFOB_PROGRAM);
   std::vector<char*> pointers;
   pointers.reserve(arguments.size() + 1);
@@ -67,15 +71,42 @@ class Scratch {
   std::FILE* file_ = std::tmpfile();
 };
 
+// In a process of its own: runs the program as a job in the foreground, and ends as that does.
+void becomeShell(const std::vector<char*>& arguments) {
+  std::signal(SIGTTOU, SIG_IGN);
+  sigset_t awaited;
+  sigemptyset(&awaited);
+  sigaddset(&awaited, SIGUSR1);
+  sigprocmask(SIG_BLOCK, &awaited, nullptr);
+  const pid_t job = fork();
+  setpgid(job, job);
+  if (job == 0) {
+    tcsetpgrp(STDIN_FILENO, getpid());
+    std::signal(SIGTTOU, SIG_DFL);
+    execv(arguments[0], arguments.data());
+    _exit(127);
+  }
+  int status = 0;
+  while (waitpid(job, &status, WUNTRACED) == job && WIFSTOPPED(status)) {
+    constexpr std::string_view kStopped = "[stopped]";
+    if (write(STDOUT_FILENO, kStopped.data(), kStopped.size()) < 0) break;
+    int number = 0;
+    sigwait(&awaited, &number);
+    kill(job, SIGCONT);
+  }
+  _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 127);
+}
+
 }  // namespace
 
-Child::Child(std::vector<std::string> arguments) {
+Child::Child(std::vector<std::string> arguments, bool jobs) {
   const auto pointers = argumentsOf(arguments);
   openpty(&terminal_, &keepOpen_, nullptr, nullptr, nullptr);
   pid_ = fork();
   if (pid_ == 0) {
     close(terminal_);
     login_tty(keepOpen_);
+    if (jobs) becomeShell(pointers);
     execv(pointers[0], pointers.data());
     _exit(127);
   }

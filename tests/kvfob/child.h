@@ -14,7 +14,9 @@ namespace kvfob {
 /// The program on a pseudo-terminal of its own: what it writes there, and what is typed.
 class Child {
  public:
-  explicit Child(std::vector<std::string> arguments);
+  /// @param jobs  Under a parent that does what a shell does with jobs: it writes "[stopped]" when
+  ///              the program stops, and continues it on SIGUSR1. Else nothing can stop it.
+  explicit Child(std::vector<std::string> arguments, bool jobs = false);
   ~Child();
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
@@ -24,6 +26,9 @@ class Child {
 
   /// Reads on until `text` has been written; false when the program ends first or takes too long.
   bool awaitText(const std::string& text);
+
+  /// Forgets what was written, so that the same text can be awaited again.
+  void forget() { output_.clear(); }
 
   /// Reads on until the program ends. Its exit status, or -1 when a signal ended it.
   int awaitEnd();

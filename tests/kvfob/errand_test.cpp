@@ -41,6 +41,7 @@ struct Stage {
     return session.manager().existTracker(address, /*bind=*/false) != nullptr;
   }
 
+  const Radio none{Options{.radio = RadioKind::Sim}};
   kvsim::SimulatedRadio radio{options()};
   PlatformInForce platform{radio.platform()};
   std::shared_ptr<kvsim::VirtualTag> tag =
@@ -50,7 +51,7 @@ struct Stage {
   Console console{out, out, /*color=*/false, /*live=*/false};
   SignalFd signals{SIGUSR1};
   Loop loop{radio.platform()->eventQueue, signals};
-  Session session{loop, console};
+  Session session{none, loop, console};
 };
 
 TEST(ErrandTest, DoesOneThingAndLetsGo) {

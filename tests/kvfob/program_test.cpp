@@ -1,8 +1,11 @@
 // SPDX-FileCopyrightText: The KVFobLink authors
 // SPDX-License-Identifier: Apache-2.0
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
@@ -21,20 +24,35 @@ TEST(ProgramTest, ExitStatuses) {
     const char* out;
     const char* err;
   } kCases[] = {
-      {{"ring", "0A:1B:2C:3D:4E:5F"}, "sesame", kDone, "0a1b2c3d4e5f: ringing", "simulated radio"},
-      {{"silence", "0a1b2c3d4e5f"}, "sesame", kDone, ": silent", "simulated radio"},
-      {{"alert", "0a1b2c3d4e5f", "on"}, "sesame", kDone, ": loss alert on", ""},
-      {{"delay", "0a1b2c3d4e5f", "7000"}, "sesame", kDone, ": loss delay 7000", ""},
-      {{"distance", "0a1b2c3d4e5f", "far"}, "sesame", kDone, ": loss distance far", ""},
-      {{"unbind", "0a1b2c3d4e5f"}, "sesame", kDone, ": unbound", ""},
-      {{"bind", "0a1b2c3d4e60"}, "mine", kDone, ": bound", ""},
-      {{"ring", "0a1b2c3d4e5f"}, "wrong", kRefused, "", "refused the password"},
+      {{"ring", "0A:1B:2C:3D:4E:5F", "--unlisted"},
+       "sesame",
+       kDone,
+       "0a1b2c3d4e5f: ringing",
+       "simulated radio"},
+      {{"silence", "0a1b2c3d4e5f", "--unlisted"}, "sesame", kDone, ": silent", "simulated radio"},
+      {{"alert", "0a1b2c3d4e5f", "on", "--unlisted"}, "sesame", kDone, ": loss alert on", ""},
+      {{"delay", "0a1b2c3d4e5f", "7000", "--unlisted"}, "sesame", kDone, ": loss delay 7000", ""},
+      {{"distance", "0a1b2c3d4e5f", "far", "--unlisted"},
+       "sesame",
+       kDone,
+       ": loss distance far",
+       ""},
+      {{"bind", "0a1b2c3d4e5f"}, "sesame", kDone, ": bound", ""},
+      {{"ring", "0a1b2c3d4e5f", "--unlisted"}, "wrong", kRefused, "", "refused the password"},
       {{"bind", "0a1b2c3d4e5f"}, "wrong", kRefused, "", "error password."},
-      {{"ring", "0a1b2c3d4eff", "--timeout", "300ms"}, "x", kNotFound, "", "was not heard"},
-      {{"ring", "0a1b2c3d4e5f"}, "far too long a password", kUsage, "", "1 to 13 bytes"},
-      {{"watch", "0a1b2c3d4e5f", "--for", "50ms"}, "sesame", kDone, "connected", ""},
-      {{"ring", "0a1b2c3d4e5f", "--timeout", "200ms"}, "x", kNoAdapter, "", "--radio sim"},
-      {{"ring", "0a1b"}, "", kUsage, "", "kvfob list"},
+      {{"ring", "0a1b2c3d4eff", "--timeout", "300ms", "--unlisted"},
+       "x",
+       kNotFound,
+       "",
+       "was not heard"},
+      {{"ring", "0a1b2c3d4e5f", "--unlisted"},
+       "far too long a password",
+       kBadInput,
+       "",
+       "1 to 13 bytes"},
+      {{"watch", "0a1b2c3d4e5f", "--for", "50ms", "--unlisted"}, "sesame", kDone, "connected", ""},
+      {{"ring", "0a1b2c3d4e5f", "--unlisted"}, "x", kNoAdapter, "", "--radio sim"},
+      {{"ring", "0a1b"}, "", kUnlisted, "", "kvfob list"},
       {{"scan", "--for", "500ms", "--color", "always"}, "", kDone, "0a1b2c3d4e61", ""},
       {{"doctor"}, "", kNoAdapter, "PROBLEM", "cannot be used"},
       {{"tag", "--adapter", "hci0", "--timeout", "200ms"}, "x", kNoAdapter, "", "bus"},
@@ -70,6 +88,46 @@ TEST(ProgramTest, DecodesACapture) {
   EXPECT_NE(shown.out.find("open sesame"), std::string::npos);
 }
 
+TEST(ProgramTest, DecodesForScriptsAsMuchAsForPeople) {
+  const std::string capture = KVFOB_TEST_DATA "/road.btsnoop";
+  const auto text = runProgram({"decode", capture});
+  const auto json = runProgram({"decode", "--json", capture});
+  const auto lines = [](const RunResult& run) {
+    return std::count(run.out.begin(), run.out.end(), '\n');
+  };
+  EXPECT_EQ(lines(json), lines(text) + 1) << "and the result";
+  for (const char* line :
+       {R"({"event":"advertisement","time":"2026-11-22T23:39:44.411Z","adapter":"hci0",)"
+        R"("address":"a1b2c3d4e5f6","battery":77,"tx":-12,"model":1,"rssi":-60})",
+        R"({"event":"link-up","time":"2026-11-22T23:39:44.680Z","adapter":"hci0","link":42,)"
+        R"("peer":"00aa01010042"})",
+        R"("adapter":"hci0","link":42,"command":"bell","value":"on","wire":")",
+        R"("link":42,"reason":19})", R"({"event":"result","command":"decode","file":"/)",
+        R"("packets":124,"found":44,"ok":true,)"
+        R"("seconds":0.)"}) {
+    EXPECT_NE(json.out.find(line), std::string::npos) << line << "\n" << json.out;
+  }
+}
+
+TEST(ProgramTest, DecodeShowsHowFarItIsUntilASignal) {
+  const auto fifo = ::testing::TempDir() + "kvfob-fifo-" + std::to_string(getpid());
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  Child child({"decode", fifo});
+  const int writer = open(fifo.c_str(), O_RDWR);
+  // Frames: 0xA1, 0x0B, battery, address backwards, transmit power.
+  const std::string frame = "a10b64112233445566f4\n";
+  EXPECT_EQ(write(writer, frame.data(), frame.size()), static_cast<ssize_t>(frame.size()));
+  EXPECT_TRUE(child.awaitText("\r21 bytes read")) << child.output();
+  EXPECT_EQ(write(writer, frame.data(), frame.size()), static_cast<ssize_t>(frame.size()));
+  EXPECT_TRUE(child.awaitText("read\033[K\r\033[K665544332211")) << child.output();
+  EXPECT_TRUE(child.awaitText("\r42 bytes read")) << child.output();
+  child.signal(SIGINT);
+  EXPECT_EQ(child.awaitEnd(), kSignal + SIGINT);
+  EXPECT_TRUE(child.output().ends_with("read\033[K\r\033[K")) << child.output();
+  close(writer);
+  unlink(fifo.c_str());
+}
+
 TEST(ProgramTest, DecodesFramesAndRefusesOtherInput) {
   const struct {
     std::string input;
@@ -81,10 +139,19 @@ TEST(ProgramTest, DecodesFramesAndRefusesOtherInput) {
       {"# a frame\nA1 0B 64 11 22 33 44 55 66 F4\n", kDone,
        "665544332211  battery 100  tx -12 dBm\n", ""},
       {"a1:0d:64:11:22:33:44:55:66:f4\n", kDone, "not a tag's frame", ""},
-      {"hello\n", kUsage, "", "line 1"},
+      {"hello\n", kBadInput, "", "standard input: line 1 is neither"},
+      {"a10\n", kBadInput, "", "line 1 is neither"},
+      {"# " + std::string(4094, 'x') + "\n\nhello", kBadInput, "", "line 3 is neither"},
+      {std::string(4096, 'a') + "\n" + std::string(4097, 'a'), kBadInput, "not a tag's frame: aaa",
+       "line 2 is too long"},
+      {"", kBadInput, "", "there is nothing in it"},
+      {"# no frame\n\n", kBadInput, "", "there is nothing in it"},
       // Captures: magic, version (4, big-endian), datalink type (4), then packets.
-      {std::string("btsnoop\0\0\0", 10), kUsage, "", "inside its header"},
-      {std::string("btsnoop\0\0\0\0\x01\0\0\x07\xd1\0\0", 18), kUsage, "", "inside a packet"},
+      {std::string("btsnoop\0\0\0", 10), kBadInput, "", "inside its header"},
+      {std::string("btsnoop\0\0\0\0\x02\0\0\x07\xd1", 16), kBadInput, "", "version 2"},
+      {std::string("btsnoop\0\0\0\0\x01\0\0\x07\xd2", 16), kBadInput, "", "kind of link, 2002"},
+      {std::string("btsnoop\0\0\0\0\x01\0\0\x07\xd1\0\0", 18), kBadInput, "", "inside packet 1"},
+      {std::string("btsnoop\0\0\0\0\x01\0\0\x07\xd1", 16), kDone, "", "nothing of a tag"},
   };
   for (const auto& [input, status, out, err] : kCases) {
     const auto result = runProgram({"decode", "-"}, input);
@@ -92,10 +159,22 @@ TEST(ProgramTest, DecodesFramesAndRefusesOtherInput) {
     EXPECT_NE(result.out.find(out), std::string::npos) << result.out;
     EXPECT_NE(result.err.find(err), std::string::npos) << result.err;
   }
+  const std::pair<const char*, const char*> kFiles[] = {
+      {"/", "cannot read /: Is a directory"},
+      {"/dev/zero", "/dev/zero: line 1 is neither"},
+      {"/nonexistent", "cannot read /nonexistent: No such file"},
+  };
+  for (const auto& [file, message] : kFiles) {
+    const auto result = runProgram({"decode", "--json", file});
+    EXPECT_EQ(result.status, kBadInput) << file;
+    EXPECT_NE(result.err.find(message), std::string::npos) << result.err;
+    EXPECT_NE(result.out.find(R"("error":{"code":"bad-input","message":")"), std::string::npos)
+        << result.out;
+  }
 }
 
 TEST(ProgramTest, NoTerminalToAskOn) {
-  const auto result = runProgram({"--radio", "sim", "ring", "0a1b2c3d4e5f"});
+  const auto result = runProgram({"--radio", "sim", "ring", "0a1b2c3d4e5f", "--unlisted"});
   EXPECT_EQ(result.status, kUsage);
   EXPECT_NE(result.err.find("--password-file"), std::string::npos);
 }
@@ -134,7 +213,7 @@ TEST(ProgramTest, CrowdIsForTheSimulatedRadio) {
 
 TEST(ProgramTest, SignalsEndItOrderly) {
   for (const int number : {SIGINT, SIGTERM}) {
-    Child child({"--radio", "sim", "watch", "0a1b2c3d4e5f"});
+    Child child({"--radio", "sim", "watch", "0a1b2c3d4e5f", "--unlisted"});
     ASSERT_TRUE(child.awaitText("Password"));
     child.type("sesame\n");
     ASSERT_TRUE(child.awaitText("connected")) << child.output();

@@ -21,7 +21,12 @@ TEST(TextTest, Addresses) {
       {"0a1b2c3d4e5", {}},
       {"0a1b2c3d4e5ff", {}},
       {"0a1b2c3d4e5g", {}},
-      {"0a-1b-2c-3d-4e-5f", {}},
+      {"0a-1B-2c-3d-4e-5f", "0a1b2c3d4e5f"},
+      {"0A1B.2c3d.4e5f", "0a1b2c3d4e5f"},
+      {"0a-1b-2c-3d-4e:5f", {}},
+      {"0a1b:2c3d:4e5f", {}},
+      {"0a.1b.2c.3d.4e.5f", {}},
+      {"0a1b.2c3d.4e5.f", {}},
       {"0a:1b:2c:3d:4e5:f", {}},
       {"0a1b2c3d4e5f00:00", {}},
       {"", {}},
@@ -40,6 +45,18 @@ TEST(TextTest, Durations) {
       {"1.2.3", {}},  {"10 s", {}},   {"10d", {}},   {"", {}},         {".", {}},
   };
   for (const auto& [text, duration] : kCases) EXPECT_EQ(parseDuration(text), duration) << text;
+}
+
+TEST(TextTest, Numbers) {
+  const struct {
+    const char* text;
+    std::optional<std::uint64_t> number;
+  } kCases[] = {{"5", 5},   {"7", 7},    {"4", {}},   {"8", {}},  {"", {}},  {"-5", {}},
+                {"+5", {}}, {"5.0", {}}, {"0x5", {}}, {" 5", {}}, {"5 ", {}}};
+  for (const auto& [text, number] : kCases) EXPECT_EQ(parseNumber(text, 5, 7), number) << text;
+  EXPECT_EQ(parseNumber("18446744073709551616", 0, UINT64_MAX), std::nullopt);
+  EXPECT_EQ(durationText(90s), "90s");
+  EXPECT_EQ(durationText(1500ms), "1500ms");
 }
 
 TEST(TextTest, TimesAreInUtcWithMilliseconds) {

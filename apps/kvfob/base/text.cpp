@@ -4,6 +4,7 @@
 #include "apps/kvfob/base/text.h"
 
 #include <array>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -18,6 +19,10 @@ namespace {
 
 constexpr std::size_t kAddressDigits = 12;
 
+// The spellings of an address: what stands between how many digits.
+constexpr std::array<std::pair<char, std::size_t>, 4> kSpellings{
+    {{'\0', kAddressDigits}, {':', 2}, {'-', 2}, {'.', 4}}};
+
 constexpr std::array<std::pair<std::string_view, std::uint64_t>, 3> kLevels{{
     {"far", KVDistanceFar},
     {"middle", KVDistanceMiddle},
@@ -28,6 +33,21 @@ std::optional<char> hexDigit(char c) {
   if ((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f')) return c;
   if (c >= 'A' && c <= 'F') return static_cast<char>(c - 'A' + 'a');
   return std::nullopt;
+}
+
+std::optional<std::string> spelled(std::string_view text, char separator, std::size_t group) {
+  if (text.size() != kAddressDigits + kAddressDigits / group - 1) return std::nullopt;
+  std::string address;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (i % (group + 1) == group) {
+      if (text[i] != separator) return std::nullopt;
+      continue;
+    }
+    const auto digit = hexDigit(text[i]);
+    if (!digit) return std::nullopt;
+    address += *digit;
+  }
+  return address;
 }
 
 std::string formatTime(std::chrono::system_clock::time_point time, const char* format,
@@ -47,19 +67,20 @@ std::string formatTime(std::chrono::system_clock::time_point time, const char* f
 }  // namespace
 
 std::optional<std::string> parseAddress(std::string_view text) {
-  const bool colons = text.size() == kAddressDigits + 5;
-  if (!colons && text.size() != kAddressDigits) return std::nullopt;
-  std::string address;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (colons && i % 3 == 2) {
-      if (text[i] != ':') return std::nullopt;
-      continue;
-    }
-    const auto digit = hexDigit(text[i]);
-    if (!digit) return std::nullopt;
-    address += *digit;
+  for (const auto& [separator, group] : kSpellings) {
+    if (auto address = spelled(text, separator, group)) return address;
   }
-  return address;
+  return std::nullopt;
+}
+
+std::optional<std::uint64_t> parseNumber(std::string_view text, std::uint64_t least,
+                                         std::uint64_t most) {
+  std::uint64_t value = 0;
+  const auto* end = text.data() + text.size();
+  const auto result = std::from_chars(text.data(), end, value);
+  if (result.ec != std::errc() || result.ptr != end) return std::nullopt;
+  if (value < least || value > most) return std::nullopt;
+  return value;
 }
 
 std::optional<std::chrono::milliseconds> parseDuration(std::string_view text) {
@@ -86,6 +107,11 @@ std::optional<std::chrono::milliseconds> parseDuration(std::string_view text) {
   constexpr double kMost = 7 * 24 * 3600e3;
   if (!(millis >= 1) || millis > kMost) return std::nullopt;
   return std::chrono::milliseconds(std::llround(millis));
+}
+
+std::string durationText(std::chrono::milliseconds time) {
+  const auto millis = time.count();
+  return millis % 1000 == 0 ? std::to_string(millis / 1000) + "s" : std::to_string(millis) + "ms";
 }
 
 std::optional<std::uint64_t> parseLevel(std::string_view text) {

@@ -16,11 +16,19 @@
 namespace kvfob {
 
 /// A tag's address as the library writes it, 12 lower-case hexadecimal digits, from those digits in
-/// either case, with a colon after every second one or none. Anything else gives nothing.
+/// either case: on their own, as a1:b2:c3:d4:e5:f6, a1-b2-c3-d4-e5-f6 or a1b2.c3d4.e5f6. Anything
+/// else gives nothing.
 std::optional<std::string> parseAddress(std::string_view text);
+
+/// A whole number in decimal digits, from `least` to `most`. Anything else gives nothing.
+std::optional<std::uint64_t> parseNumber(std::string_view text, std::uint64_t least,
+                                         std::uint64_t most);
 
 /// A duration such as "10s", "1.5m", "500ms", "2h" or "10" (seconds): above zero, at most a week.
 std::optional<std::chrono::milliseconds> parseDuration(std::string_view text);
+
+/// The reverse, "90s" or "1500ms".
+std::string durationText(std::chrono::milliseconds time);
 
 /// "far", "middle" or "near" as a `KVDistance`.
 std::optional<std::uint64_t> parseLevel(std::string_view text);

@@ -63,10 +63,10 @@ std::variant<Secret, Outcome> BookFile::read() const {
   struct stat status {};
   if (file.fd() < 0 || fstat(file.fd(), &status) != 0) return failure("cannot read");
   if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
-    return Outcome{kUsage, "others may read " + path_ + "; make it yours: chmod 600 " + path_};
+    return Outcome{kStateFile, "others may read " + path_ + "; make it yours: chmod 600 " + path_};
   }
   std::string text(static_cast<std::size_t>(status.st_size), '\0');
-  if (text.size() > kSizeMost) return Outcome{kUsage, path_ + " is too long to be kvfob's"};
+  if (text.size() > kSizeMost) return Outcome{kStateFile, path_ + " is too long to be kvfob's"};
   std::size_t got = 0;
   while (got < text.size()) {
     const auto count = ::read(file.fd(), text.data() + got, text.size() - got);
@@ -80,7 +80,7 @@ std::variant<Secret, Outcome> BookFile::read() const {
 }
 
 std::variant<OpenFile, Outcome> BookFile::lock() const {
-  if (path_.empty()) return Outcome{kUsage, "tags cannot be remembered: HOME is not set"};
+  if (path_.empty()) return Outcome{kStateFile, "tags cannot be remembered: HOME is not set"};
   std::error_code error;
   std::filesystem::create_directories(std::filesystem::path(folder_).parent_path(), error);
   if (mkdir(folder_.c_str(), S_IRWXU) != 0 && errno != EEXIST) return failure("cannot make");
@@ -104,7 +104,7 @@ Outcome BookFile::replace(const Secret& text) const {
 }
 
 Outcome BookFile::failure(const std::string& what) const {
-  return {kUsage, what + " " + path_ + ": " + strerror(errno)};
+  return {kStateFile, what + " " + path_ + ": " + strerror(errno)};
 }
 
 }  // namespace kvfob

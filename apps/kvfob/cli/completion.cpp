@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "apps/kvfob/cli/command_line.h"
+
 namespace kvfob {
 namespace {
 
@@ -59,7 +61,7 @@ std::string joined(const WordList& words, const std::string& separator) {
   return text;
 }
 
-Argument argumentOf(const CLI::Option& option) {
+Argument argumentOf(const CLI::App& app, const CLI::Option& option) {
   Argument argument;
   argument.name =
       option.get_positional() ? option.get_single_name() : "--" + option.get_lnames().front();
@@ -72,7 +74,11 @@ Argument argumentOf(const CLI::Option& option) {
     argument.words = split(type, '|');
   } else if (type == "FILE" || argument.name == "FILE") {
     argument.kind = Kind::File;
-  } else if (argument.name == "TAG") {
+  } else if (argument.name == "COMMAND") {
+    argument.kind = Kind::Words;
+    for (const auto* sub : commandsOf(*app.get_parent())) argument.words.push_back(sub->get_name());
+  } else if (argument.name == "TAG" && app.get_name() != "bind") {
+    // What is bound anew is not among those that were bound.
     argument.kind = Kind::Tag;
   }
   return argument;
@@ -83,17 +89,16 @@ Command commandOf(const CLI::App& app) {
   command.name = app.get_name();
   command.help = app.get_description();
   for (const auto* option : app.get_options()) {
+    if (isHidden(*option)) continue;
     auto& list = option->get_positional() ? command.positionals : command.options;
-    list.push_back(argumentOf(*option));
+    list.push_back(argumentOf(app, *option));
   }
   return command;
 }
 
-std::vector<Command> commandsOf(const CLI::App& app) {
+std::vector<Command> describedCommands(const CLI::App& app) {
   std::vector<Command> commands;
-  for (const auto* sub : app.get_subcommands([](const CLI::App*) { return true; })) {
-    commands.push_back(commandOf(*sub));
-  }
+  for (const auto* sub : commandsOf(app)) commands.push_back(commandOf(*sub));
   return commands;
 }
 
@@ -129,7 +134,8 @@ std::string bashCommand(const Command& command) {
     if (positional.kind == Kind::Words) {
       words.insert(words.end(), positional.words.begin(), positional.words.end());
     }
-    if (positional.kind == Kind::Tag) more += "\"$(kvfob list --names 2>/dev/null)\"";
+    if (positional.kind == Kind::Tag)
+      more += "\"$(kvfob \"${chosen[@]}\" list --names 2>/dev/null)\"";
     if (positional.kind == Kind::File) more += "\"$(compgen -f -- \"$word\")\"";
   }
   return "      " + command.name + ") words=$'" + joined(words, "\\n") +
@@ -149,11 +155,19 @@ std::string bashScript(const Command& common, const std::vector<Command>& comman
   for (const auto& name : namesOf(common.options)) first.push_back(name);
   return "# bash completion for kvfob\n"
          "_kvfob() {\n"
-         "  local word=${COMP_WORDS[COMP_CWORD]} command='' words='' i\n"
+         "  local word=${COMP_WORDS[COMP_CWORD]} command='' words='' chosen=() i value\n"
          "  for ((i = 1; i < COMP_CWORD; ++i)); do\n"
-         "    case ${COMP_WORDS[i]} in " +
-         joined(names, "|") +
-         ") command=${COMP_WORDS[i]}; break ;; esac\n"
+         "    case ${COMP_WORDS[i]} in\n"
+         // These have a say in which tags there are. Bash takes = for a word of its own.
+         "    --radio | --config)\n"
+         "      value=$((i + 1))\n"
+         "      if [[ ${COMP_WORDS[value]} == = ]]; then value=$((i + 2)); fi\n"
+         "      chosen+=(\"${COMP_WORDS[i]}\" \"${COMP_WORDS[value]}\") ;;\n"
+         "    --*) ;;\n"
+         "    " +
+         joined(names, " | ") +
+         ") command=${command:-${COMP_WORDS[i]}} ;;\n"
+         "    esac\n"
          "  done\n"
          "  case ${COMP_WORDS[COMP_CWORD - 1]} in\n" +
          bashValues(all) +
@@ -174,7 +188,8 @@ std::string bashScript(const Command& common, const std::vector<Command>& comman
 // One argument of zsh's _arguments; a positional has its number.
 std::string zshArgument(const Argument& argument, const std::string& number) {
   const auto help = replaced(replaced(argument.help, "]", "\\]"), ":", "\\:");
-  std::string text = number.empty() ? argument.name + "[" + help + "]" : number;
+  const auto* value = argument.kind == Kind::Nothing ? "[" : "=[";
+  std::string text = number.empty() ? argument.name + value + help + "]" : number;
   if (argument.kind == Kind::Nothing) return shellWord(text);
   text += ":" + argument.name + ":";
   if (argument.kind == Kind::Words) text += "(" + joined(argument.words, " ") + ")";
@@ -204,15 +219,28 @@ std::string zshScript(const Command& common, const std::vector<Command>& command
   }
   return "#compdef kvfob\n"
          "_kvfob_tags() {\n"
-         "  local -a tags\n"
-         "  tags=(\"${(@f)$(kvfob list --names 2>/dev/null)}\")\n"
+         "  local -a chosen tags\n"
+         "  local option at\n"
+         "  for option in --radio --config; do\n"
+         "    at=$words[(i)$option]\n"
+         "    if [[ -n $words[(r)$option=*] ]]; then\n"
+         "      chosen+=($words[(r)$option=*])\n"
+         "    elif ((at < CURRENT)); then\n"
+         "      chosen+=($option \"$words[at+1]\")\n"
+         "    elif [[ -n $before[$option] ]]; then\n"
+         "      chosen+=($option \"$before[$option]\")\n"
+         "    fi\n"
+         "  done\n"
+         "  tags=(\"${(@f)$(kvfob $chosen list --names 2>/dev/null)}\")\n"
          "  compadd -a tags\n"
          "}\n"
          "_kvfob() {\n"
          "  local context state line\n"
+         "  typeset -A opt_args before\n"
          "  _arguments -C" +
          zshArguments(common, "    ") +
-         " \\\n    '1:command:->command' '*::argument:->argument'\n"
+         " \\\n    '(-)1:command:->command' '(-)*::argument:->argument'\n"
+         "  before=(\"${(@kv)opt_args}\")\n"
          "  case $state in\n"
          "  command)\n"
          "    local -a commands\n"
@@ -236,13 +264,28 @@ std::string fishArgument(const Argument& argument, const std::string& condition)
     if (argument.kind != Kind::Nothing) text += " -r";
   }
   if (argument.kind == Kind::Words) text += " -f -a " + shellWord(joined(argument.words, " "));
-  if (argument.kind == Kind::Tag) text += " -f -a '(kvfob list --names 2>/dev/null)'";
+  if (argument.kind == Kind::Tag) text += " -f -a '(__kvfob_tags)'";
   if (argument.kind == Kind::File) text += " -F";
   return text + "\n";
 }
 
 std::string fishScript(const Command& common, const std::vector<Command>& commands) {
-  std::string text = "# fish completion for kvfob\ncomplete -c kvfob -f\n";
+  std::string text =
+      "# fish completion for kvfob\n"
+      "function __kvfob_tags\n"
+      "  set -l words (commandline -opc)\n"
+      "  set -l chosen\n"
+      "  for i in (seq (count $words))\n"
+      "    switch $words[$i]\n"
+      "      case --radio --config\n"
+      "        set chosen $chosen $words[$i] $words[(math $i + 1)]\n"
+      "      case '--radio=*' '--config=*'\n"
+      "        set chosen $chosen $words[$i]\n"
+      "    end\n"
+      "  end\n"
+      "  kvfob $chosen list --names 2>/dev/null\n"
+      "end\n"
+      "complete -c kvfob -f\n";
   WordList names;
   for (const auto& command : commands) names.push_back(command.name);
   // Fish's own test for this takes the value of an option for a command.
@@ -260,15 +303,15 @@ std::string fishScript(const Command& common, const std::vector<Command>& comman
 
 }  // namespace
 
-std::string completionScript(const CLI::App& app, Shell shell) {
+std::string completionScript(const CLI::App& app, ShellKind shell) {
   const auto common = commandOf(app);
-  const auto commands = commandsOf(app);
+  const auto commands = describedCommands(app);
   switch (shell) {
-    case Shell::Zsh:
+    case ShellKind::Zsh:
       return zshScript(common, commands);
-    case Shell::Fish:
+    case ShellKind::Fish:
       return fishScript(common, commands);
-    case Shell::Bash:
+    case ShellKind::Bash:
       break;
   }
   return bashScript(common, commands);

@@ -14,7 +14,7 @@ namespace kvfob {
 
 /// A script for the shell, which completes commands, options, their words, files, and tags by what
 /// `kvfob list --names` prints.
-std::string completionScript(const CLI::App& app, Shell shell);
+std::string completionScript(const CLI::App& app, ShellKind shell);
 
 }  // namespace kvfob
 

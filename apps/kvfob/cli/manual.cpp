@@ -7,7 +7,8 @@
 #include <cctype>
 #include <sstream>
 
-#include "KVFobLink/KVVersion.h"
+#include "apps/kvfob/cli/command_line.h"
+#include "apps/kvfob/cli/help.h"
 
 namespace kvfob {
 namespace {
@@ -42,27 +43,38 @@ std::string nameOf(const CLI::Option& option) {
   return text;
 }
 
-std::string optionsOf(const CLI::App& app, const CLI::App* without) {
-  std::string text;
-  for (const auto* option : app.get_options()) {
-    // What every command takes is told once.
-    const bool common =
-        without != nullptr && !option->get_positional() &&
-        without->get_option_no_throw("--" + option->get_lnames().front()) != nullptr;
-    if (common) continue;
-    text += ".TP\n" + nameOf(*option) + "\n" + escaped(option->get_description()) + "\n";
-  }
-  return text;
+// Whether every command may have it; told once, and named where it acts.
+bool isCommon(const CLI::Option& option, const CLI::App& app) {
+  return !option.get_positional() &&
+         app.get_option_no_throw("--" + option.get_lnames().front()) != nullptr;
 }
 
-std::string commandsOf(const CLI::App& app) {
+std::string optionsOf(const CLI::App& app, const CLI::App* without) {
   std::string text;
-  for (const auto* sub : app.get_subcommands([](const CLI::App*) { return true; })) {
+  std::string common;
+  for (const auto* option : app.get_options()) {
+    if (isHidden(*option)) continue;
+    if (without != nullptr && isCommon(*option, *without)) {
+      const auto name = "--" + option->get_lnames().front();
+      if (name != "--help") common += (common.empty() ? "" : ", ") + escaped(name);
+      continue;
+    }
+    text += ".TP\n" + nameOf(*option) + "\n" + escaped(option->get_description()) + "\n";
+  }
+  return common.empty() ? text : text + ".PP\nAlso: " + common + ".\n";
+}
+
+std::string commandTexts(const CLI::App& app) {
+  std::string text;
+  for (const auto* sub : commandsOf(app)) {
     text += ".SS " + sub->get_name();
     for (const auto* option : sub->get_options()) {
-      if (option->get_positional()) text += " " + option->get_name(/*positional=*/true);
+      if (!option->get_positional()) continue;
+      text += " " + option->get_name(/*positional=*/true) +
+              (option->get_expected_max() > 1 ? " ..." : "");
     }
     text += "\n" + escaped(sub->get_description()) + ".\n" + optionsOf(*sub, &app);
+    text += ".PP\n.nf\n" + escaped(std::string(examplesOf(sub->get_name()))) + ".fi\n";
   }
   return text;
 }
@@ -88,13 +100,12 @@ std::string sectionsOf(const std::string& footer) {
 }  // namespace
 
 std::string manualPage(const CLI::App& app) {
-  const std::string version(reinterpret_cast<const char*>(KVFobLinkVersionString));
-  return ".TH KVFOB 1 \"\" \"" + version + "\" \"User Commands\"\n" + ".SH NAME\nkvfob \\- " +
+  return ".TH KVFOB 1 \"\" \"" + versionLine() + "\" \"User Commands\"\n" + ".SH NAME\nkvfob \\- " +
          escaped("find and drive key-finder tags over Bluetooth Low Energy") +
          "\n.SH SYNOPSIS\n.B kvfob\n.RI [ options ] \" command \" [ arguments ]\n" +
          ".SH DESCRIPTION\n" + escaped(app.get_description()) + "\n" + ".SH OPTIONS\n" +
-         optionsOf(app, nullptr) + ".SH COMMANDS\n" + commandsOf(app) +
-         sectionsOf(app.get_footer());
+         optionsOf(app, nullptr) + ".SH COMMANDS\n" + commandTexts(app) +
+         sectionsOf(std::string(helpFooter()));
 }
 
 }  // namespace kvfob

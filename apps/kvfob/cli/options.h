@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "apps/kvfob/base/exit_code.h"
 
@@ -32,17 +33,29 @@ enum class Command {
   Rename,
   Forget,
   Doctor,
+  Shell,
+  Config,
+  Help,
   Completion,
   Manual
 };
 enum class RadioKind { Sim, BlueZ };
 enum class ColorMode { Automatic, Always, Never };
 enum class LogLevel { Off, Radio, All };
-enum class Shell { Bash, Zsh, Fish };
+enum class ShellKind { Bash, Zsh, Fish };
 enum class SortBy { Address, Rssi, Battery, Name, Heard };
+
+/// What a setting is, and where that comes from: "default", "file:" and its path, "environment:"
+/// and the variable, or "option".
+struct SettingInForce {
+  std::string name;
+  std::string value;  ///< Empty for none.
+  std::string from;
+};
 
 struct Options {
   Command command = Command::Demo;
+  std::string word = {};  ///< The command's.
   RadioKind radio = RadioKind::BlueZ;
   ColorMode color = ColorMode::Automatic;
   std::string adapter = {};  ///< As KVBlueZOptions takes it.
@@ -50,8 +63,13 @@ struct Options {
   LogLevel log = LogLevel::Off;
   std::uint64_t seed = 1;   ///< Of the simulated radio.
   std::size_t simTags = 0;  ///< Of `scan`: so many on the simulated radio; 0 for its usual ones.
+  bool radioGiven = false;  ///< On the command line.
+  std::vector<SettingInForce> settings = {};
 
-  std::string tag = {};                                    ///< As the user wrote it.
+  std::vector<std::string> tags = {};  ///< As the user wrote them.
+  bool all = false;                    ///< All tags that are bound.
+  bool unlisted = false;               ///< Also such as the book does not hold.
+  std::string tag = {};                ///< The address of the one that is worked on.
   std::optional<std::chrono::milliseconds> duration = {};  ///< Absent: until a signal.
   bool json = false;
   bool follow = false;         ///< Of `scan --json`: without end.
@@ -66,8 +84,10 @@ struct Options {
   std::string name = {};
   bool savePassword = false;
   bool names = false;
+  bool sure = false;  ///< Of `forget`: nobody needs to be asked.
 
-  Shell shell = Shell::Bash;  ///< Of `completion`.
+  ShellKind shell = ShellKind::Bash;  ///< Of `completion`.
+  std::string topic = {};             ///< Of `help`: a command, or empty.
 
   // Of `decode`.
   std::string file = {};

@@ -6,137 +6,140 @@
 #include <algorithm>
 #include <utility>
 
-#include "apps/kvfob/base/text.h"
+#include "apps/kvfob/base/json.h"
+#include "apps/kvfob/book/bindings.h"
+#include "apps/kvfob/commands/targets.h"
+#include "apps/kvfob/terminal/canvas.h"
+#include "apps/kvfob/terminal/password.h"
 
 namespace kvfob {
 namespace {
 
 using Entries = std::vector<BookEntry>;
 
-bool means(const BookEntry& entry, const Options& options) {
-  const auto address = parseAddress(options.tag);
-  return entry.radio == options.radio &&
-         (address ? entry.address == *address : entry.name == options.tag);
-}
-
-const BookEntry* named(const Entries& entries, RadioKind radio, const std::string& name) {
-  const auto found = std::find_if(entries.begin(), entries.end(), [&](const BookEntry& entry) {
-    return entry.radio == radio && entry.name == name;
-  });
-  return found == entries.end() ? nullptr : &*found;
-}
-
 std::string padded(std::string text, std::size_t width) {
-  // Counted in characters: a continuation byte of UTF-8 takes no room.
-  const auto shown = static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) {
-    return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
-  }));
-  if (shown < width) text.append(width - shown, ' ');
+  const auto columns = columnsOf(text);
+  if (columns < width) text.append(width - columns, ' ');
   return text;
 }
 
-std::string toJson(const BookEntry& entry) {
-  std::string json = "{\"address\":\"";
-  json.append(entry.address).append("\",\"name\":");
-  json.append(entry.name.empty() ? "null" : jsonText(entry.name)).append(",\"radio\":\"");
-  json.append(radioName(entry.radio)).append("\",\"password\":");
-  return json.append(entry.password.text().empty() ? "false}" : "true}");
+std::string_view bindingWord(Binding binding) {
+  switch (binding) {
+    case Binding::Begun:
+      return "begun";
+    case Binding::Unbound:
+      return "unbound";
+    case Binding::Bound:
+      break;
+  }
+  return "bound";
 }
 
-Outcome list(const Options& options, Console& console) {
-  auto read = Book::read();
-  if (auto* failure = std::get_if<Outcome>(&read)) return std::move(*failure);
-  const auto& entries = std::get<Book>(read).entries();
-  if (entries.empty() && !options.json && !options.names) {
-    console.note("no tag was bound from here yet; try \"kvfob scan\" and \"kvfob bind\"");
-  } else if (!options.json && !options.names) {
-    console.line(console.styled(
-        Style::Bold, padded("NAME", 34) + padded("ADDRESS", 14) + padded("RADIO", 7) + "PASSWORD"));
+std::string labelOf(const BookEntry& entry) {
+  return entry.name.empty() ? entry.address : entry.name;
+}
+
+Json toJson(const BookEntry& entry) {
+  return {{"event", "listed"},
+          {"address", entry.address},
+          {"name", entry.name.empty() ? Json() : Json(entry.name)},
+          {"radio", radioName(entry.radio)},
+          {"binding", bindingWord(entry.binding)},
+          {"password_saved", !entry.password.text().empty()}};
+}
+
+std::string rowOf(const std::string& name, const std::string& address, const std::string& radio,
+                  const std::string& binding, const std::string& password) {
+  return padded(name, 34) + padded(address, 14) + padded(radio, 7) + padded(binding, 9) + password;
+}
+
+void printTable(const std::vector<const BookEntry*>& entries, Console& console) {
+  if (entries.empty()) {
+    return console.note("no tag was bound from here yet; try \"kvfob scan\" and \"kvfob bind\"");
   }
-  for (const auto& entry : entries) {
-    if (options.json) {
-      console.line(toJson(entry));
-    } else if (options.names) {
-      console.line(entry.name.empty() ? entry.address : entry.name);
-    } else {
-      console.line(padded(entry.name.empty() ? "-" : entry.name, 34) + padded(entry.address, 14) +
-                   padded(std::string(radioName(entry.radio)), 7) +
-                   (entry.password.text().empty() ? "asked for" : "saved"));
-    }
+  console.line(console.styled(Style::Bold, rowOf("NAME", "ADDRESS", "RADIO", "STATE", "PASSWORD")));
+  for (const auto* entry : entries) {
+    console.line(rowOf(entry->name.empty() ? "-" : entry->name, entry->address,
+                       std::string(radioName(entry->radio)),
+                       std::string(bindingWord(entry->binding)),
+                       entry->password.text().empty() ? "asked for" : "saved"));
+  }
+}
+
+Outcome list(const Options& options, const Book& book, Console& console) {
+  for (const auto& remark : book.remarks()) console.note(remark.text);
+  // A name serves on its own radio alone; a table shows all unless one was asked for.
+  const bool all = !options.names && !options.radioGiven;
+  std::vector<const BookEntry*> entries;
+  for (const auto& entry : book.entries()) {
+    if (all || entry.radio == options.radio) entries.push_back(&entry);
+  }
+  if (!options.json && !options.names) printTable(entries, console);
+  for (const auto* entry : entries) {
+    if (options.json) console.line(jsonLine(toJson(*entry)));
+    if (options.names) console.line(labelOf(*entry));
   }
   return {};
 }
 
-Outcome rename(const Options& options) {
-  return Book::update([&](Entries& entries) -> Outcome {
-    const auto entry = std::find_if(entries.begin(), entries.end(),
-                                    [&](const BookEntry& each) { return means(each, options); });
-    if (entry == entries.end()) return unknownTag(options);
-    const auto* other =
-        options.name.empty() ? nullptr : named(entries, options.radio, options.name);
-    if (other != nullptr && other != &*entry) return nameTaken(options.name, *other);
-    entry->name = options.name;
-    return {};
+// What becomes of the tag that is meant, and what is said then.
+using Change = std::function<Outcome(Entries& entries, BookEntry& entry, std::string& done)>;
+
+Outcome change(const Options& options, const Book& book, Console& console, const Change& apply) {
+  std::string done;
+  auto outcome = Book::update([&](Entries& entries) -> Outcome {
+    const auto* meant = findEntry(entries, options.radio, options.tags.front());
+    if (meant == nullptr) return unknownTag(options, book, options.tags.front());
+    return apply(entries, entries[static_cast<std::size_t>(meant - entries.data())], done);
   });
+  if (outcome.code == kDone) console.line(done);
+  return outcome;
 }
 
-Outcome forget(const Options& options) {
-  return Book::update([&](Entries& entries) -> Outcome {
-    const auto gone =
-        std::erase_if(entries, [&](const BookEntry& entry) { return means(entry, options); });
-    return gone == 0 ? unknownTag(options) : Outcome();
-  });
+Outcome rename(const Options& options, const Book& book, Console& console) {
+  return change(options, book, console,
+                [&](Entries& entries, BookEntry& entry, std::string& done) -> Outcome {
+                  const auto* other = options.name.empty()
+                                          ? nullptr
+                                          : findEntry(entries, options.radio, options.name);
+                  if (other != nullptr && other != &entry) return nameTaken(options.name, *other);
+                  const auto before = labelOf(entry);
+                  entry.name = options.name;
+                  done = before + " is called " + labelOf(entry) + " now";
+                  return {};
+                });
+}
+
+Outcome forget(const Options& options, const Book& book, Console& console) {
+  const auto* known = book.find(options.radio, options.tags.front());
+  if (known != nullptr && !options.sure && !known->password.text().empty()) {
+    const auto question = "Forget " + labelOf(*known) + " and its password? The tag stays bound.";
+    if (auto outcome = confirm(question); outcome.code != kDone) return outcome;
+  }
+  return change(options, book, console,
+                [&](Entries& entries, BookEntry& entry, std::string& done) -> Outcome {
+                  done = labelOf(entry) + " is forgotten";
+                  std::erase_if(entries, [address = entry.address, &options](const auto& each) {
+                    return each.radio == options.radio && each.address == address;
+                  });
+                  return {};
+                });
 }
 
 }  // namespace
 
-Outcome nameTaken(const std::string& name, const BookEntry& by) {
-  return {kUsage, "\"" + name + "\" is the name of " + by.address + " already"};
-}
-
-Outcome unknownTag(const Options& options) {
-  return {kUsage,
-          "there is no tag \"" + options.tag + "\" on the radio " +
-              std::string(radioName(options.radio)) +
-              "; a tag is an address such as 0a1b2c3d4e5f, or a name that \"kvfob list\" shows"};
-}
-
 Outcome runOnBook(const Options& options, Console& console) {
+  const auto read = Book::read();
+  if (const auto* failure = std::get_if<Outcome>(&read)) return *failure;
+  const auto& book = std::get<Book>(read);
   switch (options.command) {
     case Command::Rename:
-      return rename(options);
+      return rename(options, book, console);
     case Command::Forget:
-      return forget(options);
+      return forget(options, book, console);
     default:
-      return list(options, console);
+      return list(options, book, console);
   }
-}
-
-Outcome rememberBound(const Options& options, const std::string& address, const Secret& password) {
-  auto outcome = Book::update([&](Entries& entries) -> Outcome {
-    auto entry = std::find_if(entries.begin(), entries.end(), [&](const BookEntry& each) {
-      return each.radio == options.radio && each.address == address;
-    });
-    if (entry == entries.end()) {
-      entries.push_back({.radio = options.radio, .address = address, .name = {}, .password = {}});
-      entry = std::prev(entries.end());
-    }
-    if (!options.name.empty()) entry->name = options.name;
-    const bool kept = options.savePassword || !entry->password.text().empty();
-    entry->password = kept ? Secret(password.text()) : Secret();
-    return {};
-  });
-  if (outcome.code != kDone) outcome.message.insert(0, "the tag is bound, but not remembered: ");
-  return outcome;
-}
-
-Outcome rememberUnbound(const Options& options, const std::string& address) {
-  return Book::update([&](Entries& entries) -> Outcome {
-    for (auto& entry : entries) {
-      if (entry.radio == options.radio && entry.address == address) entry.password = Secret();
-    }
-    return {};
-  });
 }
 
 }  // namespace kvfob

@@ -3,22 +3,24 @@
 
 #include "apps/kvfob/commands/run.h"
 
-#include <iostream>
 #include <memory>
 #include <optional>
 #include <utility>
 #include <variant>
 
 #include "apps/kvfob/base/text.h"
+#include "apps/kvfob/book/bindings.h"
 #include "apps/kvfob/commands/air_run.h"
 #include "apps/kvfob/commands/book_commands.h"
+#include "apps/kvfob/commands/config.h"
 #include "apps/kvfob/commands/doctor.h"
-#include "apps/kvfob/commands/tag_run.h"
+#include "apps/kvfob/commands/on_tags.h"
 #include "apps/kvfob/decode/decode.h"
 #include "apps/kvfob/demo/demo.h"
 #include "apps/kvfob/radio/radio.h"
 #include "apps/kvfob/radio/session.h"
 #include "apps/kvfob/scan/scan.h"
+#include "apps/kvfob/shell/shell.h"
 
 namespace kvfob {
 namespace {
@@ -39,7 +41,7 @@ Outcome runDemo(const Options& options, const SignalFd& signals, Console& consol
 Outcome runAir(const Options& options, const SignalFd& signals, Console& console) {
   Secret password;
   if (!options.passwordFile.empty()) {
-    auto read = readPassword(options.passwordFile, "");
+    auto read = readPassword(options.passwordFile);
     if (auto* failure = std::get_if<Outcome>(&read)) return std::move(*failure);
     password = std::move(std::get<Secret>(read));
   }
@@ -47,6 +49,25 @@ Outcome runAir(const Options& options, const SignalFd& signals, Console& console
   const auto queue = KVLinuxPlatform::makeEventQueue();
   Loop loop(queue, signals);
   return AirRun(queue, loop, console, options, password).run();
+}
+
+// A line that a later version of the program wrote is not worth a word each time.
+void tellOfBadLines(const Book& book, Console& console) {
+  for (const auto& remark : book.remarks()) {
+    if (!remark.foreign) console.note(remark.text);
+  }
+}
+
+// The book. A scan does without: nothing but the names is missing.
+std::variant<Book, Outcome> readBook(const Options& options, Console& console) {
+  auto read = Book::read();
+  if (auto* failure = std::get_if<Outcome>(&read)) {
+    if (options.command != Command::Scan) return read;
+    console.note(failure->message);
+    return Book();
+  }
+  tellOfBadLines(std::get<Book>(read), console);
+  return read;
 }
 
 // What a scan knows of the book, which changes when it binds a tag.
@@ -58,83 +79,80 @@ ScanMemory memoryOf(const Options& options, const Book& book) {
   return {.find = [find](const std::string& address) -> std::optional<ScanMemory::Tag> {
             const auto* entry = find(address);
             if (entry == nullptr) return std::nullopt;
-            return ScanMemory::Tag{entry->name, !entry->password.text().empty()};
+            return ScanMemory::Tag{.name = entry->name,
+                                   .bound = entry->binding == Binding::Bound,
+                                   .saved = !entry->password.text().empty()};
           },
           .password =
               [find](const std::string& address) {
                 const auto* entry = find(address);
                 return entry == nullptr ? Secret() : Secret(entry->password.text());
               },
-          .remember =
-              [&options, latest](const std::string& address, const Secret& password, bool save) {
-                auto binding = options;
-                binding.savePassword = save;
-                auto outcome = rememberBound(binding, address, password);
+          .begin =
+              [&options](const std::string& address, const Secret& password, bool save) {
+                return beginBinding(options.radio, address, "", password, save);
+              },
+          .end =
+              [&options, latest](const std::string& address, bool bound) {
+                auto outcome = endBinding(options.radio, address, bound);
                 auto read = Book::read();
                 if (auto* now = std::get_if<Book>(&read)) *latest = std::move(*now);
                 return outcome;
               }};
 }
 
-Outcome runOnRadio(const Options& options, const Secret& password, const Book& book,
-                   const SignalFd& signals, Console& console) {
-  Radio radio(options);
-  console.note("radio: " + radio.description());
-  Loop loop(radio.queue(), signals);
-  Session session(loop, console);
-  auto outcome =
-      options.command == Command::Scan
-          ? runScan(session, options, memoryOf(options, book))
-          : TagRun(session, options, password, book.nameOf(options.radio, options.tag)).run();
-  if (outcome.code == kNoAdapter && options.radio == RadioKind::BlueZ) {
-    outcome.message += "; \"kvfob doctor\" tells more, and --radio sim needs no Bluetooth";
-  }
-  return outcome;
+Outcome scanWith(const Options& options, const Book& book, const Radio& radio, Loop& loop,
+                 Console& console) {
+  Session session(radio, loop, console);
+  return runScan(session, options, memoryOf(options, book));
 }
 
-// The saved password, or else the one that is given or asked for.
-PasswordResult passwordFor(const Options& options, const BookEntry* known) {
-  if (options.passwordFile.empty() && known != nullptr && !known->password.text().empty()) {
-    return Secret(known->password.text());
-  }
-  return readPassword(options.passwordFile, "Password of the tag: ");
-}
-
-// A command on the tag that the user means.
-Outcome runOnTag(Options options, const Book& book, const SignalFd& signals, Console& console) {
-  const auto* known = book.find(options.radio, options.tag);
-  const auto address = known != nullptr ? known->address : parseAddress(options.tag);
-  if (!address) return unknownTag(options);
-  const auto* other = options.name.empty() ? nullptr : book.find(options.radio, options.name);
-  if (other != nullptr && other->address != *address) return nameTaken(options.name, *other);
-  options.tag = *address;
-
-  const auto password = passwordFor(options, known);
-  if (const auto* failure = std::get_if<Outcome>(&password)) return *failure;
-  const auto& secret = std::get<Secret>(password);
-  auto outcome = runOnRadio(options, secret, book, signals, console);
-  if (outcome.code != kDone) return outcome;
-  if (options.command == Command::Bind) return rememberBound(options, *address, secret);
-  if (options.command == Command::Unbind) return rememberUnbound(options, *address);
-  return outcome;
-}
-
-Outcome runWithBook(const Options& options, const SignalFd& signals, Console& console) {
-  const auto read = Book::read();
+Outcome runOnNewRadio(const Options& options, const SignalFd& signals, Console& console) {
+  const auto read = readBook(options, console);
   if (const auto* failure = std::get_if<Outcome>(&read)) return *failure;
   const auto& book = std::get<Book>(read);
-  if (options.command != Command::Scan) return runOnTag(options, book, signals, console);
-  return runOnRadio(options, Secret(), book, signals, console);
+  if (options.command != Command::Scan) return runOnTags(options, book, signals, console);
+  const Radio radio(options);
+  console.note("radio: " + radio.description());
+  Loop loop(radio.queue(), signals);
+  return scanWith(options, book, radio, loop, console);
 }
 
 }  // namespace
+
+bool usesRadio(Command command) {
+  switch (command) {
+    case Command::Scan:
+    case Command::Bind:
+    case Command::Unbind:
+    case Command::Ring:
+    case Command::Silence:
+    case Command::Alert:
+    case Command::Delay:
+    case Command::Distance:
+    case Command::Watch:
+      return true;
+    default:
+      return false;
+  }
+}
+
+Outcome runOnRadio(const Options& options, const Radio& radio, Links& links) {
+  const auto read = readBook(options, links.console());
+  if (const auto* failure = std::get_if<Outcome>(&read)) return *failure;
+  const auto& book = std::get<Book>(read);
+  if (options.command != Command::Scan) return runOnTags(options, book, links);
+  return scanWith(options, book, radio, links.loop(), links.console());
+}
 
 Outcome runCommand(const Options& options, const SignalFd& signals, Console& console) {
   switch (options.command) {
     case Command::Demo:
       return runDemo(options, signals, console);
     case Command::Decode:
-      return decode(options.file, std::cin, options.showSecrets, console);
+      return decode(options, signals, console);
+    case Command::Config:
+      return runConfig(options, console);
     case Command::Doctor:
       return runDoctor(options, signals, console);
     case Command::List:
@@ -143,9 +161,16 @@ Outcome runCommand(const Options& options, const SignalFd& signals, Console& con
       return runOnBook(options, console);
     case Command::Tag:
       return runAir(options, signals, console);
+    case Command::Shell:
+      return runShell(options, signals, console);
     default:
-      return runWithBook(options, signals, console);
+      break;
   }
+  auto outcome = runOnNewRadio(options, signals, console);
+  if (outcome.code == kNoAdapter && options.radio == RadioKind::BlueZ) {
+    outcome.message += "; \"kvfob doctor\" tells more, and --radio sim needs no Bluetooth";
+  }
+  return outcome;
 }
 
 }  // namespace kvfob

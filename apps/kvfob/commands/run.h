@@ -6,6 +6,7 @@
 
 #include "apps/kvfob/base/exit_code.h"
 #include "apps/kvfob/cli/options.h"
+#include "apps/kvfob/radio/links.h"
 #include "apps/kvfob/terminal/console.h"
 #include "apps/kvfob/terminal/signals.h"
 
@@ -13,6 +14,12 @@ namespace kvfob {
 
 /// Carries out a command.
 Outcome runCommand(const Options& options, const SignalFd& signals, Console& console);
+
+/// Whether the command is a scan, or one on tags.
+bool usesRadio(Command command);
+
+/// Carries out one of these on a radio that is in use already.
+Outcome runOnRadio(const Options& options, const Radio& radio, Links& links);
 
 }  // namespace kvfob
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "KVFobLink/KVBluetoothError.h"
 #include "apps/kvfob/base/text.h"
 
 namespace kvfob {
@@ -14,6 +15,12 @@ namespace {
 // The library's code for a bind request that the tag did not answer.
 constexpr std::int64_t kBindTimedOut = 400;
 
+// Whether the tag has said nothing yet: the way to it failed, and may not the next time.
+bool isOfTheRadio(std::int64_t code) {
+  return code == KVBluetoothErrorLinkLost || code == KVBluetoothErrorAdapterLost ||
+         code == KVBluetoothErrorLinkGivenUp || code == KVBluetoothErrorConnectFailed;
+}
+
 std::string seconds(std::chrono::milliseconds time) {
   auto text = std::to_string(static_cast<double>(time.count()) / 1000);
   text.erase(text.find_last_not_of('0') + 1);
@@ -21,39 +28,38 @@ std::string seconds(std::chrono::milliseconds time) {
   return text + " s";
 }
 
-// What the command has achieved, once the tag has said yes.
-std::string success(const Options& options) {
-  switch (options.command) {
-    case Command::Bind:
-      return "bound";
-    case Command::Ring:
-      return "ringing";
-    case Command::Silence:
-      return "silent";
-    case Command::Alert:
-      return std::string("loss alert ") + (options.on ? "on" : "off");
-    case Command::Delay:
-      return "loss delay " + std::to_string(options.delay);
-    case Command::Distance:
-      return "loss distance " + std::string(levelName(options.level));
-    case Command::Unbind:
-      return "unbound";
-    default:
-      return "done";
-  }
-}
-
 }  // namespace
 
-TagRun::TagRun(Session& session, const Options& options, const Secret& password, std::string name)
-    : session_(session), options_(options), name_(std::move(name)) {
-  session_.manager().setPassword(password.text());
-}
+TagRun::TagRun(Session& session, const Options& options, std::function<PasswordResult()> password,
+               std::string name)
+    : session_(session),
+      options_(options),
+      password_(std::move(password)),
+      name_(std::move(name)) {}
 
 Outcome TagRun::run() {
-  session_.whenOn([this] { search(); }, options_.timeout);
+  session_.whenOn([this] { begin(); }, options_.timeout);
   session_.atEnd([this] { screen_.reset(); });
   return session_.run();
+}
+
+void TagRun::begin() {
+  if ((tracker_ = session_.linked())) return goOn();
+  auto password = password_();
+  if (auto* failure = std::get_if<Outcome>(&password)) {
+    return session_.finish(std::move(*failure));
+  }
+  session_.manager().setPassword(std::get<Secret>(password).text());
+  search();
+}
+
+// With the link that is there.
+void TagRun::goOn() {
+  tracker_->didConnectionChange([this](std::uint64_t value) { connectionChanged(value); });
+  session_.after(options_.timeout, [this] { timedOut(); });
+  openScreen();
+  stage_ = Stage::Connecting;
+  connected();
 }
 
 void TagRun::search() {
@@ -63,13 +69,17 @@ void TagRun::search() {
     session_.dropInTheEnd(tracker_);
     tracker_->didConnectionChange([this](std::uint64_t value) { connectionChanged(value); });
   }
+  openScreen();
+  // A bound tag is connected as soon as it advertises.
+  session_.manager().startScan([this](const KVTrackers& trackers) { scanned(trackers); });
+}
+
+void TagRun::openScreen() {
   // The library's lines would be written across a screen.
-  if (options_.command == Command::Watch && session_.console().live() &&
+  if (options_.command == Command::Watch && session_.console().live() && !options_.json &&
       options_.log == LogLevel::Off) {
     screen_ = std::make_unique<WatchScreen>(session_, tracker_, name_);
   }
-  // A bound tag is connected as soon as it advertises.
-  session_.manager().startScan([this](const KVTrackers& trackers) { scanned(trackers); });
 }
 
 void TagRun::scanned(const KVTrackers& trackers) {
@@ -82,6 +92,7 @@ void TagRun::scanned(const KVTrackers& trackers) {
 void TagRun::bind(const std::shared_ptr<KVTracker>& tracker) {
   tracker_ = tracker;
   stage_ = Stage::Connecting;
+  asked_ = true;
   session_.dropInTheEnd(tracker_);
   session_.manager().stopScan();
   session_.manager().bindingVerify(
@@ -139,10 +150,8 @@ void TagRun::act() {
 
 void TagRun::answered(bool success, const std::optional<KVError>& error) {
   if (session_.finished()) return;
-  if (success) {
-    session_.console().line(options_.tag + ": " + kvfob::success(options_));
-    return session_.finish({});
-  }
+  if (success) return session_.finish({});
+  if (options_.command == Command::Bind && error && isOfTheRadio(error->code)) return searchAnew();
   const auto why = error.value_or(KVError{.domain = "no reason given", .userInfo = {}});
   const bool binding = options_.command == Command::Bind;
   if (binding && why.code == kBindTimedOut) {
@@ -154,6 +163,12 @@ void TagRun::answered(bool success, const std::optional<KVError>& error) {
       binding ? "; a tag that is bound takes only the password it was bound with" : "";
   session_.finish({kRefused, "tag " + options_.tag + " refused: " + why.domain + " (code " +
                                  std::to_string(why.code) + ")" + hint});
+}
+
+void TagRun::searchAnew() {
+  session_.manager().disconnect(std::exchange(tracker_, nullptr));
+  stage_ = Stage::Searching;
+  session_.manager().startScan([this](const KVTrackers& trackers) { scanned(trackers); });
 }
 
 void TagRun::timedOut() {
@@ -179,37 +194,50 @@ void TagRun::watch() {
   stage_ = Stage::Watching;
   session_.surviveAdapter();
   reportConnection(KVConnectionConnected);
-  keeper_ = std::make_unique<LinkKeeper>(session_, tracker_, [this] { report(kBegunAgain); });
+  keeper_ = std::make_unique<LinkKeeper>(session_, tracker_, [this] {
+    // A script is told of the connection alone.
+    if (!options_.json) report(kBegunAgain, {});
+  });
   if (options_.duration) session_.after(*options_.duration, [this] { session_.finish({}); });
   tracker_->didReceive([this](std::int64_t event) { reportEvent(event); });
   tracker_->didValueUpdate([this] { reportSignal(); });
 }
 
 void TagRun::reportEvent(std::int64_t event) {
-  if (event != 1) return report("event " + std::to_string(event));
-  if (screen_) return screen_->logPress();
-  report("button pressed");
+  const bool press = event == 1;
+  if (screen_ && press) return screen_->logPress();
+  report(press ? "button pressed" : "event " + std::to_string(event),
+         press ? Json{{"event", "button"}} : Json{{"event", "notification"}, {"code", event}});
 }
 
 void TagRun::reportSignal() {
   if (tracker_->connection() != KVConnectionConnected) return;
   if (screen_) return screen_->measured();
-  report("rssi " + std::to_string(tracker_->rssi()) + " dBm, " +
-         std::string(levelName(tracker_->distance())));
+  const auto level = levelName(tracker_->distance());
+  report("rssi " + std::to_string(tracker_->rssi()) + " dBm, " + std::string(level),
+         {{"event", "signal"}, {"rssi", tracker_->rssi()}, {"distance", level}});
 }
 
 void TagRun::reportConnection(std::uint64_t connection) {
   // Some values are reported twice.
   if (std::exchange(reported_, connection) == connection) return;
-  if (connection == KVConnectionConnected) report("connected");
-  if (connection == KVConnectionConnecting) report("connecting");
-  if (connection == KVConnectionDisconnect) report("connection lost");
+  const auto state = [&](const char* shown, const char* word) {
+    report(shown, {{"event", "connection"}, {"state", word}});
+  };
+  if (connection == KVConnectionConnected) state("connected", "connected");
+  if (connection == KVConnectionConnecting) state("connecting", "connecting");
+  if (connection == KVConnectionDisconnect) state("connection lost", "disconnected");
 }
 
-void TagRun::report(const std::string& what) {
+void TagRun::report(const std::string& what, Json event) {
   if (screen_) return screen_->log(what);
   const auto now = KVPlatform::current().clock->now();
   auto& console = session_.console();
+  if (options_.json) {
+    event["time"] = isoTime(now);
+    event["address"] = options_.tag;
+    return console.line(jsonLine(event));
+  }
   console.line(console.styled(Style::Dim, clockTime(now)) + "  " + what);
 }
 

@@ -3,14 +3,20 @@
 
 #include "apps/kvfob/decode/btsnoop.h"
 
-#include <algorithm>
 #include <string_view>
+#include <utility>
+
+#include "apps/kvfob/decode/byte_reader.h"
 
 namespace kvfob {
 namespace {
 
 constexpr std::string_view kMagic("btsnoop\0", 8);
 constexpr std::uint32_t kVersion = 1;
+constexpr std::size_t kFileHeader = 16;
+constexpr std::size_t kPacketHeader = 24;
+// An indicator, handle and length, and as much data as a length of two bytes can tell.
+constexpr std::size_t kPacketMost = 1 + 4 + 0xFFFF;
 
 // Datalink types.
 constexpr std::uint32_t kBareHci = 1001;  // direction and kind in the flags
@@ -52,37 +58,46 @@ HciPacket::Kind uartKind(std::uint8_t indicator) {
 
 }  // namespace
 
-bool BtsnoopReader::recognises(KVBytes file) {
-  return file.size() >= kMagic.size() &&
-         std::equal(kMagic.begin(), kMagic.end(), file.begin(),
-                    [](char a, std::uint8_t b) { return static_cast<std::uint8_t>(a) == b; });
-}
+bool BtsnoopReader::recognises(InputBuffer& input) { return input.startsWith(kMagic); }
 
-BtsnoopReader::BtsnoopReader(KVBytes file) : reader_(file) {
-  reader_.skip(kMagic.size());
-  const auto version = static_cast<std::uint32_t>(reader_.bigEndian(4));
-  link_ = static_cast<std::uint32_t>(reader_.bigEndian(4));
-  if (!reader_.ok()) {
+BtsnoopReader::BtsnoopReader(InputBuffer& input) : input_(input) {
+  ByteReader header(input_.peek(kFileHeader));
+  header.skip(kMagic.size());
+  const auto version = static_cast<std::uint32_t>(header.bigEndian(4));
+  link_ = static_cast<std::uint32_t>(header.bigEndian(4));
+  if (!header.ok()) {
     error_ = "the capture ends inside its header";
   } else if (version != kVersion) {
     error_ = "the capture has version " + std::to_string(version) + ", not 1";
   } else if (link_ != kBareHci && link_ != kUart && link_ != kMonitor) {
     error_ = "the capture is of an unknown kind of link, " + std::to_string(link_);
+  } else {
+    input_.skip(kFileHeader);
   }
 }
 
 std::optional<HciPacket> BtsnoopReader::next() {
-  if (!error_.empty() || reader_.atEnd()) return std::nullopt;
-  reader_.skip(4);  // the length before truncation
-  const auto size = static_cast<std::size_t>(reader_.bigEndian(4));
-  const auto flags = static_cast<std::uint32_t>(reader_.bigEndian(4));
-  reader_.skip(4);  // how many were dropped
-  const auto time = reader_.bigEndian(8);
-  KVBytes bytes = reader_.take(size);
-  if (!reader_.ok()) {
-    error_ = "the capture ends inside a packet";
+  if (!error_.empty()) return std::nullopt;
+  input_.skip(std::exchange(shown_, 0));
+  ByteReader header(input_.peek(kPacketHeader));
+  if (header.atEnd()) return std::nullopt;
+  header.skip(4);  // the length before truncation
+  const auto size = static_cast<std::size_t>(header.bigEndian(4));
+  const auto flags = static_cast<std::uint32_t>(header.bigEndian(4));
+  header.skip(4);  // how many were dropped
+  const auto time = header.bigEndian(8);
+  if (size > kPacketMost) {
+    error_ = where() + " claims to have " + std::to_string(size) + " bytes: the capture is damaged";
     return std::nullopt;
   }
+  const auto whole = input_.peek(kPacketHeader + size);
+  if (!header.ok() || whole.size() < kPacketHeader + size) {
+    error_ = "the capture ends inside " + where();
+    return std::nullopt;
+  }
+  KVBytes bytes = whole.subspan(kPacketHeader);
+  shown_ = whole.size();
+  ++packets_;
 
   HciPacket packet;
   packet.time = timeOf(time);
@@ -101,6 +116,11 @@ std::optional<HciPacket> BtsnoopReader::next() {
   }
   packet.bytes = bytes;
   return packet;
+}
+
+std::string BtsnoopReader::where() const {
+  return "packet " + std::to_string(packets_ + 1) + ", which begins at byte " +
+         std::to_string(input_.position()) + ",";
 }
 
 }  // namespace kvfob

@@ -11,7 +11,7 @@
 #include <string>
 
 #include "KVFobLink/KVTypes.h"
-#include "apps/kvfob/decode/byte_reader.h"
+#include "apps/kvfob/decode/input.h"
 
 namespace kvfob {
 
@@ -26,24 +26,32 @@ struct HciPacket {
   KVBytes bytes;  ///< Without a packet indicator.
 };
 
-/// Reads a capture that is in memory.
+/// Reads a capture packet by packet.
 class BtsnoopReader {
  public:
-  /// Whether these are the first bytes of a capture.
-  static bool recognises(KVBytes file);
+  /// Whether a capture begins here.
+  static bool recognises(InputBuffer& input);
 
-  /// `file` must outlive the reader.
-  explicit BtsnoopReader(KVBytes file);
+  /// `input` must outlive the reader.
+  explicit BtsnoopReader(InputBuffer& input);
 
-  /// The next packet; nothing at the end, and after an error.
+  /// The next packet, whose bytes are there until the next call; nothing at the end, and after an
+  /// error.
   std::optional<HciPacket> next();
+
+  /// How many packets there were.
+  std::uint64_t packets() const { return packets_; }
 
   /// Why reading ended early; empty when it did not.
   const std::string& error() const { return error_; }
 
  private:
-  ByteReader reader_;
+  std::string where() const;
+
+  InputBuffer& input_;
   std::uint32_t link_ = 0;
+  std::uint64_t packets_ = 0;
+  std::size_t shown_ = 0;  // what the packet that was returned last takes in the input
   std::string error_;
 };
 

@@ -28,16 +28,32 @@ KVData decrypted(KVBytes block, KVBytes key) {
   return KVCommonTool::decryptWithData(block, key).value_or(KVData());
 }
 
-// What a command other than a bind carries.
-std::string payloadText(const kv::Frame& frame) {
+// What a command other than a bind carries; null when that is not known.
+Json payloadOf(const kv::Frame& frame) {
   const auto size = frame.payload.size();
-  if (frame.code == kv::kRemovePassword.code) return "";
-  if (frame.code == kv::kLossDelay.code && size == 2) {
-    return " " + std::to_string(kv::lossDelayOf(frame.payload));
-  }
+  if (frame.code == kv::kLossDelay.code && size == 2) return kv::lossDelayOf(frame.payload);
   const bool isSwitch = frame.code == kv::kBell.code || frame.code == kv::kLossAlert.code;
-  if (isSwitch && size == 1) return frame.payload.front() == 0 ? " on" : " off";
-  return " ?";
+  if (isSwitch && size == 1) return frame.payload.front() == 0 ? "on" : "off";
+  return nullptr;
+}
+
+std::string payloadText(const kv::Frame& frame, const Json& payload) {
+  if (frame.code == kv::kRemovePassword.code) return "";
+  if (payload.is_null()) return " ?";
+  return " " + (payload.is_string() ? payload.get<std::string>() : payload.dump());
+}
+
+// A password may hold anything, also what would steer a terminal.
+std::string printable(KVBytes text) {
+  std::string result;
+  for (const auto byte : text) {
+    if (byte < 0x20 || byte == 0x7F) {
+      result += "\\x" + hex({&byte, 1});
+    } else {
+      result += static_cast<char>(byte);
+    }
+  }
+  return result;
 }
 
 std::string nameOf(std::uint8_t code) {
@@ -46,11 +62,11 @@ std::string nameOf(std::uint8_t code) {
   return index ? std::string(kv::kCommands[*index].name) : "command " + std::to_string(code);
 }
 
-std::string distanceText(std::uint8_t byte) {
-  if (byte == kv::distanceByte(KVDistanceFar)) return "far";
-  if (byte == kv::distanceByte(KVDistanceMiddle)) return "middle";
-  if (byte == kv::distanceByte(KVDistanceNear)) return "near";
-  return "? (" + std::to_string(static_cast<std::int8_t>(byte)) + ")";
+std::optional<std::string_view> distanceOf(std::uint8_t byte) {
+  for (const auto level : {KVDistanceFar, KVDistanceMiddle, KVDistanceNear}) {
+    if (byte == kv::distanceByte(level)) return levelName(level);
+  }
+  return std::nullopt;
 }
 
 }  // namespace
@@ -61,6 +77,10 @@ Exchange::~Exchange() {
 
 std::string Exchange::secret(const std::string& text) const {
   return showSecrets_ ? text : "(hidden)";
+}
+
+Json Exchange::secretFact(const std::string& text) const {
+  return showSecrets_ ? Json(text) : Json();
 }
 
 void Exchange::take(KVBytes message) {
@@ -87,47 +107,72 @@ void Exchange::written(std::uint16_t handle, KVBytes value) {
   if (handle == commandHandle_) {
     command(value);
   } else if (value.size() == 1) {
-    print_("> loss distance " + distanceText(value.front()) + "  " + hex(value));
+    const auto byte = value.front();
+    const auto level = distanceOf(byte);
+    const auto number = std::to_string(static_cast<std::int8_t>(byte));
+    print_({"> loss distance " + (level ? std::string(*level) : "? (" + number + ")") + "  " +
+                hex(value),
+            "command",
+            {{"command", "loss distance"}, {"value", orNull(level)}, {"wire", hex(value)}}});
   }
 }
 
 bool Exchange::verificationToken(std::uint16_t handle, KVBytes value) {
   const KVData token = decrypted(value, kv::staticKey());
   if (!kv::isVerificationToken(token)) return false;
-  const KVBytes ours = *kv::randomHalf(token);
-
   commandHandle_ = handle;
   sessionKey_.reset();
   if (opening_) {
     const KVData tagToken = decrypted(*opening_, kv::staticKey());
     const KVBytes half = *kv::randomHalf(tagToken);
-    print_("< opening value, the tag's half of the key " + secret(hex(half)) + "  " +
-           hex(*opening_));
+    print_(
+        {"< opening value, the tag's half of the key " + secret(hex(half)) + "  " + hex(*opening_),
+         "opening-value",
+         {{"key_half", secretFact(hex(half))}, {"wire", hex(*opening_)}}});
+    const KVBytes ours = *kv::randomHalf(token);
     sessionKey_ = KVData(half.begin(), half.end());
     sessionKey_->insert(sessionKey_->end(), ours.begin(), ours.end());
   }
-  print_("> verification token for " + hex(kv::addressOf(token)) + ", our half " +
-         secret(hex(ours)) + "  " + hex(value));
-  print_(sessionKey_ ? "  session key " + secret(hex(*sessionKey_))
-                     : "  no session key: the opening value is not in the capture");
+  printToken(token, value);
   return true;
+}
+
+void Exchange::printToken(KVBytes token, KVBytes value) {
+  const auto ours = hex(*kv::randomHalf(token));
+  const auto address = hex(kv::addressOf(token));
+  print_({"> verification token for " + address + ", our half " + secret(ours) + "  " + hex(value),
+          "verification-token",
+          {{"address", address}, {"key_half", secretFact(ours)}, {"wire", hex(value)}}});
+  const auto key = sessionKey_ ? hex(*sessionKey_) : "";
+  print_({sessionKey_ ? "  session key " + secret(key)
+                      : "  no session key: the opening value is not in the capture",
+          "session-key",
+          {{"known", sessionKey_.has_value()}, {"key", key.empty() ? Json() : secretFact(key)}}});
 }
 
 void Exchange::command(KVBytes value) {
   const KVData block = decrypted(value, *sessionKey_);
   const auto frame = kv::Frame::read(block);
-  std::string text = "not a command frame";
-  if (frame && frame->is(kv::FrameType::Command)) {
-    const KVBytes payload = frame->payload;
-    text = nameOf(frame->code);
-    if (frame->code == kv::kBind.code) {
-      text += ", password " + secret(std::string(payload.begin(), payload.end())) + " of " +
-              std::to_string(payload.size()) + " bytes";
-    } else {
-      text += payloadText(*frame);
-    }
+  if (!frame || !frame->is(kv::FrameType::Command)) {
+    return print_({"> not a command frame  " + hex(value),
+                   "command",
+                   {{"command", nullptr}, {"value", nullptr}, {"wire", hex(value)}}});
   }
-  print_("> " + text + "  " + hex(value));
+  const auto name = nameOf(frame->code);
+  const auto payload = payloadOf(*frame);
+  std::string text = name;
+  Json facts{{"command", name}, {"value", payload}};
+  if (frame->code == kv::kBind.code) {
+    const auto size = frame->payload.size();
+    text += ", password " + secret(printable(frame->payload)) + " of " + std::to_string(size) +
+            " bytes";
+    facts["password"] = secretFact(std::string(frame->payload.begin(), frame->payload.end()));
+    facts["password_bytes"] = size;
+  } else {
+    text += payloadText(*frame, payload);
+  }
+  facts["wire"] = hex(value);
+  print_({"> " + text + "  " + hex(value), "command", facts});
 }
 
 void Exchange::notified(std::uint16_t handle, KVBytes value) {
@@ -146,17 +191,27 @@ void Exchange::answer(KVBytes value) {
   const KVData block = decrypted(value, *sessionKey_);
   const auto frame = kv::Frame::read(block);
   const bool second = frame && frame->is(kv::FrameType::SecondAnswer);
-  std::string text = "not an answer frame";
-  if (second || (frame && frame->is(kv::FrameType::Answer))) {
-    text = nameOf(frame->code);
-    if (second) text += " (answer of the second kind)";
-    if (frame->code != kv::kButtonEvent) {
-      text += kv::accepts(frame->payload)
-                  ? ": accepted"
-                  : ": refused, status " + std::to_string(frame->payload.front());
-    }
+  const bool first = frame && frame->is(kv::FrameType::Answer);
+  if (!first && !second) {
+    return print_({"< not an answer frame  " + hex(value),
+                   "answer",
+                   {{"command", nullptr}, {"wire", hex(value)}}});
   }
-  print_("< " + text + "  " + hex(value));
+  const auto name = nameOf(frame->code);
+  const auto text = "< " + name + (second ? " (answer of the second kind)" : "");
+  if (frame->code == kv::kButtonEvent) {
+    return print_({text + "  " + hex(value), "button", {{"wire", hex(value)}}});
+  }
+  const bool accepted = kv::accepts(frame->payload);
+  const auto status = accepted ? 0 : frame->payload.front();
+  print_({text + (accepted ? ": accepted" : ": refused, status " + std::to_string(status)) + "  " +
+              hex(value),
+          "answer",
+          {{"command", name},
+           {"second", second},
+           {"accepted", accepted},
+           {"status", status},
+           {"wire", hex(value)}}});
 }
 
 }  // namespace kvfob

@@ -9,8 +9,10 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "KVFobLink/KVTypes.h"
+#include "apps/kvfob/decode/found.h"
 
 namespace kvfob {
 
@@ -19,8 +21,8 @@ namespace kvfob {
 /// last before it.
 class Exchange {
  public:
-  /// Takes one line of what was understood.
-  using Print = std::function<void(const std::string& line)>;
+  /// Takes one thing that was understood.
+  using Print = std::function<void(const Found& found)>;
 
   Exchange(bool showSecrets, Print print) : showSecrets_(showSecrets), print_(std::move(print)) {}
   ~Exchange();
@@ -37,7 +39,9 @@ class Exchange {
   bool verificationToken(std::uint16_t handle, KVBytes value);
   void command(KVBytes value);
   void answer(KVBytes value);
+  void printToken(KVBytes token, KVBytes value);
   std::string secret(const std::string& text) const;
+  Json secretFact(const std::string& text) const;
 
   const bool showSecrets_;
   const Print print_;

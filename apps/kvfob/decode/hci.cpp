@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "apps/kvfob/base/text.h"
+#include "apps/kvfob/decode/byte_reader.h"
 
 namespace kvfob {
 namespace {
@@ -22,6 +23,8 @@ constexpr std::uint8_t kServiceData16 = 0x16;  // type of an advertising data st
 constexpr std::uint16_t kAttributeChannel = 0x0004;
 constexpr std::uint16_t kFirstDynamicChannel = 0x0040;
 constexpr std::size_t kL2capHeader = 4;
+// Far more than a controller has; a capture may claim any number of them.
+constexpr std::size_t kFragmentsMost = 512;
 
 // "00:11:22:33:44:55"; on the air the least significant byte comes first.
 std::string addressText(KVBytes address) {
@@ -128,6 +131,9 @@ void HciDecoder::data(const HciPacket& packet) {
   const LinkId link{packet.adapter, static_cast<std::uint16_t>(handleAndFlags & 0x0FFFU)};
   const FragmentKey key{link, packet.received};
 
+  if (fragments_.size() >= kFragmentsMost && !fragments_.contains(key)) {
+    fragments_.erase(fragments_.begin());
+  }
   KVData& message = fragments_[key];
   if (!continues) message.clear();
   message.insert(message.end(), fragment.begin(), fragment.end());

@@ -37,7 +37,7 @@ std::string Demo::levels() {
   for (const auto& [rssi, level] :
        {Place{-82, KVDistanceFar}, {-68, KVDistanceMiddle}, {-50, KVDistanceNear}}) {
     radio_.setRssi(tag_, rssi);
-    if (!wait([this, rssi = rssi] { return tracker_->rssi() == rssi; })) {
+    if (!wait([this, wanted = rssi] { return tracker_->rssi() == wanted; })) {
       return "the signal strength is not followed";
     }
     show(std::to_string(rssi) + " dBm: " + std::string(levelName(tracker_->distance())));

@@ -41,10 +41,19 @@ Radio::Radio(const Options& options) {
   }
   description_ = "bluez, " + (options.adapter.empty() ? std::string("first adapter that is on")
                                                       : "adapter " + options.adapter);
+  adapter_ = options.adapter;
   KVLinuxOptions chosen;
   chosen.bluez.adapter = options.adapter;
   chosen.log = [log = makeLog(options.log)](std::string_view line) { log->write(line); };
   platform_.emplace(KVLinuxPlatform::make(chosen));
+}
+
+std::shared_ptr<KVLinuxDiagnosis> Radio::diagnose(KVLinuxDiagnosis::Done done) const {
+  const auto linuxQueue = std::dynamic_pointer_cast<KVLinuxEventQueue>(queue());
+  if (simulated_ || !linuxQueue) return nullptr;
+  KVBlueZOptions bluez;
+  bluez.adapter = adapter_;
+  return KVLinuxDiagnosis::start(linuxQueue, bluez, std::move(done));
 }
 
 void Radio::fill(const Options& options) {

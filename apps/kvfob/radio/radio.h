@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "KVFobLink/KVFobLink.h"
+#include "KVFobLink/KVLinuxDiagnosis.h"
 #include "KVFobSimulator/SimulatedRadio.h"
 #include "apps/kvfob/cli/options.h"
 
@@ -40,10 +41,15 @@ class Radio {
 
   std::shared_ptr<KVEventQueue> queue() const { return KVPlatform::current().eventQueue; }
 
+  /// Looks why Bluetooth does not work here, if this is the radio of the machine; else nothing is
+  /// called. It ends when what is returned is dropped.
+  std::shared_ptr<KVLinuxDiagnosis> diagnose(KVLinuxDiagnosis::Done done) const;
+
  private:
   void fill(const Options& options);
 
   std::string description_;
+  std::string adapter_;
   std::unique_ptr<kvsim::SimulatedRadio> simulated_;
   std::optional<PlatformInForce> platform_;
 };

@@ -6,61 +6,64 @@
 #include <algorithm>
 #include <utility>
 
+#include "apps/kvfob/radio/daemon_age.h"
+
 namespace kvfob {
 namespace {
 
 using namespace std::chrono_literals;
 
-// The Bluetooth service may just be starting; on a busy machine it takes seconds to answer.
-constexpr Session::Duration kAdapterPatience = 10s;
 constexpr Session::Duration kAdapterHint = 2s;
+// A service that was started this long ago has looked at its adapters, and has switched on what it
+// is to switch on.
+constexpr std::chrono::milliseconds kSettled = 5s;
+// How long a service is away that is being restarted.
+constexpr Session::Duration kRestart = 1s;
+constexpr Session::Duration kLookAgain = 200ms;
 // BlueZ takes about two seconds to end a link.
 constexpr auto kDropPatience = 6s;
 
-// Why an adapter in this state is of no use; absent while that is not known.
-std::optional<std::string> adapterTrouble(std::uint64_t state) {
-  switch (state) {
-    case KVCentralStateUnsupported:
-      return "there is no Bluetooth adapter; plug one in, or check --adapter";
-    case KVCentralStateUnauthorized:
-      return "using Bluetooth is not permitted; run as a user who may, such as one of the group "
-             "bluetooth";
-    case KVCentralStatePoweredOff:
-      return "the Bluetooth adapter is off; switch it on with \"bluetoothctl power on\"";
-    default:
-      return std::nullopt;
-  }
+// How it ends where Bluetooth cannot be used: with what is wrong, what to do, and a word for it.
+Outcome unusable(const KVFinding& finding) {
+  auto text = finding.seen;
+  if (!finding.advice.empty()) text += "; " + finding.advice;
+  if (finding.topic == "permission") return {kNoAdapter, text, "not-permitted"};
+  if (finding.topic == "power") return {kNoAdapter, text, "powered-off"};
+  if (finding.topic == "adapter") return {kNoAdapter, text, "no-adapter"};
+  return {kNoAdapter, text, "no-service"};
 }
 
 }  // namespace
 
-Session::Session(Loop& loop, Console& console)
-    : loop_(loop), console_(console), manager_(std::make_shared<KVTrackerManager>()) {
+Session::Session(const Radio& radio, Loop& loop, Console& console)
+    : radio_(radio),
+      loop_(loop),
+      console_(console),
+      manager_(std::make_shared<KVTrackerManager>()) {
   manager_->didChangeBluetooth([this](std::int64_t) { adapterChanged(); });
 }
 
-Session::~Session() { manager_->didChangeBluetooth({}); }
+Session::~Session() {
+  manager_->didChangeBluetooth({});
+  if (keeps_) endLinks();
+}
 
 void Session::whenOn(std::function<void()> ready, Duration patience) {
   ready_ = std::move(ready);
   after(kAdapterHint, [this] {
-    if (ready_) console_.note("waiting for the Bluetooth service");
+    if (ready_) console_.note("waiting for Bluetooth");
   });
-  after(std::min(patience, kAdapterPatience), [this] {
-    if (ready_) {
-      finish(
-          {kNoAdapter,
-           "the Bluetooth service does not answer; start it with \"systemctl start bluetooth\""});
-    }
+  after(patience, [this] {
+    if (ready_) finish({kNoAdapter, "Bluetooth did not get ready in time"});
   });
   adapterChanged();
 }
 
 void Session::adapterChanged() {
   if (finished()) return;
-  const auto state = manager_->bleState();
-  const bool was = std::exchange(on_, state == KVCentralStatePoweredOn);
+  const bool was = std::exchange(on_, manager_->bleState() == KVCentralStatePoweredOn);
   if (on_) {
+    diagnosis_.reset();
     if (auto ready = std::exchange(ready_, {})) {
       ready();
     } else if (!was) {
@@ -68,15 +71,35 @@ void Session::adapterChanged() {
     }
     return;
   }
-  const bool begun = !ready_;
-  auto trouble = adapterTrouble(state);
-  if (!trouble && begun) trouble = "the Bluetooth service or the adapter went away";
-  if (!trouble) return;
-  if (begun && adapterMayFail_) {
-    console_.note(*trouble);
-  } else {
-    finish({kNoAdapter, *trouble});
+  if (was && adapterMayFail_) {
+    const bool off = manager_->bleState() == KVCentralStatePoweredOff;
+    console_.note(off ? "the Bluetooth adapter is off"
+                      : "the Bluetooth service or the adapter went away");
   }
+  if (ready_ || !adapterMayFail_) examine();
+}
+
+void Session::examine() {
+  if (diagnosis_ || on_) return;
+  diagnosis_ = radio_.diagnose([this](const auto& findings) { examined(findings); });
+}
+
+void Session::examined(const std::vector<KVFinding>& findings) {
+  if (finished() || on_) return;
+  const auto wrong = std::find_if(findings.begin(), findings.end(), [](const KVFinding& finding) {
+    return finding.verdict == KVVerdict::Unusable;
+  });
+  const auto age = daemonAge();
+  const bool starting = age && *age < kSettled;
+  const bool missed = wrong != findings.end() && wrong->topic == "service" && !age;
+  if (!missed) missedSince_ = -1ns;
+  if (missed && missedSince_ < 0ns) missedSince_ = loop_.queue().now();
+  const bool restarting = missed && loop_.queue().now() - missedSince_ < kRestart;
+  if (wrong != findings.end() && !starting && !restarting) return finish(unusable(*wrong));
+  after(kLookAgain, [this] {
+    diagnosis_.reset();
+    examine();
+  });
 }
 
 void Session::after(Duration delay, std::function<void()> task) {
@@ -94,12 +117,14 @@ void Session::finish(Outcome outcome) {
   outcome_ = std::move(outcome);
 }
 
+void Session::letGo(KVTracker& tracker) {
+  tracker.didConnectionChange({});
+  tracker.didValueUpdate({});
+  tracker.didReceive({});
+}
+
 void Session::dropLinks() {
-  manager_->stopScan();
   for (const auto& tracker : trackers_) {
-    tracker->didConnectionChange({});
-    tracker->didValueUpdate({});
-    tracker->didReceive({});
     manager_->disconnect(tracker);
     // A bound one would be connected again.
     manager_->removeTracker(tracker->mac());
@@ -118,9 +143,27 @@ Outcome Session::run() {
   if (loop_.signal() != 0) finish({kSignal + loop_.signal(), ""});
   if (!console_.good()) finish(console_.outputLost());
   if (const auto task = std::exchange(atEnd_, {})) task();
+  manager_->stopScan();
+  for (const auto& tracker : trackers_) letGo(*tracker);
+  if (!keeps_ || outcome_->code != kDone) endLinks();
+  return *outcome_;
+}
+
+void Session::endLinks() {
   dropLinks();
   loop_.runUntil([this] { return linksDown(); }, kDropPatience);
-  return *outcome_;
+  trackers_.clear();
+}
+
+bool Session::begin() {
+  if (!linked()) return false;
+  outcome_.reset();
+  return true;
+}
+
+std::shared_ptr<KVTracker> Session::linked() const {
+  const bool up = !trackers_.empty() && trackers_.back()->connection() == KVConnectionConnected;
+  return up ? trackers_.back() : nullptr;
 }
 
 }  // namespace kvfob

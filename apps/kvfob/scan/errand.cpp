@@ -75,7 +75,7 @@ void Errand::connectionChanged(std::uint64_t connection) {
 void Errand::answered(bool success, const std::optional<KVError>& error) {
   if (success) return finish({});
   if (kind_ == ErrandKind::Bind && error && error->code == kBindTimedOut) {
-    return finish({kTimedOut, "did not answer the bind request; bring it near and try again"});
+    return finish({kTimedOut, "did not answer the bind request"});
   }
   const auto why = error ? error->domain : "no reason given";
   const auto* hint = kind_ == ErrandKind::Bind

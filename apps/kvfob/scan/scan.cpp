@@ -31,7 +31,7 @@ class Scan {
         tags_([this](TagRow& row) {
           const auto known = memory_.find(row.address);
           row.name = known ? known->name : "";
-          row.bound = known.has_value();
+          row.bound = known && known->bound;
         }) {}
 
   Outcome run();
@@ -58,7 +58,7 @@ class Scan {
 
 Outcome Scan::run() {
   session_.surviveAdapter();
-  session_.whenOn([this] { begin(); });
+  session_.whenOn([this] { begin(); }, options_.timeout);
   session_.atEnd([this] { screen_.reset(); });
   auto outcome = session_.run();
   // What was found until Ctrl-C is shown all the same.

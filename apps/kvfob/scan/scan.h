@@ -18,17 +18,21 @@ namespace kvfob {
 struct ScanMemory {
   struct Tag {
     std::string name;
+    bool bound;
     bool saved;  ///< Its password is.
   };
 
-  /// A tag that was bound from here; absent for any other.
+  /// What the book has of a tag; absent for nothing.
   std::function<std::optional<Tag>(const std::string& address)> find;
 
   /// The saved password; empty for none.
   std::function<Secret(const std::string& address)> password;
 
-  /// Writes down that the tag was bound; from then on `find` knows it.
-  std::function<Outcome(const std::string& address, const Secret& password, bool save)> remember;
+  /// Writes down that the tag is about to be bound, so that no password is ever lost.
+  std::function<Outcome(const std::string& address, const Secret& password, bool save)> begin;
+
+  /// Writes down what came of it, as far as that is known; from then on `find` knows it.
+  std::function<Outcome(const std::string& address, bool bound)> end;
 };
 
 /// Listens for tags and lists them. Where the output is a terminal that is a screen, on which they

@@ -67,6 +67,8 @@ void ScanScreen::typedInPrompt(const Key& key) {
   const auto tag = prompt_->tag();
   save_ = prompt_->save();
   prompt_.reset();
+  const auto noted = memory_.begin(tag, *password, save_);
+  if (noted.code != kDone) return say(nameOf(tag) + ": " + noted.message, Style::Bad);
   begin(ErrandKind::Bind, tag, std::move(*password));
 }
 
@@ -204,10 +206,7 @@ void ScanScreen::begin(ErrandKind kind, const std::string& address, Secret passw
 void ScanScreen::ended(const Outcome& outcome) {
   const auto errand = std::move(errand_);
   const auto name = nameOf(errand->address());
-  if (outcome.code != kDone) {
-    if (outcome.code == kRefused) passwords_.erase(errand->address());
-    return say(name + ": " + outcome.message, Style::Bad);
-  }
+  if (outcome.code != kDone) return failed(*errand, outcome);
   switch (errand->kind()) {
     case ErrandKind::Ring:
       ringing_.insert(errand->address());
@@ -218,12 +217,27 @@ void ScanScreen::ended(const Outcome& outcome) {
     case ErrandKind::Bind:
       break;
   }
-  const auto kept = memory_.remember(errand->address(), errand->password(), save_);
+  const auto kept = memory_.end(errand->address(), /*bound=*/true);
   passwords_.insert_or_assign(errand->address(), Secret(errand->password().text()));
   tags_.recall();
   if (kept.code != kDone) return say(name + ": " + kept.message, Style::Bad);
   say(name + (save_ ? ": bound, and its password is saved" : ": bound; its password is not saved"),
       Style::Good);
+}
+
+void ScanScreen::failed(const Errand& errand, const Outcome& outcome) {
+  auto why = nameOf(errand.address()) + ": " + outcome.message;
+  if (outcome.code == kRefused) passwords_.erase(errand.address());
+  if (errand.kind() == ErrandKind::Bind) {
+    // A tag that was asked and did not answer may have taken the password all the same.
+    if (outcome.code == kTimedOut) {
+      why += "; it may be bound all the same: bind it again, with the same password";
+    } else {
+      const auto noted = memory_.end(errand.address(), /*bound=*/false);
+      if (noted.code != kDone) why += "; " + noted.message;
+    }
+  }
+  say(why, Style::Bad);
 }
 
 void ScanScreen::say(const std::string& what, Style style) {

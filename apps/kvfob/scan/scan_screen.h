@@ -44,6 +44,7 @@ class ScanScreen {
   void watch(const HeardTag& tag);
   void begin(ErrandKind kind, const std::string& address, Secret password);
   void ended(const Outcome& outcome);
+  void failed(const Errand& errand, const Outcome& outcome);
 
   /// The password of a tag that was bound from here, or why the command needs another step.
   const Secret* passwordFor(const HeardTag& tag, const std::string& verb);

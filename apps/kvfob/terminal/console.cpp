@@ -51,9 +51,9 @@ std::string paint(Style style, std::string_view text) {
 
 Console Console::standard(ColorMode mode) {
   const char* term = std::getenv("TERM");
-  const bool live =
-      isatty(STDOUT_FILENO) == 1 && (term == nullptr || std::string_view(term) != "dumb");
-  return {std::cout, std::cerr, wantsColor(mode, live), live};
+  const bool moves = term == nullptr || std::string_view(term) != "dumb";
+  const bool live = isatty(STDOUT_FILENO) == 1 && moves;
+  return {std::cout, std::cerr, wantsColor(mode, live), live, isatty(STDERR_FILENO) == 1 && moves};
 }
 
 std::string Console::styled(Style style, std::string_view text) const {
@@ -63,6 +63,7 @@ std::string Console::styled(Style style, std::string_view text) const {
 void Console::line(std::string_view text) { block(std::string(text).append("\n")); }
 
 void Console::block(std::string_view lines) {
+  status({});
   errno = 0;
   if (!(out_ << lines << std::flush) && error_ == 0) error_ = errno != 0 ? errno : EIO;
 }
@@ -74,7 +75,14 @@ Outcome Console::outputLost() const {
 
 void Console::note(std::string_view text) {
   if (taker_) return taker_(text);
+  status({});
   err_ << "kvfob: " << text << '\n' << std::flush;
+}
+
+void Console::status(std::string_view text) {
+  if (!status_ || (text.empty() && !statusShown_)) return;
+  err_ << '\r' << text << "\033[K" << std::flush;
+  statusShown_ = !text.empty();
 }
 
 }  // namespace kvfob

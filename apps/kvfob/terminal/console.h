@@ -25,8 +25,9 @@ std::string paint(Style style, std::string_view text);
 class Console {
  public:
   /// @param live  Whether the output is a terminal on which a screen can be drawn.
-  Console(std::ostream& out, std::ostream& err, bool color, bool live)
-      : out_(out), err_(err), color_(color), live_(live) {}
+  /// @param status  Whether standard error is one on which a status line can be shown.
+  Console(std::ostream& out, std::ostream& err, bool color, bool live, bool status = false)
+      : out_(out), err_(err), color_(color), live_(live), status_(status) {}
 
   /// The process's own streams; the environment has its say in the colours.
   static Console standard(ColorMode mode);
@@ -46,6 +47,11 @@ class Console {
   /// Writes one line for the user beside the output: "kvfob: ...".
   void note(std::string_view text);
 
+  /// Shows a line on standard error until the next one, until something else is written, or until
+  /// an empty one takes it away.
+  void status(std::string_view text);
+  bool showsStatus() const { return status_; }
+
   /// While a screen is drawn, notes go to `taker`; an absent one ends that.
   void divertNotes(std::function<void(std::string_view)> taker) { taker_ = std::move(taker); }
 
@@ -61,6 +67,8 @@ class Console {
   std::ostream& err_;
   bool color_;
   bool live_;
+  bool status_;
+  bool statusShown_ = false;
   int error_ = 0;  // errno of the first write that failed
   std::function<void(std::string_view)> taker_;
 };

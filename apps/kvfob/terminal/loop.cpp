@@ -13,19 +13,6 @@
 #include "apps/kvfob/terminal/screen.h"
 
 namespace kvfob {
-namespace {
-
-// Stops the process as Ctrl-Z does by default, which a process that nobody could continue ignores.
-void stopHere() {
-  sigset_t set;
-  sigemptyset(&set);
-  sigaddset(&set, SIGTSTP);
-  std::raise(SIGTSTP);
-  pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
-  pthread_sigmask(SIG_BLOCK, &set, nullptr);
-}
-
-}  // namespace
 
 bool Loop::runUntil(const std::function<bool()>& condition,
                     std::optional<std::chrono::milliseconds> most) {
@@ -41,10 +28,11 @@ bool Loop::runUntil(const std::function<bool()>& condition,
 
 void Loop::wait(std::optional<KVEventQueue::Duration> most) {
   // poll(2) passes over a descriptor of -1.
-  std::array<pollfd, 4> polled{{{queue_->fd(), POLLIN, 0},
+  std::array<pollfd, 5> polled{{{queue_->fd(), POLLIN, 0},
                                 {signals_.fd(), POLLIN, 0},
                                 {terminalSignals_.fd(), POLLIN, 0},
-                                {screen_ != nullptr ? screen_->fd() : -1, POLLIN, 0}}};
+                                {screen_ != nullptr ? screen_->fd() : -1, POLLIN, 0},
+                                {input_, POLLIN, 0}}};
   int limit = -1;
   if (most) {
     const auto millis = std::chrono::ceil<std::chrono::milliseconds>(*most).count();
@@ -54,6 +42,7 @@ void Loop::wait(std::optional<KVEventQueue::Duration> most) {
   if (polled[1].revents != 0) takeSignal();
   if (polled[2].revents != 0) takeTerminalSignal();
   if (polled[3].revents != 0 && screen_ != nullptr) screen_->readKeys();
+  if (polled[4].revents != 0 && inputReady_) inputReady_();
 }
 
 void Loop::takeSignal() {

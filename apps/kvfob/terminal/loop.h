@@ -31,11 +31,20 @@ class Loop {
   /// twice does not want to wait.
   int signal() const { return signal_; }
 
+  /// The signal has been heeded; the next one is the first again.
+  void forgetSignal() { signal_ = 0; }
+
   /// Runs until `condition` holds, which is checked after each dispatch, or `most` has passed.
   ///
   /// @return whether it holds.
   bool runUntil(const std::function<bool()>& condition,
                 std::optional<std::chrono::milliseconds> most = std::nullopt);
+
+  /// Calls `ready` when `fd` can be read, from now on; below zero for nothing.
+  void setInput(int fd, std::function<void()> ready) {
+    input_ = fd;
+    inputReady_ = std::move(ready);
+  }
 
   /// The screen that this serves from now on; absent for none.
   void attach(Screen* screen) { screen_ = screen; }
@@ -50,6 +59,8 @@ class Loop {
   const SignalFd& signals_;
   const SignalFd terminalSignals_{SIGWINCH, SIGTSTP, SIGCONT};
   Screen* screen_ = nullptr;
+  int input_ = -1;
+  std::function<void()> inputReady_;
   int signal_ = 0;
 };
 

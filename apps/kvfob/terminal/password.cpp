@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -40,11 +41,11 @@ class Buffer {
     if (size > 0 && bytes_[size - 1] == '\n') --size;
     if (size > 0 && size < size_ && bytes_[size - 1] == '\r') --size;
     if (size == 0 || size > kPasswordMost) {
-      return Outcome{kUsage, "the password must have 1 to 13 bytes" +
-                                 std::string(size == 0 ? ", but it is empty" : "")};
+      return Outcome{kBadInput, "the password must have 1 to 13 bytes" +
+                                    std::string(size == 0 ? ", but it is empty" : "")};
     }
     if (memchr(bytes_.data(), '\n', size) != nullptr) {
-      return Outcome{kUsage, "the password must be a single line"};
+      return Outcome{kBadInput, "the password must be a single line"};
     }
     return Secret(std::string(bytes_.data(), size));
   }
@@ -99,49 +100,85 @@ int waitFor(int fd, const SignalFd& signals) {
   return polled[1].revents != 0 ? signals.take() : 0;
 }
 
-// Reads until the end, or until a line end where `lines`.
+// Reads until the end, or until a line end where `lines`. A signal that came ends it.
 std::optional<Outcome> fill(Buffer& buffer, int fd, bool lines, const SignalFd& signals) {
   while (!buffer.full() && !(lines && buffer.hasLine())) {
     if (const int signal = waitFor(fd, signals)) return Outcome{kSignal + signal, ""};
     const auto count = buffer.readFrom(fd);
     if (count == 0) return std::nullopt;
     if (count < 0 && errno != EINTR && errno != EAGAIN) {
-      return Outcome{kUsage, std::string("cannot read the password: ") + strerror(errno)};
+      return Outcome{kBadInput, std::string("cannot read the password: ") + strerror(errno)};
     }
   }
   return std::nullopt;
 }
 
-PasswordResult readFile(const std::string& path, const SignalFd& signals) {
-  const File file(path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (file.fd() < 0) {
-    return Outcome{kUsage, "cannot open the password file " + path + ": " + strerror(errno)};
+// One answer.
+PasswordResult askOnce(const File& terminal, const std::string& prompt) {
+  const SignalFd signals({SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP});
+  while (true) {
+    std::optional<Outcome> failure;
+    Buffer buffer;
+    {
+      const EchoOff echoOff(terminal.fd());
+      if (write(terminal.fd(), prompt.data(), prompt.size()) < 0) {
+        return Outcome{kUsage, "cannot ask for the password; give --password-file"};
+      }
+      failure = fill(buffer, terminal.fd(), /*lines=*/true, signals);
+    }
+    if (!failure) return buffer.password();
+    if (failure->code != kSignal + SIGTSTP) return *failure;
+    stopHere();
   }
-  Buffer buffer;
-  if (auto failure = fill(buffer, file.fd(), /*lines=*/false, signals)) return *failure;
-  return buffer.password();
-}
-
-PasswordResult ask(std::string_view prompt, const SignalFd& signals) {
-  const File terminal(open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC));
-  if (terminal.fd() < 0) {
-    return Outcome{kUsage, "there is no terminal to ask for the password on; give --password-file"};
-  }
-  const EchoOff echoOff(terminal.fd());
-  if (write(terminal.fd(), prompt.data(), prompt.size()) < 0) {
-    return Outcome{kUsage, "cannot ask for the password; give --password-file"};
-  }
-  Buffer buffer;
-  if (auto failure = fill(buffer, terminal.fd(), /*lines=*/true, signals)) return *failure;
-  return buffer.password();
 }
 
 }  // namespace
 
-PasswordResult readPassword(const std::string& file, std::string_view prompt) {
-  // A stop from the keyboard waits until the terminal is as it was.
-  const SignalFd ends({SIGINT, SIGTERM, SIGHUP, SIGQUIT}, /*held=*/{SIGTSTP});
-  return file.empty() ? ask(prompt, ends) : readFile(file, ends);
+PasswordResult readPassword(const std::string& file) {
+  const SignalFd signals({SIGINT, SIGTERM, SIGHUP, SIGQUIT});
+  const File input(file == "-" ? STDIN_FILENO : open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  if (input.fd() < 0) {
+    return Outcome{kBadInput, "cannot open the password file " + file + ": " + strerror(errno)};
+  }
+  Buffer buffer;
+  if (auto failure = fill(buffer, input.fd(), /*lines=*/false, signals)) return *failure;
+  return buffer.password();
+}
+
+std::optional<std::string> passwordFileWarning(const std::string& file) {
+  struct stat status {};
+  if (file == "-" || stat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
+  if ((status.st_mode & (S_IRGRP | S_IROTH)) == 0) return {};
+  return "others can read the password in " + file + "; make it yours: chmod 600 " + file;
+}
+
+PasswordResult askPassword(const std::string& prompt, const std::string& again) {
+  const File terminal(open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC));
+  if (terminal.fd() < 0) {
+    return Outcome{kUsage, "there is no terminal to ask for the password on; give --password-file"};
+  }
+  std::string said;
+  while (true) {
+    auto password = askOnce(terminal, said + prompt);
+    if (again.empty() || std::holds_alternative<Outcome>(password)) return password;
+    const auto repeated = askOnce(terminal, again);
+    if (const auto* failure = std::get_if<Outcome>(&repeated)) return *failure;
+    if (std::get<Secret>(repeated).text() == std::get<Secret>(password).text()) return password;
+    said = "They differ. ";
+  }
+}
+
+Outcome confirm(const std::string& question) {
+  const File terminal(open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC));
+  const auto asked = question + " [y/N] ";
+  if (terminal.fd() < 0 || write(terminal.fd(), asked.data(), asked.size()) < 0) {
+    return {kUsage, "there is no terminal to ask on; add --yes"};
+  }
+  std::array<char, 64> answer{};
+  const auto count = read(terminal.fd(), answer.data(), answer.size());
+  const std::string_view word(answer.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
+  if (word == "y\n" || word == "yes\n" || word == "Y\n") return {};
+  return {kSignal + SIGINT, "nothing was done"};
 }
 
 }  // namespace kvfob

@@ -11,11 +11,10 @@
 namespace kvfob {
 
 /// Blocks signals in the calling thread, and in the threads that it starts, and gives them as a
-/// descriptor that is readable once one is pending; the old mask comes back in the end. Those in
-/// `held` are only blocked until then.
+/// descriptor that is readable once one is pending; the old mask comes back in the end.
 class SignalFd {
  public:
-  explicit SignalFd(std::initializer_list<int> signals, std::initializer_list<int> held = {});
+  explicit SignalFd(std::initializer_list<int> signals);
   ~SignalFd();
   SignalFd(const SignalFd&) = delete;
   SignalFd& operator=(const SignalFd&) = delete;
@@ -29,6 +28,10 @@ class SignalFd {
   sigset_t before_{};
   int fd_ = -1;
 };
+
+/// Stops the process as Ctrl-Z does by default, which a process that nobody could continue ignores.
+/// Returns once it goes on. SIGTSTP is blocked, here and afterwards.
+void stopHere();
 
 }  // namespace kvfob
 
