@@ -13,6 +13,7 @@
 #include <utmp.h>
 
 #include <array>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -136,8 +137,10 @@ bool Child::readSome() {
 }
 
 bool Child::awaitText(const std::string& text) {
+  // A screen is drawn anew all the time, so the silence alone cannot tell.
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatienceMs);
   while (output_.find(text) == std::string::npos) {
-    if (!readSome()) return false;
+    if (!readSome() || std::chrono::steady_clock::now() > end) return false;
   }
   return true;
 }

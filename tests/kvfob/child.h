@@ -34,6 +34,7 @@ class Child {
   int awaitEnd();
 
   const std::string& output() const { return output_; }
+  void forgetOutput() { output_.clear(); }
 
   /// Whether the terminal shows what is typed.
   bool echoes() const;

@@ -53,6 +53,7 @@ TEST(JsonTest, ProgramWritesWhatThePageTells) {
       {"ring", "nothing"},
       {"watch", "keys", "--for", "8s"},
       {"list"},
+      {"scan", "--for", "500ms"},
   };
   const auto page = readPage();
   std::map<std::string, Members> written;

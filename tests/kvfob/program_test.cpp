@@ -248,14 +248,36 @@ TEST(ProgramTest, NoTerminalToAskOn) {
   EXPECT_NE(result.err.find("--password-file"), std::string::npos);
 }
 
-TEST(ProgramTest, ScanPrintsOneObjectALine) {
+TEST(ProgramTest, ScanTellsEventsAsObjects) {
   const auto result = runProgram({"scan", "--json", "--for", "500ms", "--radio", "sim"});
   EXPECT_EQ(result.status, kDone);
   const std::string object =
-      R"re(\{"address":"[0-9a-f]{12}","name":null,"rssi":-[0-9]+,"battery":[0-9]+,"tx":null,)re"
-      R"re("model":([0-9]+|null),"distance":"(far|middle|near)",)re"
+      R"re(\{"event":"tag","time":"[-0-9]{10}T[0-9:]{8}\.[0-9]{3}Z","address":"[0-9a-f]{12}",)re"
+      R"re("name":null,"rssi":-[0-9]+,"battery":[0-9]+,"tx":null,"model":([0-9]+|null),)re"
+      R"re("distance":"(far|middle|near)","bound":(true|false),)re"
       R"re("last_heard":"[-0-9]{10}T[0-9:]{8}\.[0-9]{3}Z"\})re";
   EXPECT_THAT(result.out, ::testing::MatchesRegex("(" + object + "\n){3}"));
+}
+
+TEST(ProgramTest, ScanFollowsTheTagsWhileItsReaderReads) {
+  Child child({"scan", "--json", "--follow", "--radio", "sim"});
+  // The first lines come at once, and those of tags that move later.
+  ASSERT_TRUE(child.awaitText("\"event\":\"tag\"")) << child.output();
+  for (int i = 0; i < 4; ++i) {
+    child.forgetOutput();
+    ASSERT_TRUE(child.awaitText("}\r\n"));
+  }
+  child.signal(SIGINT);
+  EXPECT_EQ(child.awaitEnd(), kSignal + SIGINT);
+}
+
+TEST(ProgramTest, CrowdIsForTheSimulatedRadio) {
+  const auto refused = runProgram({"scan", "--sim-tags", "5", "--radio", "bluez"});
+  EXPECT_EQ(refused.status, kUsage);
+  EXPECT_NE(refused.err.find("--radio sim"), std::string::npos);
+  EXPECT_EQ(runProgram({"scan", "--follow", "--radio", "sim"}).status, kUsage);
+  const auto table = runProgram({"scan", "--sim-tags", "2", "--radio", "sim", "--for", "500ms"});
+  EXPECT_EQ(std::count(table.out.begin(), table.out.end(), '\n'), 3) << table.out;
 }
 
 TEST(ProgramTest, SignalsEndItOrderly) {

@@ -20,6 +20,8 @@ namespace {
 // The longest delay that a tag takes.
 constexpr std::uint64_t kDelayMost = 7000;
 
+constexpr std::uint64_t kCrowdMost = 5000;
+
 // Takes a value, or tells why not.
 using Take = std::function<std::string(const std::string& text)>;
 
@@ -195,6 +197,7 @@ class Builder {
   }
 
   void addPlain();
+  void addScan();
   void addOnTags();
   void addOverLinks();
   void addBook();
@@ -210,17 +213,32 @@ class Builder {
       std::make_shared<std::map<std::string, std::function<void()>>>();
 };
 
+void Builder::addScan() {
+  auto& scan = add(Command::Scan, "scan",
+                   "List the tags in range; on a terminal also ring, bind and watch them", kLive);
+  addDuration(scan, "How long to listen: 500ms, 30s, 1.5m (10s; on a terminal until \"q\")");
+  addJson(scan);
+  scan.add_flag("--follow", options_.follow, "With --json: go on until Ctrl-C")
+      ->excludes(scan.get_option("--for"));
+  addChoice(scan, "--sort", "By what the table is sorted (rssi); \"s\" changes it", kOrders,
+            options_.sort);
+  addNumber(scan, "--sim-tags", "So many tags on the simulated radio (3)", kCrowdMost,
+            options_.simTags);
+  (*checks_)["scan"] = [&options = options_] {
+    if (options.simTags > 0 && options.radio != RadioKind::Sim) {
+      throw CLI::ValidationError("--sim-tags: only --radio sim has them");
+    }
+    if (options.follow && !options.json) throw CLI::ValidationError("--follow: only with --json");
+  };
+}
+
 void Builder::addPlain() {
   auto& demo =
       add(Command::Demo, "demo", "Walk the whole road with a virtual tag, in about ten seconds",
           {"seed", "log", "color"});
   demo.add_flag("--instant", options_.instant, "Let the time pass in an instant");
   addFixedRadio(demo);
-  auto& scan = add(Command::Scan, "scan", "List the tags in range", kLive);
-  addDuration(scan, "How long to listen: 500ms, 30s, 1.5m (10s)");
-  addJson(scan);
-  addChoice(scan, "--sort", "By what the table is sorted (rssi); \"s\" changes it", kOrders,
-            options_.sort);
+  addScan();
   auto& decode =
       add(Command::Decode, "decode", "Tell what a capture or advertisement frames hold of tags");
   addText(decode, "FILE", "", "A btsnoop capture, or frames in hexadecimal; - for standard input",

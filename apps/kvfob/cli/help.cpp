@@ -163,7 +163,9 @@ Examples:
 std::string_view examplesOf(std::string_view command) {
   static constexpr std::pair<std::string_view, std::string_view> kExamples[] = {
       {"demo", "  kvfob demo\n  kvfob demo --instant --log all\n"},
-      {"scan", "  kvfob scan --for 1m --sort name\n  kvfob --radio sim scan --json --for 2s\n"},
+      {"scan",
+       "  kvfob scan --for 1m --sort name\n  kvfob scan --json --follow\n"
+       "  kvfob --radio sim scan --sim-tags 12\n"},
       {"decode",
        "  sudo btmon -w road.btsnoop; kvfob decode road.btsnoop\n"
        "  echo a10b64112233445566f4 | kvfob decode --json -\n"},

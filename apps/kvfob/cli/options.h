@@ -62,6 +62,7 @@ struct Options {
   std::chrono::milliseconds timeout{30'000};
   LogLevel log = LogLevel::Off;
   std::uint64_t seed = 1;   ///< Of the simulated radio.
+  std::size_t simTags = 0;  ///< Of `scan`: so many on the simulated radio; 0 for its usual ones.
   bool radioGiven = false;  ///< On the command line.
   std::vector<SettingInForce> settings = {};
 
@@ -71,6 +72,7 @@ struct Options {
   std::string tag = {};                ///< The address of the one that is worked on.
   std::optional<std::chrono::milliseconds> duration = {};  ///< Absent: until a signal.
   bool json = false;
+  bool follow = false;         ///< Of `scan --json`: without end.
   SortBy sort = SortBy::Rssi;  ///< Of `scan`.
   bool instant = false;        ///< Of `demo`: with a virtual clock.
   bool on = false;             ///< Of `alert`.

@@ -3,10 +3,13 @@
 
 #include "apps/kvfob/commands/run.h"
 
+#include <memory>
+#include <optional>
 #include <utility>
 #include <variant>
 
 #include "apps/kvfob/base/text.h"
+#include "apps/kvfob/book/bindings.h"
 #include "apps/kvfob/commands/air_run.h"
 #include "apps/kvfob/commands/book_commands.h"
 #include "apps/kvfob/commands/config.h"
@@ -69,11 +72,41 @@ std::variant<Book, Outcome> readBook(const Options& options, Console& console) {
   return read;
 }
 
+// What a scan knows of the book, which changes when it binds a tag.
+ScanMemory memoryOf(const Options& options, const Book& book) {
+  const auto latest = std::make_shared<std::optional<Book>>();
+  const auto find = [&options, &book, latest](const std::string& address) {
+    return (*latest ? **latest : book).find(options.radio, address);
+  };
+  return {.find = [find](const std::string& address) -> std::optional<ScanMemory::Tag> {
+            const auto* entry = find(address);
+            if (entry == nullptr) return std::nullopt;
+            return ScanMemory::Tag{.name = entry->name,
+                                   .bound = entry->binding == Binding::Bound,
+                                   .saved = !entry->password.text().empty()};
+          },
+          .password =
+              [find](const std::string& address) {
+                const auto* entry = find(address);
+                return entry == nullptr ? Secret() : Secret(entry->password.text());
+              },
+          .begin =
+              [&options](const std::string& address, const Secret& password, bool save) {
+                return beginBinding(options.radio, address, "", password, save);
+              },
+          .end =
+              [&options, latest](const std::string& address, bool bound) {
+                auto outcome = endBinding(options.radio, address, bound);
+                auto read = Book::read();
+                if (auto* now = std::get_if<Book>(&read)) *latest = std::move(*now);
+                return outcome;
+              }};
+}
+
 Outcome scanWith(const Options& options, const Book& book, const Radio& radio, Loop& loop,
                  Console& console) {
   Session session(radio, loop, console);
-  return runScan(session, options,
-                 [&](const std::string& tag) { return book.nameOf(options.radio, tag); });
+  return runScan(session, options, memoryOf(options, book));
 }
 
 Outcome runOnNewRadio(const Options& options, const SignalFd& signals, Console& console) {

@@ -194,6 +194,10 @@ void TagRun::watch() {
   stage_ = Stage::Watching;
   session_.surviveAdapter();
   reportConnection(KVConnectionConnected);
+  keeper_ = std::make_unique<LinkKeeper>(session_, tracker_, [this] {
+    // A script is told of the connection alone.
+    if (!options_.json) report(kBegunAgain, {});
+  });
   if (options_.duration) session_.after(*options_.duration, [this] { session_.finish({}); });
   tracker_->didReceive([this](std::int64_t event) { reportEvent(event); });
   tracker_->didValueUpdate([this] { reportSignal(); });

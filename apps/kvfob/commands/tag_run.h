@@ -14,6 +14,7 @@
 #include "apps/kvfob/cli/options.h"
 #include "apps/kvfob/radio/session.h"
 #include "apps/kvfob/terminal/password.h"
+#include "apps/kvfob/watch/link_keeper.h"
 #include "apps/kvfob/watch/watch_screen.h"
 
 namespace kvfob {
@@ -59,6 +60,7 @@ class TagRun {
   const std::string name_;
   std::unique_ptr<WatchScreen> screen_;  // of `watch` on a terminal
   std::shared_ptr<KVTracker> tracker_;
+  std::unique_ptr<LinkKeeper> keeper_;  // of `watch`
   Stage stage_ = Stage::Searching;
   bool asked_ = false;
   std::uint64_t reported_ = KVConnectionDisconnect;

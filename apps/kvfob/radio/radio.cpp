@@ -3,16 +3,14 @@
 
 #include "apps/kvfob/radio/radio.h"
 
-#include <chrono>
 #include <iostream>
 #include <utility>
 
 #include "KVFobLink/KVLinuxPlatform.h"
+#include "apps/kvfob/radio/world.h"
 
 namespace kvfob {
 namespace {
-
-using namespace std::chrono_literals;
 
 // What the radio of this machine reports begins with this.
 constexpr std::string_view kRadioPrefix = "bluez: ";
@@ -62,30 +60,11 @@ void Radio::fill(const Options& options) {
   kvsim::SimulatedRadioOptions radio;
   radio.seed = options.seed;
   radio.clock = kvsim::ClockKind::Real;
-  radio.advertisingInterval = 100ms;
+  radio.advertisingInterval = advertisingInterval(options.simTags);
   radio.air.rssiJitter = 2;
   radio.log = makeLog(options.log);
   simulated_ = std::make_unique<kvsim::SimulatedRadio>(radio);
-  const auto bound =
-      simulated_->addTag({.address = kBoundTag, .battery = 92, .password = kBoundTagPassword});
-  const auto second =
-      simulated_->addTag({.address = "0a1b2c3d4e60", .model = 5, .battery = 71, .password = {}});
-  const auto third =
-      simulated_->addTag({.address = "0a1b2c3d4e61", .model = {}, .battery = 18, .password = {}});
-  simulated_->setRssi(bound, -58);
-  simulated_->setRssi(second, -67);
-  simulated_->setRssi(third, -83);
-  if (options.command == Command::Watch) {
-    for (const auto& tag : {bound, second, third}) enliven(tag);
-  }
-}
-
-// Gives a watcher something to see: the tag is carried about, its button pressed, its link lost.
-void Radio::enliven(const std::shared_ptr<kvsim::VirtualTag>& tag) {
-  simulated_->setPathLoss(
-      tag, kvsim::pathThrough({{0s, 45}, {4s, 45}, {8s, 56}, {12s, 66}, {16s, 56}, {20s, 45}}));
-  simulated_->queue().postAfter(5s, [tag] { tag->pressButton(); });
-  simulated_->queue().postAfter(13s, [this, tag] { simulated_->dropLink(tag); });
+  fillWorld(*simulated_, options);
 }
 
 }  // namespace kvfob

@@ -17,10 +17,6 @@
 
 namespace kvfob {
 
-/// The tag of the simulated radio that is bound already, and with what.
-inline constexpr const char* kBoundTag = "0a1b2c3d4e5f";
-inline constexpr const char* kBoundTagPassword = "sesame";
-
 /// Where the library's diagnostic lines go: to standard error, as far as they are asked for.
 std::shared_ptr<KVLog> makeLog(LogLevel level);
 
@@ -51,7 +47,6 @@ class Radio {
 
  private:
   void fill(const Options& options);
-  void enliven(const std::shared_ptr<kvsim::VirtualTag>& tag);
 
   std::string description_;
   std::string adapter_;

@@ -4,29 +4,11 @@
 #include "apps/kvfob/scan/listing.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "apps/kvfob/base/text.h"
 
 namespace kvfob {
 namespace {
-
-TagRow rowOf(const KVTracker& tracker, const NameOf& nameOf) {
-  TagRow row;
-  row.address = tracker.mac().value_or("");
-  row.name = nameOf(row.address);
-  // The library holds 0 for a signal that the radio did not measure, and for the transmit power of
-  // a tag that is not bound.
-  if (tracker.rssi() != 0) {
-    row.rssi = tracker.rssi();
-    row.level = tracker.distance();
-  }
-  row.battery = tracker.battery();
-  if (tracker.bound()) row.tx = tracker.radioTx();
-  if (tracker.model() >= 0) row.model = tracker.model();
-  row.lastAdvertised = tracker.advUpdate();
-  return row;
-}
 
 // Whether `a` comes before `b`; absent when this order does not tell them apart.
 template <typename Value>
@@ -53,19 +35,30 @@ std::optional<bool> before(const TagRow& a, const TagRow& b, SortBy order) {
   return std::nullopt;
 }
 
-std::string number(const std::optional<std::int64_t>& value) {
-  return value ? std::to_string(*value) : "null";
+char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+bool contains(std::string_view text, std::string_view part) {
+  return std::search(text.begin(), text.end(), part.begin(), part.end(),
+                     [](char a, char b) { return lower(a) == lower(b); }) != text.end();
 }
 
 }  // namespace
 
-std::vector<TagRow> rowsOf(const KVTrackers& trackers, const NameOf& nameOf, SortBy order) {
-  std::vector<TagRow> rows;
-  for (const auto& tracker : trackers) rows.push_back(rowOf(*tracker, nameOf));
-  std::sort(rows.begin(), rows.end(), [order](const TagRow& a, const TagRow& b) {
-    return before(a, b, order).value_or(a.address < b.address);
-  });
-  return rows;
+void update(TagRow& row, const KVTracker& tracker) {
+  // The library holds 0 for a signal that the radio did not measure, and for the transmit power of
+  // a tag that is not bound.
+  if (tracker.rssi() != 0) {
+    row.rssi = tracker.rssi();
+    row.level = tracker.distance();
+  }
+  row.battery = tracker.battery();
+  if (tracker.bound()) row.tx = tracker.radioTx();
+  if (tracker.model() >= 0) row.model = tracker.model();
+  row.lastAdvertised = tracker.advUpdate();
+}
+
+bool comesBefore(const TagRow& a, const TagRow& b, SortBy order) {
+  return before(a, b, order).value_or(a.address < b.address);
 }
 
 std::string_view orderName(SortBy order) {
@@ -89,17 +82,28 @@ SortBy nextOrder(SortBy order) {
                                 : static_cast<SortBy>(static_cast<int>(order) + 1);
 }
 
-std::string toJson(const TagRow& row) {
-  std::string json = "{\"address\":" + jsonText(row.address);
-  json += ",\"name\":" + (row.name.empty() ? "null" : jsonText(row.name));
-  json += ",\"rssi\":" + number(row.rssi);
-  json += ",\"battery\":" + std::to_string(row.battery);
-  json += ",\"tx\":" + number(row.tx);
-  json += ",\"model\":" + number(row.model);
-  json += ",\"distance\":" + (row.level ? jsonText(levelName(*row.level)) : "null");
-  json +=
-      ",\"last_heard\":" + (row.lastAdvertised ? jsonText(isoTime(*row.lastAdvertised)) : "null");
-  return json + "}";
+bool matches(const TagRow& row, std::string_view text) {
+  std::string digits(text);
+  std::erase(digits, ':');
+  return contains(row.name, text) || contains(row.address, digits);
+}
+
+Json tagEvent(const TagRow& row, std::chrono::system_clock::time_point now) {
+  const auto heard =
+      row.lastAdvertised ? std::optional(isoTime(*row.lastAdvertised)) : std::nullopt;
+  const auto distance =
+      row.level ? std::optional(std::string(levelName(*row.level))) : std::nullopt;
+  return {{"event", "tag"},
+          {"time", isoTime(now)},
+          {"address", row.address},
+          {"name", row.name.empty() ? Json() : Json(row.name)},
+          {"rssi", orNull(row.rssi)},
+          {"battery", row.battery},
+          {"tx", orNull(row.tx)},
+          {"model", orNull(row.model)},
+          {"distance", orNull(distance)},
+          {"bound", row.bound},
+          {"last_heard", orNull(heard)}};
 }
 
 }  // namespace kvfob

@@ -7,8 +7,8 @@
 #include <string>
 #include <utility>
 
-#include "apps/kvfob/scan/scan_view.h"
-#include "apps/kvfob/terminal/screen.h"
+#include "apps/kvfob/scan/scan_screen.h"
+#include "apps/kvfob/scan/tag_stream.h"
 
 namespace kvfob {
 namespace {
@@ -16,112 +16,109 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::chrono::milliseconds kDefaultDuration = 10s;
-constexpr std::chrono::milliseconds kRedraw = 250ms;
+// How late an event may be told. In a crowd, each tag would else be looked at for each other's
+// advertisements.
+constexpr std::chrono::milliseconds kLook = 50ms;
 
 class Scan {
  public:
-  Scan(Session& session, const Options& options, NameOf nameOf)
+  Scan(Session& session, const Options& options, ScanMemory memory)
       : session_(session),
         options_(options),
-        nameOf_(std::move(nameOf)),
-        duration_(options.duration.value_or(kDefaultDuration)),
-        order_(options.sort) {}
+        memory_(std::move(memory)),
+        // The library's lines would be written across a screen.
+        live_(session.console().live() && !options.json && options.log == LogLevel::Off),
+        tags_([this](TagRow& row) {
+          const auto known = memory_.find(row.address);
+          row.name = known ? known->name : "";
+          row.bound = known && known->bound;
+        }) {}
 
   Outcome run();
 
  private:
   void begin();
-  void openScreen();
-  void typed(char key);
-  void tick();
-  void draw();
-  ScanView view() const;
-  void writeJson();
+  void refresh();
+  void look();
+  void tell();
   void writeTable();
 
   KVEventQueue& queue() const { return session_.loop().queue(); }
 
   Session& session_;
   const Options& options_;
-  const NameOf nameOf_;
-  const std::chrono::milliseconds duration_;
-  SortBy order_;
+  ScanMemory memory_;
+  const bool live_;
   KVEventQueue::Duration start_{0};
-  std::string note_;
-  Look look_;
-  std::unique_ptr<Screen> screen_;
+  TagList tags_;
+  TagStream stream_;
+  bool looking_ = false;
+  std::unique_ptr<ScanScreen> screen_;
 };
 
 Outcome Scan::run() {
   session_.surviveAdapter();
   session_.whenOn([this] { begin(); }, options_.timeout);
-  session_.atEnd([this] {
-    screen_.reset();
-    session_.console().divertNotes({});
-  });
+  session_.atEnd([this] { screen_.reset(); });
   auto outcome = session_.run();
   // What was found until Ctrl-C is shown all the same.
   if (outcome.code == kNoAdapter) return outcome;
-  options_.json ? writeJson() : writeTable();
+  refresh();
+  options_.json ? tell() : writeTable();
   return outcome;
 }
 
 void Scan::begin() {
   start_ = queue().now();
-  session_.manager().startScan([](const KVTrackers&) {});
-  session_.after(duration_, [this] { session_.finish({}); });
-  // The library's lines would be written across the screen.
-  if (session_.console().live() && !options_.json && options_.log == LogLevel::Off) openScreen();
-}
-
-void Scan::openScreen() {
-  screen_ = std::make_unique<Screen>(
-      session_.loop(), [this](char key) { typed(key); }, [this] { draw(); });
-  session_.console().divertNotes([this](std::string_view text) { note_ = text; });
-  tick();
-}
-
-void Scan::typed(char key) {
-  if (key == 'q') return session_.finish({});
-  if (key == 's') order_ = nextOrder(order_);
-  draw();
-}
-
-void Scan::tick() {
-  draw();
-  session_.after(kRedraw, [this] { tick(); });
-}
-
-void Scan::draw() {
-  if (!screen_) return;
-  look_ = screen_->look(session_.console().color());
-  screen_->show(drawScan(view(), look_));
-}
-
-ScanView Scan::view() const {
-  const auto passed = std::chrono::duration_cast<std::chrono::milliseconds>(queue().now() - start_);
-  return {.rows = rowsOf(session_.manager().scannedTrackers(), nameOf_, order_),
-          .order = order_,
-          .now = KVPlatform::current().clock->now(),
-          .left = duration_ - passed,
-          .note = note_};
-}
-
-void Scan::writeJson() {
-  for (const auto& row : rowsOf(session_.manager().scannedTrackers(), nameOf_, SortBy::Address)) {
-    session_.console().line(toJson(row));
+  session_.manager().startScan([this](const KVTrackers&) {
+    if (options_.json) look();
+  });
+  auto duration = options_.duration;
+  if (!duration && !live_ && !options_.follow) duration = kDefaultDuration;
+  if (duration) session_.after(*duration, [this] { session_.finish({}); });
+  if (live_) {
+    screen_ =
+        std::make_unique<ScanScreen>(session_, options_, memory_, tags_, [this] { refresh(); });
   }
 }
 
+void Scan::refresh() {
+  const auto at = std::chrono::duration_cast<std::chrono::milliseconds>(queue().now() - start_);
+  for (const auto& tracker : session_.manager().scannedTrackers()) tags_.take(*tracker, at);
+  for (const auto& tracker : *session_.manager().bindTrackers()) tags_.take(*tracker, at);
+}
+
+void Scan::look() {
+  if (std::exchange(looking_, true)) return;
+  session_.after(stream_.empty() ? 0ms : kLook, [this] {
+    looking_ = false;
+    refresh();
+    tell();
+  });
+}
+
+void Scan::tell() {
+  tags_.arrange(SortBy::Address, "");
+  const auto now = KVPlatform::current().clock->now();
+  std::string lines;
+  for (const auto* tag : tags_.shown()) {
+    if (stream_.news(tag->row, now)) lines += jsonLine(tagEvent(tag->row, now)) + "\n";
+  }
+  if (!lines.empty()) session_.console().block(lines);
+}
+
 void Scan::writeTable() {
-  look_.color = session_.console().color();
-  for (const auto& line : drawTable(view(), look_)) session_.console().line(line);
+  Look look;
+  look.color = session_.console().color();
+  tags_.arrange(options_.sort, "");
+  const ScanRows rows{.tags = tags_.shown(), .now = KVPlatform::current().clock->now()};
+  for (const auto& line : drawTable(rows, look)) session_.console().line(line);
 }
 
 }  // namespace
 
-Outcome runScan(Session& session, const Options& options, NameOf nameOf) {
-  return Scan(session, options, std::move(nameOf)).run();
+Outcome runScan(Session& session, const Options& options, ScanMemory memory) {
+  return Scan(session, options, std::move(memory)).run();
 }
 
 }  // namespace kvfob

@@ -5,178 +5,168 @@
 
 #include <algorithm>
 #include <array>
+#include <string_view>
+#include <utility>
 
 #include "apps/kvfob/base/text.h"
-#include "apps/kvfob/terminal/frame.h"
 #include "apps/kvfob/terminal/plot.h"
 
 namespace kvfob {
 namespace {
 
-enum class Column { Name, Address, Rssi, Bar, Level, Battery, Model, Heard };
+// Smaller than this, there is no blank line around the table; and a panel takes its place.
+constexpr std::size_t kRoomy = 16;
+constexpr std::size_t kPanelBeside = 20;
 
-struct Layout {
-  Column column;
-  std::string_view title;
-  std::size_t width;
-  bool right;
-};
+// What is asked for most often comes first, for terminals that have no room for all.
+constexpr std::array<std::pair<std::string_view, std::string_view>, 12> kHelp{{
+    {"↑ ↓ j k", "select a tag, as a click does"},
+    {"r", "ring it; once more silences it"},
+    {"b", "bind it with a new password"},
+    {"w", "watch it; q comes back"},
+    {"↵", "what is known of it"},
+    {"/", "filter by name or address"},
+    {"s", "sort by another column"},
+    {"Esc", "give up, close, show all"},
+    {"q", "quit"},
+    {"PgUp", "also PgDn, Home, End, wheel"},
+    {"●", "bound from here"},
+    {"dim", "not heard for 10 seconds"},
+}};
 
-// Where each begins; a name takes what the others leave.
-constexpr std::size_t kGap = 2;
-constexpr std::size_t kNameLeast = 8;
-constexpr std::size_t kNameMost = 40;
-constexpr std::size_t kBarLeast = 10;
-constexpr std::size_t kBarMost = 24;
-
-constexpr std::array<Layout, 8> kColumns{{{Column::Name, "NAME", kNameLeast, false},
-                                          {Column::Address, "ADDRESS", 12, false},
-                                          {Column::Rssi, "RSSI", 4, true},
-                                          {Column::Bar, "", kBarLeast, false},
-                                          {Column::Level, "LEVEL", 6, false},
-                                          {Column::Battery, "BATTERY", 7, true},
-                                          {Column::Model, "MODEL", 5, true},
-                                          {Column::Heard, "HEARD", 7, true}}};
-
-// What goes first where there is little room.
-constexpr std::array<Column, 6> kLeastNeeded{Column::Model,   Column::Heard, Column::Bar,
-                                             Column::Battery, Column::Name,  Column::Level};
-
-std::size_t widthOf(const std::vector<Layout>& columns) {
-  std::size_t width = 1;
-  for (const auto& column : columns) width += column.width + kGap;
-  return width - kGap + 1;
+std::string countText(const ScanView& view) {
+  const auto tags = view.heard == 1 ? "1 tag" : std::to_string(view.heard) + " tags";
+  if (view.filter.empty()) return tags;
+  return std::to_string(view.rows.tags.size()) + " of " + tags;
 }
 
-void remove(std::vector<Layout>& columns, Column which) {
-  std::erase_if(columns, [which](const Layout& column) { return column.column == which; });
+std::string timeText(const ScanView& view) {
+  using std::chrono::seconds;
+  if (view.left) return std::to_string(std::chrono::ceil<seconds>(*view.left).count()) + " s left";
+  return clockText(view.elapsed);
 }
 
-void widen(std::vector<Layout>& columns, Column which, std::size_t most, std::size_t width) {
-  const auto used = widthOf(columns);
-  for (auto& column : columns) {
-    if (column.column == which && used < width) {
-      column.width = std::max(column.width, std::min(most, column.width + width - used));
-    }
+void drawHeader(Canvas& canvas, const ScanView& view, std::size_t room) {
+  auto x = canvas.put(1, 0, countText(view), Style::Bold) + 2;
+  if (view.simulated) x = canvas.put(x, 0, "simulated", Style::Warn) + 2;
+  if (view.typingFilter || !view.filter.empty()) {
+    canvas.put(x, 0, "/" + view.filter + (view.typingFilter ? "_" : ""), Style::Accent);
+  }
+  auto right = timeText(view);
+  const auto count = view.rows.tags.size();
+  if (count > room && view.rows.selected) {
+    right.insert(0, std::to_string(*view.rows.selected + 1) + "/" + std::to_string(count) + "  ");
+  }
+  canvas.putRight(canvas.width() - 1, 0, "  " + right, Style::Dim);
+}
+
+void drawHelp(Canvas& canvas, const ScanLayout& layout) {
+  drawRule(canvas, layout.panel, "Keys");
+  auto y = layout.panel + 1;
+  constexpr std::size_t kColumn = 10;
+  for (const auto& [key, what] : kHelp) {
+    if (y >= layout.panelEnd) return;
+    canvas.put(1, y, key, Style::Accent);
+    canvas.put(kColumn, y++, what);
   }
 }
 
-std::vector<Layout> layoutFor(const ScanView& view, std::size_t width) {
-  std::vector<Layout> columns(kColumns.begin(), kColumns.end());
-  std::size_t name = 0;
-  for (const auto& row : view.rows) name = std::max(name, columnsOf(row.name));
-  if (name == 0) remove(columns, Column::Name);
-  for (const auto column : kLeastNeeded) {
-    if (widthOf(columns) > width) remove(columns, column);
-  }
-  widen(columns, Column::Name, std::clamp(name, kNameLeast, kNameMost), width);
-  widen(columns, Column::Bar, kBarMost, width);
-  return columns;
+std::string rangeOf(const std::vector<Sample>& samples) {
+  if (samples.empty()) return "";
+  const auto [low, high] = std::minmax_element(
+      samples.begin(), samples.end(), [](const auto& a, const auto& b) { return a.dbm < b.dbm; });
+  return std::to_string(low->dbm) + " to " + std::to_string(high->dbm) + " dBm";
 }
 
-std::string agoOf(const TagRow& row, std::chrono::system_clock::time_point now) {
-  if (!row.lastAdvertised) return "-";
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(now - *row.lastAdvertised).count();
-  if (seconds < 1) return "now";
-  return seconds < 120 ? std::to_string(seconds) + " s" : std::to_string(seconds / 60) + " min";
-}
-
-struct Value {
-  std::string text;
-  Style style = Style::Plain;
-};
-
-Value valueOf(const TagRow& row, Column column, const ScanView& view) {
-  const auto strength = row.rssi ? strengthStyle(static_cast<double>(*row.rssi)) : Style::Dim;
-  switch (column) {
-    case Column::Name:
-      return {row.name, Style::Bold};
-    case Column::Address:
-      return {row.address};
-    case Column::Rssi:
-      return {row.rssi ? std::to_string(*row.rssi) : "-", strength};
-    case Column::Level:
-      return {row.level ? std::string(levelName(*row.level)) : "-", strength};
-    case Column::Battery:
-      return {std::to_string(row.battery), batteryStyle(row.battery)};
-    case Column::Model:
-      return {row.model ? std::to_string(*row.model) : "-"};
-    case Column::Heard:
-      return {agoOf(row, view.now), Style::Dim};
-    case Column::Bar:
-      break;
-  }
-  return {};
-}
-
-void drawRow(Canvas& canvas, std::size_t y, const std::vector<Layout>& columns, const TagRow& row,
-             const ScanView& view) {
+void drawDetails(Canvas& canvas, const ScanLayout& layout, const ScanView& view) {
+  const auto place = view.rows.selected.value_or(0);
+  if (place >= view.rows.tags.size()) return drawRule(canvas, layout.panel, "Details");
+  const auto& [row, firstHeard, samples] = *view.rows.tags[place];
+  drawRule(canvas, layout.panel, row.name.empty() ? row.address : row.name, rangeOf(samples));
+  auto y = layout.panel + 1;
   std::size_t x = 1;
-  for (const auto& [column, title, width, right] : columns) {
-    const auto value = valueOf(row, column, view);
-    if (column == Column::Bar) {
-      const auto share = row.rssi ? strengthShare(static_cast<double>(*row.rssi)) : 0;
-      canvas.bar(x, y, width, share, strengthStyle(static_cast<double>(row.rssi.value_or(0))));
-    } else if (right) {
-      canvas.putRight(x + width, y, value.text, value.style);
-    } else {
-      canvas.put(x, y, value.text, value.style, width);
+  const auto fact = [&](const std::string& name, const std::string& value) {
+    if (x > 1 && x + columnsOf(name) + 1 + columnsOf(value) >= canvas.width()) {
+      x = 1;
+      ++y;
     }
-    x += width + kGap;
+    if (y < layout.panelEnd) x = drawFact(canvas, x, y, name, value);
+  };
+  const auto* password = view.passwordSaved ? "yes, password saved" : "yes, password not saved";
+  fact("Address", row.address);
+  fact("Bound", row.bound ? password : "not from here");
+  fact("Signal", row.rssi ? std::to_string(*row.rssi) + " dBm" : "not measured");
+  fact("Distance", row.level ? std::string(levelName(*row.level)) : "not known");
+  fact("Battery", std::to_string(row.battery) + " of 255");
+  fact("Model", row.model ? std::to_string(*row.model) : "not told");
+  fact("First heard", firstHeard ? clockTime(*firstHeard).substr(0, 8) : "-");
+  fact("Last heard", agoText(row.lastAdvertised, view.rows.now));
+  ++y;
+  if (y < layout.panelEnd) drawPlot(canvas, y, layout.panelEnd - y, samples, view.elapsed);
+}
+
+void drawNote(Canvas& canvas, const ScanView& view, std::size_t y) {
+  if (!view.question.empty()) {
+    canvas.put(1, y, view.question, Style::Accent);
+  } else {
+    canvas.put(1, y, view.note, view.noteStyle);
   }
 }
 
-// The heading and, from the row after it, as many tags as fit above `end`.
-void drawRows(Canvas& canvas, std::size_t top, std::size_t end, const ScanView& view) {
-  const auto columns = layoutFor(view, canvas.width());
-  std::size_t x = 1;
-  for (const auto& [column, title, width, right] : columns) {
-    if (right) {
-      canvas.putRight(x + width, top, title, Style::Bold);
-    } else {
-      canvas.put(x, top, title, Style::Bold);
-    }
-    x += width + kGap;
+void drawKeys(Canvas& canvas, const ScanView& view) {
+  if (!view.answers.empty()) return drawFooter(canvas, view.answers);
+  if (view.typingFilter) {
+    return drawFooter(canvas, {{"Enter", "keep"}, {"Esc", "show all"}});
   }
-  const auto room = end > top ? end - top - 1 : 0;
-  const bool clipped = view.rows.size() > room;
-  const auto shown = clipped && room > 0 ? room - 1 : std::min(room, view.rows.size());
-  for (std::size_t i = 0; i < shown; ++i) drawRow(canvas, top + 1 + i, columns, view.rows[i], view);
-  if (clipped && room > 0) {
-    const auto more = std::to_string(view.rows.size() - shown);
-    canvas.put(1, top + 1 + shown, "and " + more + " more", Style::Dim);
-  }
+  if (view.panel == ScanPanel::Help) return drawFooter(canvas, {{"any key", "back"}});
+  std::vector<KeyHint> keys{{"?", "help"},  {"q", "quit"}, {"r", "ring"},   {"b", "bind"},
+                            {"w", "watch"}, {"↵", "more"}, {"/", "filter"}, {"s", "sort"}};
+  if (view.busy) keys.insert(keys.begin(), {"Esc", "give up"});
+  drawFooter(canvas, keys);
 }
 
 }  // namespace
 
-std::vector<std::string> drawTable(const ScanView& view, Look look) {
-  look.height = view.rows.empty() ? 1 : view.rows.size() + 1;
-  Canvas canvas(look);
-  if (view.rows.empty()) {
-    canvas.put(1, 0, "no tag heard", Style::Dim);
-  } else {
-    drawRows(canvas, 0, canvas.height(), view);
+ScanLayout layoutOf(ScanPanel panel, const Look& look) {
+  const bool roomy = look.height >= kRoomy;
+  ScanLayout layout;
+  layout.top = roomy ? 2 : 1;
+  layout.note = look.height >= 4 ? look.height - 2 : 0;
+  layout.end = layout.note != 0 ? layout.note : look.height - std::min<std::size_t>(1, look.height);
+  if (roomy) --layout.end;
+  if (panel == ScanPanel::None || layout.end <= layout.top) return layout;
+  layout.panelEnd = layout.end;
+  const auto rows = layout.end - layout.top;
+  layout.panel = look.height >= kPanelBeside ? layout.top + rows * 2 / 5 : layout.top;
+  if (panel == ScanPanel::Help) {
+    layout.panel = std::max(layout.top, layout.panelEnd - std::min(rows, kHelp.size() + 1));
   }
-  return canvas.lines();
+  layout.end = layout.panel;
+  return layout;
+}
+
+std::size_t scrolled(std::size_t first, std::size_t selected, std::size_t count, std::size_t room) {
+  if (count <= room || room == 0) return count <= room ? 0 : selected;
+  const auto least = selected + 1 > room ? selected + 1 - room : 0;
+  return std::clamp(first, least, std::min(selected, count - room));
 }
 
 std::vector<std::string> drawScan(const ScanView& view, const Look& look) {
   Canvas canvas(look);
-  const bool roomy = look.height >= 12;
-  const auto tags = view.rows.size() == 1 ? "1 tag" : std::to_string(view.rows.size()) + " tags";
-  auto x = canvas.put(1, 0, tags + " in range", Style::Bold) + 2;
-  canvas.put(x, 0, view.note, Style::Warn);
-  const auto left = std::chrono::ceil<std::chrono::seconds>(view.left).count();
-  canvas.putRight(look.width - 1, 0, "  " + std::to_string(left) + " s left", Style::Dim);
-  const std::size_t top = roomy ? 2 : 1;
-  const auto end = look.height - (roomy ? 2 : 1);
-  if (view.rows.empty()) {
-    canvas.put(1, top, "listening…", Style::Dim);
-  } else {
-    drawRows(canvas, top, end, view);
+  const auto layout = layoutOf(view.panel, look);
+  drawHeader(canvas, view, layout.room());
+  if (layout.room() > 0) {
+    if (view.rows.tags.empty()) {
+      canvas.put(1, layout.top, view.heard == 0 ? "listening…" : "no tag matches", Style::Dim);
+    } else {
+      drawRows(canvas, layout.top, layout.end, view.rows);
+    }
   }
-  drawFooter(canvas, {{"s", "sort: " + std::string(orderName(view.order))}, {"q", "quit"}});
+  if (layout.panelEnd > layout.panel) {
+    view.panel == ScanPanel::Help ? drawHelp(canvas, layout) : drawDetails(canvas, layout, view);
+  }
+  if (layout.note != 0) drawNote(canvas, view, layout.note);
+  if (look.height > 1) drawKeys(canvas, view);
   return canvas.lines();
 }
 

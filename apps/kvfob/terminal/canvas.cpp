@@ -62,25 +62,10 @@ std::vector<Glyph> glyphsOf(std::string_view text) {
   return glyphs;
 }
 
-constexpr std::array<std::pair<std::string_view, char>, 18> kLookalikes{{
-    {"─", '-'},
-    {"│", '|'},
-    {"┤", '|'},
-    {"┴", '+'},
-    {"└", '+'},
-    {"●", '*'},
-    {"○", 'o'},
-    {"░", '.'},
-    {"┈", '.'},
-    {"▁", '.'},
-    {"▂", '.'},
-    {"▃", ':'},
-    {"▄", ':'},
-    {"▅", ':'},
-    {"▆", '|'},
-    {"▇", '|'},
-    {"█", '#'},
-    {"…", '~'},
+constexpr std::array<std::pair<std::string_view, char>, 24> kLookalikes{{
+    {"─", '-'}, {"│", '|'}, {"┤", '|'}, {"┴", '+'}, {"└", '+'}, {"●", '*'}, {"○", 'o'}, {"░", '.'},
+    {"┈", '.'}, {"▁", '.'}, {"▂", '.'}, {"▃", ':'}, {"▄", ':'}, {"▅", ':'}, {"▆", '|'}, {"▇", '|'},
+    {"█", '#'}, {"…", '~'}, {"›", '>'}, {"→", '>'}, {"←", '<'}, {"↵", '<'},
 }};
 
 std::string inAscii(const std::string& text) {
@@ -139,6 +124,11 @@ void Canvas::bar(std::size_t x, std::size_t y, std::size_t columns, double share
   for (std::size_t i = 0; i < columns; ++i) {
     put(x + i, y, i < filled ? "█" : "░", i < filled ? style : Style::Dim);
   }
+}
+
+void Canvas::restyle(std::size_t y, Style style) {
+  if (y >= rows_.size()) return;
+  for (auto& cell : rows_[y]) cell.style = style;
 }
 
 std::vector<std::string> Canvas::lines() const {

@@ -45,6 +45,9 @@ class Canvas {
   /// A bar of `columns`, filled by `share`, 0 to 1.
   void bar(std::size_t x, std::size_t y, std::size_t columns, double share, Style style);
 
+  /// Gives the whole row one style, blanks included.
+  void restyle(std::size_t y, Style style);
+
   /// One text for each row, without blanks at its end.
   std::vector<std::string> lines() const;
 

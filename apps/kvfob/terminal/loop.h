@@ -48,6 +48,7 @@ class Loop {
 
   /// The screen that this serves from now on; absent for none.
   void attach(Screen* screen) { screen_ = screen; }
+  Screen* screen() const { return screen_; }
 
  private:
   void wait(std::optional<KVEventQueue::Duration> most);

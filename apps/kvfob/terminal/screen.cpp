@@ -12,6 +12,7 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstddef>
 #include <string_view>
@@ -24,7 +25,12 @@ namespace {
 
 // Alternate screen, no cursor, no wrapping at the right edge; and back, with plain colours.
 constexpr std::string_view kEnter = "\033[?1049h\033[?25l\033[?7l\033[2J";
-constexpr std::string_view kLeave = "\033[0m\033[?7h\033[?25h\033[?1049l";
+constexpr std::string_view kLeave = "\033[0m\033[?1006l\033[?1000l\033[?7h\033[?25h\033[?1049l";
+// Clicks and the wheel, told in digits.
+constexpr std::string_view kMouse = "\033[?1000h\033[?1006h";
+
+// The bytes of one key come together; over a slow line a little apart.
+constexpr std::chrono::milliseconds kKeyPatience{50};
 
 // What ends the process without unwinding.
 constexpr std::array<int, 6> kFatal{SIGQUIT, SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL};
@@ -32,6 +38,7 @@ constexpr std::array<int, 6> kFatal{SIGQUIT, SIGABRT, SIGSEGV, SIGBUS, SIGFPE, S
 // What has to be given back. A signal handler reads it, so it is plain and process-wide.
 struct Taken {
   volatile std::sig_atomic_t screen = 0;
+  bool mouse = false;
   int keys = -1;
   termios modes{};
   std::array<struct sigaction, kFatal.size()> handlers{};
@@ -63,9 +70,13 @@ void guardAgainstFatal() {
   }
 }
 
+void closeKeys() {
+  if (taken.keys >= 0) close(std::exchange(taken.keys, -1));
+}
+
 // Once more after a stop: meanwhile a shell has set its own modes.
-void take(int keys) {
-  if (taken.screen == 0) taken.keys = keys >= 0 && tcgetattr(keys, &taken.modes) == 0 ? keys : -1;
+void take() {
+  if (taken.screen == 0 && taken.keys >= 0 && tcgetattr(taken.keys, &taken.modes) != 0) closeKeys();
   if (taken.keys >= 0) {
     auto modes = taken.modes;
     modes.c_iflag &= ~static_cast<tcflag_t>(IXON);
@@ -76,6 +87,7 @@ void take(int keys) {
   }
   taken.screen = 1;
   writeAll(kEnter);
+  if (taken.mouse) writeAll(kMouse);
 }
 
 bool speaksUtf8() {
@@ -88,24 +100,43 @@ bool speaksUtf8() {
 
 }  // namespace
 
-Screen::Screen(Loop& loop, std::function<void(char)> key, std::function<void()> redraw)
+std::string difference(const std::vector<std::string>& shown,
+                       const std::vector<std::string>& lines) {
+  std::string frame;
+  for (std::size_t row = 0; row < lines.size(); ++row) {
+    if (row < shown.size() && shown[row] == lines[row]) continue;
+    frame += "\033[" + std::to_string(row + 1) + ";1H\033[2K" + lines[row];
+  }
+  return frame;
+}
+
+Screen::Screen(Loop& loop, std::function<void(const Key&)> key, std::function<void()> redraw)
     : loop_(loop),
+      below_(loop.screen()),
       key_(std::move(key)),
       redraw_(std::move(redraw)),
-      // Standard input may be where the password came from.
-      keys_(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY)) {
-  guardAgainstFatal();
-  take(keys_);
+      unicode_(speaksUtf8()) {
+  if (below_ == nullptr) {
+    // Standard input may be where the password came from.
+    taken.keys = open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY);
+    guardAgainstFatal();
+    take();
+  }
   loop_.attach(this);
 }
 
 Screen::~Screen() {
-  loop_.attach(nullptr);
+  loop_.attach(below_);
+  if (below_ != nullptr) {
+    below_->shown_.clear();
+    return;
+  }
   giveBack();
   for (std::size_t i = 0; i < kFatal.size(); ++i) {
     sigaction(kFatal[i], &taken.handlers[i], nullptr);
   }
   closeKeys();
+  taken.mouse = false;
 }
 
 void Screen::giveBack() {
@@ -125,43 +156,54 @@ Look Screen::look(bool color) const {
     look.height = size.ws_row;
   }
   look.color = color;
-  look.unicode = speaksUtf8();
+  look.unicode = unicode_;
   return look;
 }
 
 void Screen::show(const std::vector<std::string>& lines) {
-  std::string frame;
-  for (std::size_t row = 0; row < lines.size(); ++row) {
-    if (row < shown_.size() && shown_[row] == lines[row]) continue;
-    frame += "\033[" + std::to_string(row + 1) + ";1H\033[2K" + lines[row];
-  }
+  const auto frame = difference(shown_, lines);
   shown_ = lines;
   // Where a terminal can, it shows all of it at once.
   if (!frame.empty()) writeAll("\033[?2026h" + frame + "\033[?2026l");
 }
 
+void Screen::takeMouse() {
+  taken.mouse = true;
+  writeAll(kMouse);
+}
+
+int Screen::fd() const { return taken.keys; }
+
 void Screen::readKeys() {
-  std::array<char, 64> bytes{};
-  const auto count = read(keys_, bytes.data(), bytes.size());
+  std::array<char, 256> bytes{};
+  const auto count = read(taken.keys, bytes.data(), bytes.size());
   if (count < 0 && (errno == EINTR || errno == EAGAIN)) return;
   if (count <= 0) return closeKeys();  // the terminal has gone
-  const std::string_view typed(bytes.data(), static_cast<std::size_t>(count));
-  // Longer than the key itself, it is an arrow or another key that means nothing here.
-  if (typed.size() > 1 && typed[0] == kEscapeKey) return;
-  for (const char key : typed) key_(key == '\b' ? kEraseKey : key);
+  ++reads_;
+  const auto keys = reader_.take({bytes.data(), static_cast<std::size_t>(count)});
+  if (reader_.waits()) {
+    loop_.queue().postAfter(kKeyPatience, [this, reads = reads_, alive = std::weak_ptr(alive_)] {
+      if (!alive.expired() && reads == reads_) press(reader_.giveUp());
+    });
+  }
+  press(keys);
+}
+
+void Screen::press(const std::vector<Key>& keys) {
+  const std::weak_ptr alive(alive_);
+  for (const auto& key : keys) {
+    if (alive.expired()) return;  // the key before was the last for this screen
+    key_(key);
+  }
 }
 
 void Screen::suspend() { giveBack(); }
 
 void Screen::resume() {
   shown_.clear();
-  take(keys_);
+  if (below_ != nullptr) below_->shown_.clear();
+  take();
   redraw_();
-}
-
-void Screen::closeKeys() {
-  if (keys_ >= 0) close(std::exchange(keys_, -1));
-  taken.keys = -1;
 }
 
 }  // namespace kvfob

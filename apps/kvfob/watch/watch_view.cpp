@@ -14,8 +14,17 @@
 namespace kvfob {
 namespace {
 
+using namespace std::chrono_literals;
+
 constexpr std::size_t kLeastWidth = 50;
 constexpr std::size_t kLeastHeight = 14;
+
+constexpr double kBatteryMost = 255;
+constexpr std::size_t kBatteryBar = 10;
+constexpr std::size_t kBatteryBarFrom = 76;  // columns of the terminal
+
+// A link that comes up quickly is not worth a word.
+constexpr std::chrono::milliseconds kWaitTold = 5s;
 
 struct State {
   const char* text;
@@ -36,24 +45,16 @@ State stateOf(const WatchView& view) {
   }
 }
 
-std::string clockOf(std::chrono::milliseconds elapsed) {
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(elapsed).count();
-  std::array<char, 32> text{};
-  std::snprintf(text.data(), text.size(), "%lld:%02d:%02d", static_cast<long long>(seconds / 3600),
-                static_cast<int>(seconds / 60 % 60), static_cast<int>(seconds % 60));
-  return text.data();
-}
-
 std::string dbm(std::int64_t rssi) { return std::to_string(rssi) + " dBm"; }
 
 std::string onOff(const std::optional<bool>& value, const char* on, const char* off) {
-  if (!value) return "-";
+  if (!value) return "not set";
   return *value ? on : off;
 }
 
 void drawHeader(Canvas& canvas, const WatchView& view) {
   const auto state = stateOf(view);
-  const auto time = clockOf(view.elapsed);
+  const auto time = clockText(view.elapsed);
   const auto end = canvas.width() - 1;
   const auto timeAt = end - time.size();
   const auto stateAt = timeAt - 3 - columnsOf(state.text);
@@ -68,13 +69,6 @@ void drawHeader(Canvas& canvas, const WatchView& view) {
   canvas.put(timeAt, 0, time, Style::Dim);
 }
 
-// A fact with its name before it; the column after both.
-std::size_t drawFact(Canvas& canvas, std::size_t x, std::size_t y, std::string_view name,
-                     std::string_view value, Style style = Style::Plain) {
-  x = canvas.put(x, y, name, Style::Dim) + 1;
-  return canvas.put(x, y, value, style) + 3;
-}
-
 void drawSignal(Canvas& canvas, const WatchView& view, std::size_t y) {
   const auto strength = static_cast<double>(view.rssi.value_or(0));
   const auto style = view.rssi ? strengthStyle(strength) : Style::Dim;
@@ -85,19 +79,30 @@ void drawSignal(Canvas& canvas, const WatchView& view, std::size_t y) {
   x += bar + 1;
   canvas.put(x, y, view.rssi ? levelName(view.level) : "", style);
   x += 9;
-  x = drawFact(canvas, x, y, "Battery", view.battery ? std::to_string(*view.battery) : "-",
-               view.battery ? batteryStyle(*view.battery) : Style::Plain);
-  drawFact(canvas, x, y, "Model", view.model ? std::to_string(*view.model) : "-");
+  if (!view.battery) {
+    x = drawFact(canvas, x, y, "Battery", "not known");
+  } else {
+    const auto battery = *view.battery;
+    const auto barStyle =
+        batteryStyle(battery) == Style::Plain ? Style::Good : batteryStyle(battery);
+    x = drawFact(canvas, x, y, "Battery", std::to_string(battery), batteryStyle(battery));
+    if (canvas.width() >= kBatteryBarFrom) {
+      canvas.bar(x - 2, y, kBatteryBar, static_cast<double>(battery) / kBatteryMost, barStyle);
+      x += kBatteryBar + 1;
+    }
+  }
+  drawFact(canvas, x, y, "Model", view.model ? std::to_string(*view.model) : "not told");
 }
 
 void drawSettings(Canvas& canvas, const WatchView& view, std::size_t y) {
   auto x = drawFact(canvas, 1, y, "Bell   ", onOff(view.bell, "ringing", "silent"),
                     view.bell.value_or(false) ? Style::Warn : Style::Plain);
-  x = drawFact(canvas, x, y, "Button",
-               view.presses == 1 ? "1 press" : std::to_string(view.presses) + " presses");
-  x = drawFact(canvas, x, y, "Loss alert", onOff(view.alert, "on", "off"));
-  x = drawFact(canvas, x, y, "delay", view.delay ? std::to_string(*view.delay) : "-");
-  drawFact(canvas, x, y, "distance", view.distance ? levelName(*view.distance) : "-");
+  drawFact(canvas, x, y, "Button",
+           view.presses == 1 ? "1 press" : std::to_string(view.presses) + " presses");
+  x = drawFact(canvas, 1, y + 1, "Loss    alert", onOff(view.alert, "on", "off"));
+  x = drawFact(canvas, x, y + 1, "distance", view.distance ? levelName(*view.distance) : "not set");
+  drawFact(canvas, x, y + 1, "delay",
+           view.delay ? std::to_string(*view.delay) + ", in the tag's own unit" : "not set");
 }
 
 std::string rangeOf(const std::vector<Sample>& samples) {
@@ -135,7 +140,9 @@ void drawTiny(Canvas& canvas, const WatchView& view) {
   const auto state = stateOf(view);
   canvas.put(0, 0, view.name.empty() ? view.address : view.name, Style::Bold);
   canvas.put(0, 1, state.text, state.style);
-  if (view.rssi) {
+  if (const auto wait = waitText(view); !wait.empty()) {
+    canvas.put(0, 2, wait, Style::Warn);
+  } else if (view.rssi) {
     const auto x = canvas.put(0, 2, dbm(*view.rssi) + ", ");
     canvas.put(x, 2, levelName(view.level), strengthStyle(static_cast<double>(*view.rssi)));
   }
@@ -148,6 +155,23 @@ void drawTiny(Canvas& canvas, const WatchView& view) {
 
 }  // namespace
 
+std::string waitText(const WatchView& view) {
+  if (view.connection == KVConnectionConnected || view.connection == KVConnectionVerifyFailed) {
+    return "";
+  }
+  const auto waited = view.elapsed - view.linkSince;
+  if (waited < kWaitTold) return "";
+  const auto ago = [](std::chrono::milliseconds time) {
+    return std::to_string(std::chrono::floor<std::chrono::seconds>(time).count()) + " s";
+  };
+  if (view.linkUp) return "the link is up, but no handshake; no connection for " + ago(waited);
+  if (!view.heard) return "not heard for " + ago(waited) + ": is it near, and on?";
+  const auto silent = ago(view.elapsed - *view.heard);
+  if (*view.heard > view.linkSince)
+    return "heard " + silent + " ago, but no link for " + ago(waited);
+  return "not heard for " + silent + ": is it near, and on?";
+}
+
 std::vector<std::string> drawWatch(const WatchView& view, const Look& look) {
   Canvas canvas(look);
   if (look.width < kLeastWidth || look.height < kLeastHeight) {
@@ -158,11 +182,15 @@ std::vector<std::string> drawWatch(const WatchView& view, const Look& look) {
   drawHeader(canvas, view);
   std::size_t y = roomy ? 2 : 1;
   drawSignal(canvas, view, y++);
-  drawSettings(canvas, view, y++);
+  drawSettings(canvas, view, y);
+  y += 2;
   if (roomy) ++y;
   const auto rest = look.height - y - 3;  // two rules and the footer
   const auto plotRows = rest * 3 / 5;
-  drawRule(canvas, y++, "Signal", rangeOf(view.samples));
+  const auto wait = waitText(view);
+  drawRule(canvas, y, "Signal", wait.empty() ? rangeOf(view.samples) : "");
+  if (!wait.empty()) canvas.put(11, y, " " + wait + " ", Style::Warn);
+  ++y;
   drawPlot(canvas, y, plotRows, view.samples, view.elapsed);
   y += plotRows;
   drawRule(canvas, y++, "Events");

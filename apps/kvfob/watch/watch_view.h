@@ -31,6 +31,9 @@ struct WatchView {
   std::chrono::milliseconds elapsed{0};
   bool found = false;
   std::uint64_t connection = KVConnectionDisconnect;
+  bool linkUp = false;                             ///< Ready or not.
+  std::chrono::milliseconds linkSince{0};          ///< Since when it is not connected.
+  std::optional<std::chrono::milliseconds> heard;  ///< When it last was, over the air or the link.
   std::optional<std::int64_t> rssi;
   std::uint64_t level = KVDistanceFar;
   std::optional<std::int64_t> battery;
@@ -45,6 +48,9 @@ struct WatchView {
   std::deque<Event> events;
   std::optional<std::string> typedDelay;  ///< What has been typed of a delay that is asked for.
 };
+
+/// Why it is not connected, when that takes long; else empty.
+std::string waitText(const WatchView& view);
 
 /// One line for each row of the terminal.
 std::vector<std::string> drawWatch(const WatchView& view, const Look& look);
