@@ -120,6 +120,11 @@ TEST_F(AdapterTest, DaemonKilledWhileConnected) {
   EXPECT_TRUE(waitForEvent("state 5"));
   EXPECT_EQ(bluez->calls("Connect"), 0);  // this daemon does not know the tag yet
   EXPECT_TRUE(waitForCall("StartDiscovery"));
+  bluez->set(kHci, kAdapter, "Powered", false);
+  EXPECT_TRUE(waitForEvent("state 4"));
+  EXPECT_THAT(takeEvents(), ElementsAre("state 5", "state 4"));  // no link has ended
+  bluez->set(kHci, kAdapter, "Powered", true);
+  EXPECT_TRUE(waitForCall("StartDiscovery", 2));
   bluez->advertise(kTag, kFrame);
   EXPECT_TRUE(waitForEvent("connected"));
 }

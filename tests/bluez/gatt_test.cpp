@@ -151,24 +151,79 @@ TEST_F(GattTest, UnansweredRequestEndsTheLink) {
   EXPECT_EQ(bluez->calls("ReadValue"), 0);
 }
 
-TEST_F(GattTest, DropTakesUnansweredRequestsWithIt) {
+// Its reason is not that of the next one.
+TEST_F(GattTest, LinkThatIsGivenUpKeepsItsReasonThoughThePowerGoes) {
+  options.requestTimeout = 20ms;
+  options.disconnectTimeout = 1h;
   startLinked();
-  tag->setNotifyValue(true, command);
-  bluez->on("WriteValue", [&](const kv::BusCall& call) {
-    bluez->notify(kTag, {0x05});  // received before the drop, so delivered before it
-    bluez->setConnected(kTag, false);
-    call.fail(kFailed, "Not connected");
-  });
+  for (const char* member : {"WriteValue", "Disconnect"}) bluez->on(member, [](const auto&) {});
+  recorder->onEvent = [&](const std::string& event) {
+    if (event.starts_with("disconnected") && central->state() != KVCentralStatePoweredOn) {
+      central->connectPeripheral(tag);
+    }
+  };
   tag->writeValue(KVData{1}, command, kConfirmed);
+  EXPECT_TRUE(waitForCall("Disconnect"));
+  bluez->set(kHci, kAdapter, "Powered", false);
   EXPECT_TRUE(waitForEvent("disconnected"));
-  EXPECT_THAT(takeEvents(), ElementsAre("value 05", "disconnected AA:00:00:00:00:01 !1001"));
-  EXPECT_TRUE(waitForCall("StopNotify"));  // else the daemon subscribes by itself next time
-
-  tag->writeValue(KVData{1}, command, kConfirmed);  // without a link nothing happens
-  tag->discoverServices();
-  central->connectPeripheral(tag);
+  bluez->setConnected(kTag, false);
+  bluez->set(kHci, kAdapter, "Powered", true);
   EXPECT_TRUE(waitForEvent("connected"));
-  EXPECT_THAT(takeEvents(), ElementsAre("connected AA:00:00:00:00:01"));
+  bluez->restore("Disconnect");
+  central->cancelPeripheralConnection(tag);
+  EXPECT_TRUE(waitFor([&] { return recorder->events.size() == 5; }));
+  EXPECT_THAT(takeEvents(),
+              ElementsAre("state 4", "disconnected AA:00:00:00:00:01 !1003", "state 5",
+                          "connected AA:00:00:00:00:01", "disconnected AA:00:00:00:00:01"));
+}
+
+TEST_F(GattTest, DropTakesUnansweredRequestsWithIt) {
+  options.retryFirst = 1ms;
+  startLinked();
+  const auto drop = [&] { bluez->setConnected(kTag, false); };
+  const std::function<void(const kv::BusCall& call)> ends[] = {
+      [&](const kv::BusCall& call) {
+        call.fail(kFailed, "Not connected");
+        drop();
+      },
+      [&](const kv::BusCall& call) {
+        drop();
+        call.reply();
+      },
+      [&](const kv::BusCall& call) {
+        bluez->set(kHci, kAdapter, "Powered", false);
+        call.reply();
+      },
+  };
+  const auto takeEventsOfTheTag = [&] {
+    std::erase_if(recorder->events, [](const auto& event) { return event.starts_with("state"); });
+    return takeEvents();
+  };
+  int links = 0;
+  for (const auto& end : ends) {
+    tag->setNotifyValue(true, command);
+    bluez->on("WriteValue", [&](const kv::BusCall& call) {
+      bluez->notify(kTag, {0x05});  // received before the drop, so delivered before it
+      end(call);
+    });
+    tag->writeValue(KVData{1}, command, kConfirmed);
+    tag->writeValue(KVData{2}, command, kConfirmed);
+    EXPECT_TRUE(waitForEvent("disconnected"));
+    EXPECT_THAT(
+        takeEventsOfTheTag(),
+        ElementsAre("value 05", testing::StartsWith("disconnected AA:00:00:00:00:01 !100")));
+    EXPECT_TRUE(waitForCall("StopNotify", ++links));  // else the daemon subscribes by itself
+    EXPECT_EQ(bluez->calls("WriteValue"), links);
+
+    tag->writeValue(KVData{1}, command, kConfirmed);  // without a link nothing happens
+    tag->discoverServices();
+    drop();
+    bluez->set(kHci, kAdapter, "Powered", true);
+    central->connectPeripheral(tag);
+    EXPECT_TRUE(waitForEvent("connected"));
+    EXPECT_THAT(takeEventsOfTheTag(), ElementsAre("connected AA:00:00:00:00:01"));
+    command = discover(tag);
+  }
 }
 
 TEST_F(GattTest, DeviceWithOtherAttributesThanRememberedIsForgottenOnce) {

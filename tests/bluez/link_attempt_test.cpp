@@ -137,8 +137,11 @@ TEST_F(LinkTest, RadioThatRefusesAtOnceIsLeftInPeace) {
 }
 
 TEST_F(LinkTest, SuccessWithoutALinkIsAFailure) {
-  timing.settle = 30ms;
+  timing.settle = 10ms;
+  options.retryFirst = 400ms;
+  options.retryMost = 1h;
   startAll();
+  const auto begun = queue->now();
   bluez->on("Connect", [&](const kv::BusCall& call) {
     bluez->restore("Connect");
     call.reply();
@@ -147,6 +150,8 @@ TEST_F(LinkTest, SuccessWithoutALinkIsAFailure) {
   EXPECT_TRUE(waitForEvent("connected"));
   EXPECT_THAT(takeCalls({"Connect", "Disconnect"}),
               ElementsAre("Connect", "Disconnect", "Connect"));
+  EXPECT_GE(queue->now() - begun, 330ms);  // the first pause follows, less the jitter of a fifth
+  EXPECT_LT(queue->now() - begun, 640ms);  // what doubling it would take at least
 }
 
 TEST_F(LinkTest, LinkThatIsNotSignalledIsKept) {
@@ -192,17 +197,37 @@ TEST_F(LinkTest, ForgottenDeviceIsWaitedFor) {
   EXPECT_THAT(takeEvents(), ElementsAre("connected AA:00:00:00:00:01"));
 }
 
+// A link that another program makes meanwhile serves as well.
 TEST_F(LinkTest, AbsentTagIsTriedAgainWhenItIsHeard) {
   options.connectTimeout = 40ms;
   startAll();
-  leaveConnectPending();
-  connectTo();
-  EXPECT_TRUE(waitForCall("Disconnect"));
-  EXPECT_TRUE(waitForCall("StartDiscovery", 2));
-  EXPECT_EQ(bluez->calls("Connect"), 1);
-  bluez->restore("Connect");
-  bluez->advertise(kTag, kFrame);
-  EXPECT_TRUE(waitForEvent("connected"));
+  const std::pair<int, std::function<void()>> cases[] = {
+      {2, [&] { bluez->advertise(kTag, kFrame); }},
+      {1,
+       [&] {
+         bluez->addServices(kTag);
+         bluez->set(FakeBlueZ::devicePath(kTag), kDevice,
+                    {{"Connected", true}, {"ServicesResolved", true}});
+       }},
+  };
+  for (const auto& [attempts, wake] : cases) {
+    leaveConnectPending();
+    const auto tag = find();
+    const int scans = bluez->calls("StartDiscovery");
+    const int before = bluez->calls("Connect");
+    central->connectPeripheral(tag);
+    EXPECT_TRUE(waitForCall("StartDiscovery", scans + 1));
+    EXPECT_EQ(bluez->calls("Connect"), before + 1);
+    EXPECT_GT(bluez->calls("Disconnect"), 0);
+    bluez->restore("Connect");
+    wake();
+    EXPECT_TRUE(waitForEvent("connected"));
+    queue->runFor(5ms);
+    EXPECT_THAT(takeEvents(), ElementsAre("connected AA:00:00:00:00:01"));
+    EXPECT_EQ(bluez->calls("Connect"), before + attempts);
+    central->cancelPeripheralConnection(tag);
+    EXPECT_TRUE(waitForEvent("disconnected"));
+  }
 }
 
 TEST_F(LinkTest, AttemptAtAnUnheardTagIsCutWhileOthersWait) {
@@ -221,6 +246,8 @@ TEST_F(LinkTest, AttemptAtAnUnheardTagIsCutWhileOthersWait) {
   }));
   queue->runFor(100ms);
   EXPECT_EQ(bluez->calls("Disconnect"), 1);
+  pending->fail(kFailed, "le-connection-abort-by-local");
+  EXPECT_TRUE(waitForCall("Disconnect", 2));  // the next one follows no advertisement
 }
 
 TEST_F(LinkTest, ServicesThatAreNotDiscoveredInTimeEndTheAttempt) {
@@ -239,22 +266,30 @@ TEST_F(LinkTest, ServicesThatAreNotDiscoveredInTimeEndTheAttempt) {
 }
 
 TEST_F(LinkTest, ServicesThatAreExportedLateAreReadAnew) {
+  options.retryFirst = 1ms;
+  timing.servicesGrace = 20ms;
   startAll();
   bluez->on("Connect", [&](const kv::BusCall& call) {
     bluez->set(FakeBlueZ::devicePath(kTag), kDevice,
                {{"Connected", true}, {"ServicesResolved", true}});
     call.reply();
   });
-  bluez->on("GetManagedObjects", [&](const kv::BusCall& call) {
-    bluez->addServices(kTag);
-    bluez->answer(call);
-  });
-  const auto tag = connectTo();
-  EXPECT_TRUE(waitForEvent("connected"));
-  EXPECT_EQ(bluez->calls("Connect"), 1);
-  const auto command = discover(tag);
-  EXPECT_EQ(command->service(), tag->services().front());
-  EXPECT_EQ(tag->services().size(), 2U);
+  for (const bool afterTheList : {false, true}) {
+    bluez->on("GetManagedObjects", [&](const kv::BusCall& call) {
+      if (afterTheList) bluez->answer(call);
+      bluez->addServices(kTag);
+      if (!afterTheList) bluez->answer(call);
+    });
+    const auto tag = connectTo();
+    EXPECT_TRUE(waitForEvent("connected"));
+    EXPECT_EQ(bluez->calls("Connect"), afterTheList ? 2 : 1);
+    const auto command = discover(tag);
+    EXPECT_EQ(command->service(), tag->services().front());
+    EXPECT_EQ(tag->services().size(), 2U);
+    bluez->remove(FakeBlueZ::devicePath(kTag));
+    EXPECT_TRUE(waitForEvent("disconnected"));
+  }
+  EXPECT_EQ(bluez->calls("RemoveDevice"), 0);
 }
 
 TEST_F(LinkTest, DeviceWithoutServicesIsForgottenOnce) {
@@ -277,17 +312,29 @@ TEST_F(LinkTest, DeviceWithoutServicesIsForgottenOnce) {
   EXPECT_NE(log->text.find("Cache = no"), std::string::npos);
 }
 
+// What it has asked for is no concern of the next attempt.
 TEST_F(LinkTest, DropDuringDiscoveryOfServices) {
+  timing.servicesGrace = 10ms;
   startAll();
-  bluez->on("Connect", [&](const kv::BusCall& call) {
-    bluez->restore("Connect");
-    bluez->setConnected(kTag, true);
-    call.reply();
+  bluez->on("GetManagedObjects", [&](const kv::BusCall& call) {
+    pending = call;
     bluez->setConnected(kTag, false);
   });
+  bluez->on("Connect", [&](const kv::BusCall& call) {
+    bluez->set(FakeBlueZ::devicePath(kTag), kDevice,
+               {{"Connected", true}, {"ServicesResolved", !pending.has_value()}});
+    call.reply();
+  });
   connectTo();
+  EXPECT_TRUE(waitForCall("Connect", 2));
+  queue->runFor(5ms);
+  bluez->answer(*pending);
+  queue->runFor(30ms);
+  bluez->addServices(kTag);
+  bluez->setResolved(kTag, true);
   EXPECT_TRUE(waitForEvent("connected"));
   EXPECT_THAT(takeEvents(), ElementsAre("connected AA:00:00:00:00:01"));
+  EXPECT_EQ(bluez->calls("Connect"), 2);
 }
 
 TEST_F(LinkTest, TagThatIsWaitedForIsTriedUnheardNowAndThen) {
