@@ -92,9 +92,8 @@ void CentralCore::grantInitiating() {
   initiator_ = waitingInitiators_.front();
   waitingInitiators_.pop_front();
   const DeviceObject* device = daemon_.tree().device(adapterOn_, initiator_->address());
-  scan_.pause(device == nullptr || !hasPrivateAddress(*device), [this] {
-    if (initiator_ != nullptr) initiator_->initiatingGranted();
-  });
+  scan_.pause(device == nullptr || !hasPrivateAddress(*device),
+              [this] { initiator_->initiatingGranted(); });
 }
 
 void CentralCore::reportConnected(Link& link) {
