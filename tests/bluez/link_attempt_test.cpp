@@ -41,6 +41,21 @@ TEST_F(LinkTest, ScanThatDoesNotStopDelaysAnAttemptForALimitedTime) {
   EXPECT_TRUE(waitForCall("StartDiscovery", 2));
   bluez->on("StopDiscovery", [](const kv::BusCall&) {});
   central->connectPeripheral(tag);
+  central->cancelPeripheralConnection(tag);  // an attempt that is not waited for any more
+  queue->runFor(2 * timing.scanStop);
+  central->connectPeripheral(tag);
+  EXPECT_TRUE(waitForEvent("connected"));
+}
+
+TEST_F(LinkTest, ScanThatDoesNotStartDelaysNoAttempt) {
+  timing.scanStop = 1h;
+  startAll();
+  const auto tag = find();
+  bluez->on("StartDiscovery", [&](const kv::BusCall& call) {
+    central->connectPeripheral(tag);
+    call.fail("org.bluez.Error.NotReady", "Resource Not Ready");
+  });
+  central->scanForPeripherals({}, /*allowDuplicates=*/true);
   EXPECT_TRUE(waitForEvent("connected"));
 }
 
@@ -225,6 +240,13 @@ TEST_F(LinkTest, AbsentTagIsTriedAgainWhenItIsHeard) {
     queue->runFor(5ms);
     EXPECT_THAT(takeEvents(), ElementsAre("connected AA:00:00:00:00:01"));
     EXPECT_EQ(bluez->calls("Connect"), before + attempts);
+    recorder->onEvent = [&](const std::string& event) {
+      if (event.starts_with("disconnected")) central->connectPeripheral(tag);
+    };
+    bluez->setConnected(kTag, false);
+    EXPECT_TRUE(waitForEvent("connected"));  // it is not absent any more
+    recorder->onEvent = nullptr;
+    takeEvents();
     central->cancelPeripheralConnection(tag);
     EXPECT_TRUE(waitForEvent("disconnected"));
   }
@@ -267,7 +289,7 @@ TEST_F(LinkTest, ServicesThatAreNotDiscoveredInTimeEndTheAttempt) {
 
 TEST_F(LinkTest, ServicesThatAreExportedLateAreReadAnew) {
   options.retryFirst = 1ms;
-  timing.servicesGrace = 20ms;
+  timing.servicesGrace = 300ms;
   startAll();
   bluez->on("Connect", [&](const kv::BusCall& call) {
     bluez->set(FakeBlueZ::devicePath(kTag), kDevice,
@@ -280,8 +302,10 @@ TEST_F(LinkTest, ServicesThatAreExportedLateAreReadAnew) {
       bluez->addServices(kTag);
       if (!afterTheList) bluez->answer(call);
     });
+    const auto begun = queue->now();
     const auto tag = connectTo();
     EXPECT_TRUE(waitForEvent("connected"));
+    EXPECT_EQ(queue->now() - begun >= timing.servicesGrace, afterTheList);
     EXPECT_EQ(bluez->calls("Connect"), afterTheList ? 2 : 1);
     const auto command = discover(tag);
     EXPECT_EQ(command->service(), tag->services().front());

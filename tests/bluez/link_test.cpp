@@ -265,6 +265,8 @@ TEST_F(LinkTest, DeviceThatIsForgottenWhileTheScanStopsIsWaitedFor) {
   const auto tag = find();
   central->scanForPeripherals({}, /*allowDuplicates=*/true);
   EXPECT_TRUE(waitForCall("StartDiscovery", 2));
+  bluez->advertise(kTag, kFrame);
+  EXPECT_TRUE(waitForEvent("found"));
   bluez->on("StopDiscovery", [&](const kv::BusCall& call) {
     bluez->restore("StopDiscovery");
     bluez->remove(FakeBlueZ::devicePath(kTag));
@@ -356,39 +358,48 @@ TEST_F(LinkTest, CentralThatIsClosedEndsWhatItHasBegun) {
   timing.dropHold = 1h;
   std::shared_ptr<KVPeripheral> tag;
   std::shared_ptr<KVCharacteristic> command;
-  const auto connect = [&](const char* until) {
-    const int before = bluez->calls(until);
+  const auto connect = [&] {
+    const int before = bluez->calls("Connect");
     central->connectPeripheral(tag);
-    EXPECT_TRUE(waitForCall(until, before + 1));
-    queue->runFor(5ms);
+    EXPECT_TRUE(waitForCall("Connect", before + 1));
   };
   const struct {
     const char* name;
     std::function<void()> arrange;
     std::vector<std::string> calls;
   } cases[] = {
+      {"about to scan",
+       [&] {
+         bluez->on("StartDiscovery", [](const kv::BusCall&) {});
+         central->scanForPeripherals({}, /*allowDuplicates=*/true);
+       },
+       {"StopDiscovery"}},
+      {"scanning",
+       [&] { central->scanForPeripherals({}, /*allowDuplicates=*/true); },
+       {"StopDiscovery"}},
       {"connecting",
        [&] {
          options.connectTimeout = 1h;
          bluez->on("Connect", [](const kv::BusCall&) {});
-         connect("Connect");
+         connect();
        },
        {"Disconnect"}},
       {"resolving",
        [&] {
          bluez->on("Connect", [&](const kv::BusCall&) { bluez->setConnected(kTag, true); });
-         connect("Connect");
+         connect();
        },
        {"Disconnect"}},
       {"pausing",
        [&] {
          failConnect(1, kFailed, "le-connection-abort-by-local");
-         connect("Connect");
+         connect();
        },
        {}},
       {"up",
        [&] {
-         connect("Connect");
+         connect();
+         EXPECT_TRUE(waitForEvent("connected"));
          command = discover(tag);
          tag->setNotifyValue(true, command);
          tag->readValue(command);
@@ -397,17 +408,17 @@ TEST_F(LinkTest, CentralThatIsClosedEndsWhatItHasBegun) {
        {"StopNotify", "Disconnect"}},
       {"dropping",
        [&] {
-         connect("Connect");
+         connect();
+         EXPECT_TRUE(waitForEvent("connected"));
          bluez->setConnected(kTag, false);
-         queue->runFor(5ms);
        },
        {}},
       {"ending",
        [&] {
-         connect("Connect");
+         connect();
          bluez->on("Disconnect", [](const kv::BusCall&) {});
+         EXPECT_TRUE(waitForEvent("connected"));
          central->cancelPeripheralConnection(tag);
-         queue->runFor(5ms);
        },
        {}},
   };
@@ -418,13 +429,15 @@ TEST_F(LinkTest, CentralThatIsClosedEndsWhatItHasBegun) {
     EXPECT_TRUE(waitForEvent("state 5")) << each.name;
     tag = find();
     each.arrange();
+    queue->runFor(5ms);
     bluez->takeCalls();
     central->close();
     if (command) tag->readValue(command);  // is not sent any more
     queue->runFor(10ms);
-    EXPECT_EQ(takeCalls({"StopNotify", "Disconnect", "ReadValue"}), each.calls) << each.name;
+    EXPECT_EQ(takeCalls({"StopDiscovery", "StopNotify", "Disconnect", "ReadValue"}), each.calls)
+        << each.name;
     central.reset();
-    bluez->restore("Connect");
+    for (const char* member : {"StartDiscovery", "Connect"}) bluez->restore(member);
     bluez->setConnected(kTag, false);
     takeEvents();
   }
