@@ -46,7 +46,7 @@ TEST_F(GattTest, ReadsAndNotificationsComeOnceAndInOrder) {
     bluez->notify(kTag, {0x01});  // while the read is under way
     bluez->answer(call);
   });
-  tag->setNotifyValue(true, command);
+  for (int once = 0; once < 2; ++once) tag->setNotifyValue(true, command);
   tag->readValue(command);
   EXPECT_TRUE(waitForEvent("value 0a0b"));
   bluez->notify(kTag, {0x02});
@@ -62,13 +62,15 @@ TEST_F(GattTest, ReadsAndNotificationsComeOnceAndInOrder) {
   EXPECT_THAT(takeCalls({"StartNotify", "ReadValue", "WriteValue"}),
               ElementsAre("StartNotify", "ReadValue", "WriteValue"));
 
-  tag->setNotifyValue(false, command);
+  for (int once = 0; once < 2; ++once) tag->setNotifyValue(false, command);
   tag->writeValue(KVData{0x78}, command, kConfirmed);
   EXPECT_TRUE(waitForEvent("written"));
   bluez->notify(kTag, {0x04});
   tag->writeValue(KVData{0x79}, command, kConfirmed);
   EXPECT_TRUE(waitFor([&] { return recorder->events.size() == 2; }));
   EXPECT_THAT(takeEvents(), ElementsAre("written", "written"));
+  EXPECT_THAT(takeCalls({"StartNotify", "StopNotify", "WriteValue"}),
+              ElementsAre("StopNotify", "WriteValue", "WriteValue"));
 }
 
 TEST_F(GattTest, RefusalsAreReportedAndTheNextRequestGoesOn) {
