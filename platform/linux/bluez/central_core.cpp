@@ -27,7 +27,6 @@ void CentralCore::start() {
 
 void CentralCore::close() {
   *context_.open = false;
-  central_ = nullptr;
   // No answer is waited for; the daemon carries these out after we have left the bus.
   scan_.close();
   for (const auto& [address, link] : links_) link->close();
