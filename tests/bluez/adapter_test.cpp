@@ -39,6 +39,7 @@ TEST_F(AdapterTest, AdapterThatComesOrDaemonThatGoesInTimeIsNotCalledUnsupported
   EXPECT_THAT(takeEvents(), ElementsAre("state 0"));
   startDaemon();
   EXPECT_TRUE(waitForCall("GetManagedObjects"));
+  queue->runFor(20ms);
   bluez->addAdapter();
   queue->runFor(150ms);
   EXPECT_THAT(takeEvents(), ElementsAre("state 5"));

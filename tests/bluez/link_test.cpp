@@ -106,7 +106,7 @@ TEST_F(LinkTest, DeviceThatIsRemovedTakesItsLinkOrAttemptWithIt) {
   EXPECT_TRUE(waitForEvent("disconnected"));
   EXPECT_THAT(takeEvents(), ElementsAre("disconnected AA:00:00:00:00:01 !1001"));
 
-  find();
+  EXPECT_EQ(find(), tag);
   bluez->on("Connect", [&](const kv::BusCall&) {
     bluez->restore("Connect");
     bluez->remove(FakeBlueZ::devicePath(kTag));  // and never answers
