@@ -14,8 +14,7 @@ namespace {
 // only a static one has both (Bluetooth Core Specification, Vol 6, Part B, 1.3.2). The daemon
 // removes such a device soon after discovery has ended.
 bool hasPrivateAddress(const DeviceObject& device) {
-  return device.randomAddress && !device.address.empty() && device.address[0] >= '0' &&
-         device.address[0] <= '7';
+  return device.randomAddress && device.address < "8";
 }
 
 }  // namespace
