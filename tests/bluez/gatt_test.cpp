@@ -275,6 +275,10 @@ TEST_F(GattTest, ServicesThatChangeUnderALinkEndIt) {
   bluez->advertise(kOtherTag, kFrame);
   bluez->addServices(kOtherTag);
   bluez->remove(FakeBlueZ::devicePath(kOtherTag) + "/service0010");  // which is no concern of ours
+  const std::string nameless = FakeBlueZ::devicePath(kTag) + "/service0030";
+  bluez->add(nameless, kService, {});  // nor is what could not be told apart
+  bluez->add(nameless + "/char0031", kCharacteristic, {});
+  bluez->remove(nameless);
   queue->runFor(3 * timing.dropHold);
   EXPECT_THAT(takeEvents(), IsEmpty());
   bluez->on("WriteValue", [](const kv::BusCall&) {});  // the old object never answers

@@ -37,8 +37,7 @@ TEST_F(LinkTest, ScanThatDoesNotStopDelaysAnAttemptForALimitedTime) {
   timing.scanStop = 20ms;
   startAll();
   const auto tag = find();
-  central->scanForPeripherals({}, /*allowDuplicates=*/true);
-  EXPECT_TRUE(waitForCall("StartDiscovery", 2));
+  scanUntilFound();
   bluez->on("StopDiscovery", [](const kv::BusCall&) {});
   central->connectPeripheral(tag);
   central->cancelPeripheralConnection(tag);  // an attempt that is not waited for any more
@@ -62,16 +61,32 @@ TEST_F(LinkTest, ScanThatDoesNotStartDelaysNoAttempt) {
 // The daemon would forget it as soon as the scan ends.
 TEST_F(LinkTest, ScanGoesOnWhileAPrivateAddressConnects) {
   startAll();
-  const std::string address = "4A:00:00:00:00:01";
-  bluez->add(FakeBlueZ::devicePath(address), kDevice,
-             {{"Address", address}, {"AddressType", std::string("random")}});
-  const auto tag = find(address);
-  central->scanForPeripherals({}, /*allowDuplicates=*/true);
-  EXPECT_TRUE(waitForCall("StartDiscovery", 2));
-  bluez->takeCalls();
-  central->connectPeripheral(tag);
-  EXPECT_TRUE(waitForEvent("connected"));
-  EXPECT_THAT(takeCalls({"StartDiscovery", "StopDiscovery", "Connect"}), ElementsAre("Connect"));
+  const struct {
+    const char* address;
+    const char* type;
+    bool goesOn;
+  } cases[] = {
+      {"4A:00:00:00:00:01", "random", true},  {"7A:00:00:00:00:01", "random", true},
+      {"8A:00:00:00:00:01", "random", false}, {"CA:00:00:00:00:01", "random", false},
+      {"4A:00:00:00:00:02", "public", false},
+  };
+  for (const auto& [address, type, goesOn] : cases) {
+    bluez->add(FakeBlueZ::devicePath(address), kDevice,
+               {{"Address", std::string(address)}, {"AddressType", std::string(type)}});
+    const auto tag = find(address);
+    scanUntilFound(address);
+    bluez->takeCalls();
+    central->connectPeripheral(tag);
+    EXPECT_TRUE(waitForEvent("connected"));
+    const auto calls = takeCalls({"StopDiscovery", "Connect"});
+    EXPECT_EQ(calls.front(), goesOn ? "Connect" : "StopDiscovery") << address;
+    EXPECT_EQ(calls.size(), goesOn ? 1 : 2) << address;
+    central->stopScan();
+    EXPECT_TRUE(waitForCall("StopDiscovery"));
+    bluez->remove(FakeBlueZ::devicePath(address));
+    EXPECT_TRUE(waitForEvent("disconnected"));
+    takeEvents();
+  }
 }
 
 TEST_F(LinkTest, RefusedAttemptsAreRepeatedUntilOneHolds) {
@@ -182,6 +197,34 @@ TEST_F(LinkTest, LinkThatIsNotSignalledIsKept) {
   EXPECT_THAT(takeCalls({"Connect", "Disconnect"}), ElementsAre("Connect"));
   bluez->setConnected(kTag, false);
   EXPECT_TRUE(waitForEvent("disconnected"));
+}
+
+// The list that an attempt asks for also shows what was not signalled of other objects.
+TEST_F(LinkTest, WhatHasGoneWithoutASignalIsMissedInTheNextList) {
+  options.retryFirst = 1ms;
+  timing.settle = 1h;
+  const std::string device = FakeBlueZ::devicePath(kTag);
+  const std::pair<std::string, const char*> cases[] = {
+      {FakeBlueZ::characteristicPath(kTag), "disconnected AA:00:00:00:00:01 !1003"},
+      {device + "/service0020", "disconnected AA:00:00:00:00:01 !1003"},
+      {device, "disconnected AA:00:00:00:00:01 !1001"},
+      {kHci, "state 1"},
+  };
+  startAll();
+  const auto other = find(kOtherTag);
+  for (const auto& [path, event] : cases) {
+    const auto tag = link();
+    bluez->on("Connect", [](const kv::BusCall& call) { call.reply(); });
+    bluez->removeUnsignalled(path);
+    central->connectPeripheral(other);
+    EXPECT_TRUE(waitForEvent(path == kHci ? "state" : "disconnected")) << path;
+    EXPECT_EQ(takeEvents().front(), event) << path;
+    bluez->restore("Connect");
+    if (path == kHci) break;
+    central->cancelPeripheralConnection(other);
+    EXPECT_TRUE(waitForEvent("disconnected"));
+    bluez->remove(device);
+  }
 }
 
 TEST_F(LinkTest, AttemptOfAnotherClientIsJoined) {

@@ -95,10 +95,7 @@ TEST_F(ScanTest, StopThatFailsCountsAsStopped) {
   bluez->on("StopDiscovery",
             [](const kv::BusCall& call) { call.fail(kFailed, "No discovery started"); });
   for (int start = 1; start <= 2; ++start) {
-    startScan();
-    EXPECT_TRUE(waitForCall("StartDiscovery", start));
-    bluez->advertise(kTag, kFrame);  // heard after the scan has begun
-    EXPECT_TRUE(waitForEvent("found"));
+    scanUntilFound();
     takeEvents();
     central->stopScan();
     central->stopScan();
