@@ -302,17 +302,22 @@ TEST_F(LinkTest, AttemptAtAnUnheardTagIsCutWhileOthersWait) {
   startAll();
   const auto tag = find();
   leaveConnectPending();
+  central->connectPeripheral(tag);
+  EXPECT_TRUE(waitForCall("Connect"));
+  queue->runFor(60ms);
+  EXPECT_EQ(bluez->calls("Disconnect"), 0);  // nobody waits
+  central->cancelPeripheralConnection(tag);
   central->scanForPeripherals({}, /*allowDuplicates=*/true);
   central->connectPeripheral(tag);
-  EXPECT_TRUE(waitForCall("Disconnect"));
+  EXPECT_TRUE(waitForCall("Disconnect", 2));
   EXPECT_TRUE(waitFor([&] {
     bluez->advertise(kTag, kFrame);
-    return bluez->calls("Connect") == 2;  // heard, so it is given its time
+    return bluez->calls("Connect") == 3;  // heard, so it is given its time
   }));
   queue->runFor(100ms);
-  EXPECT_EQ(bluez->calls("Disconnect"), 1);
+  EXPECT_EQ(bluez->calls("Disconnect"), 2);
   pending->fail(kFailed, "le-connection-abort-by-local");
-  EXPECT_TRUE(waitForCall("Disconnect", 2));  // the next one follows no advertisement
+  EXPECT_TRUE(waitForCall("Disconnect", 3));  // the next one follows no advertisement
 }
 
 TEST_F(LinkTest, ServicesThatAreNotDiscoveredInTimeEndTheAttempt) {
