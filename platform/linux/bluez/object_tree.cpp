@@ -147,7 +147,6 @@ void ObjectTree::remove(const std::string& path, std::string_view interface) {
   if (interface == bluez::kDevice) {
     if (auto node = devices_.extract(path)) {
       node.mapped().connected = false;
-      node.mapped().servicesResolved = false;
       observer_.deviceRemoved(node.mapped());
     }
   } else if (interface == bluez::kAdapter) {
