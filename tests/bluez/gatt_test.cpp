@@ -50,6 +50,9 @@ TEST_F(GattTest, ReadsAndNotificationsComeOnceAndInOrder) {
   tag->readValue(command);
   EXPECT_TRUE(waitForEvent("value 0a0b"));
   bluez->notify(kTag, {0x02});
+  bluez->set(FakeBlueZ::characteristicPath(kTag), kCharacteristic,
+             {{"Handle", KVData{0x08}}, {"MTU", std::int16_t{23}}});  // which is no value
+  bluez->set(FakeBlueZ::characteristicPath(kTag), kCharacteristic, "Value", std::string("text"));
   bluez->notify(kTag, {0x02});
   tag->writeValue(KVData{0x77}, command, kConfirmed);
   EXPECT_TRUE(waitForEvent("written"));
