@@ -27,6 +27,7 @@ TEST(PatternMatcherTest, FullMatch) {
       {"", "", true},
       {"abc\n", "abc", false},
       {"a\nb", "a.b", false},
+      {"a\rb", "a.b", false},
       {"caf\u00e9", "caf.", true},
       {"\U0001F511", ".", true},  // one character, though two UTF-16 units
       {"\u0663", "\\d", true},    // any script's digits
@@ -102,6 +103,8 @@ TEST(PatternMatcherTest, KeepsABoundedNumberOfPatterns) {
   const std::string huge(PatternMatcher::kLongestCached + 1, 'a');
   EXPECT_TRUE(other.fullMatch(huge, huge));
   EXPECT_EQ(other.cached(), 0U);
+  EXPECT_TRUE(other.fullMatch(huge.substr(1), huge.substr(1)));
+  EXPECT_EQ(other.cached(), 1U);
 }
 
 TEST(PatternMatcherTest, ThreadsShareThePatterns) {
