@@ -218,6 +218,10 @@ TEST(EventQueueTest, DelayedTaskMakesTheDescriptorReadableInTime) {
   queue->cancel(near);
   EXPECT_EQ(poll(&self, 1, 0), 0);
   queue->cancel(far);
+  const auto only = queue->postAfter(1ms, [] {});
+  EXPECT_EQ(poll(&self, 1, 10'000), 1);
+  queue->cancel(only);
+  EXPECT_EQ(poll(&self, 1, 0), 0);
 }
 
 TEST(EventQueueTest, RunWithoutWorkCostsNothing) {

@@ -103,8 +103,10 @@ TEST(PatternMatcherTest, KeepsABoundedNumberOfPatterns) {
   const std::string huge(PatternMatcher::kLongestCached + 1, 'a');
   EXPECT_TRUE(other.fullMatch(huge, huge));
   EXPECT_EQ(other.cached(), 0U);
-  EXPECT_TRUE(other.fullMatch(huge.substr(1), huge.substr(1)));
-  EXPECT_EQ(other.cached(), 1U);
+  for (int times = 0; times < 2; ++times) {
+    EXPECT_TRUE(other.fullMatch(huge.substr(1), huge.substr(1)));
+    EXPECT_EQ(other.cached(), 1U);
+  }
 }
 
 TEST(PatternMatcherTest, ThreadsShareThePatterns) {
