@@ -150,7 +150,8 @@ void ObjectTree::remove(const std::string& path, std::string_view interface) {
       observer_.deviceRemoved(node.mapped());
     }
   } else if (interface == bluez::kAdapter) {
-    if (adapters_.erase(path) > 0) observer_.adaptersChanged();
+    adapters_.erase(path);
+    observer_.adaptersChanged();
   } else if ((interface == bluez::kGattService && services_.erase(path) > 0) ||
              (interface == bluez::kGattCharacteristic && characteristics_.erase(path) > 0)) {
     observer_.attributeRemoved(path);
