@@ -94,10 +94,13 @@ TEST(PatternMatcherTest, RunawayPatternsEndInTime) {
 TEST(PatternMatcherTest, KeepsABoundedNumberOfPatterns) {
   PatternMatcher matcher;
   for (std::size_t i = 0; i < 3 * PatternMatcher::kCacheSize; ++i) {
-    EXPECT_TRUE(matcher.fullMatch("x" + std::to_string(i), "x" + std::to_string(i)));
+    const std::string text = "x" + std::to_string(i);
+    EXPECT_TRUE(matcher.fullMatch(text, text));
+    EXPECT_EQ(matcher.firstMatch("-" + text, text), text);
   }
   EXPECT_EQ(matcher.cached(), PatternMatcher::kCacheSize);
   EXPECT_TRUE(matcher.fullMatch("x0", "x0"));
+  EXPECT_EQ(matcher.firstMatch("-x0", "x0"), "x0");
 
   PatternMatcher other;
   const std::string huge(PatternMatcher::kLongestCached + 1, 'a');
