@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <string.h>
+#include <toml++/toml.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,9 +13,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <optional>
-#include <sstream>
-#include <string_view>
 
+#include "apps/kvfob/base/utf8.h"
 #include "apps/kvfob/cli/settings.h"
 #include "apps/kvfob/cli/suggest.h"
 
@@ -22,9 +22,6 @@ namespace kvfob {
 namespace {
 
 constexpr std::size_t kSizeMost = std::size_t{64} * 1024;
-constexpr std::string_view kBlanks = " \t\r";
-constexpr std::string_view kBare =
-    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._:-";
 
 std::string defaultPath() {
   const auto variable = [](const char* name) {
@@ -37,50 +34,27 @@ std::string defaultPath() {
   return folder + "/kvfob/config.toml";
 }
 
-std::string_view trimmed(std::string_view text) {
-  text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
-  return text.substr(0, text.find_last_not_of(kBlanks) + 1);
-}
-
-// What stands between the quotation marks, or the bare word, at the front of `text`, which keeps
-// what comes after it.
-std::optional<std::string> takeValue(std::string_view& text) {
-  const bool quoted = text.starts_with('"') || text.starts_with('\'');
-  const auto begin = quoted ? std::size_t{1} : std::size_t{0};
-  const auto end = quoted ? text.find(text.front(), 1) : text.find_first_not_of(kBare);
-  if (quoted && end == std::string_view::npos) return std::nullopt;
-  const auto size = std::min(end, text.size());
-  auto value = std::string(text.substr(begin, size - begin));
-  text.remove_prefix(quoted ? size + 1 : size);
-  const bool escapes = quoted && value.find('\\') != std::string::npos;
-  return value.empty() || escapes ? std::nullopt : std::optional(value);
-}
-
-// One line; it has no name where there is nothing on it. `why` tells what is wrong.
-ConfigLine parseLine(std::string_view text, std::string& why) {
-  text = trimmed(text);
-  if (text.empty() || text.front() == '#') return {};
-  const auto equals = text.find('=');
-  ConfigLine line;
-  line.name = trimmed(text.substr(0, equals));
-  auto rest = trimmed(equals == std::string_view::npos ? "" : text.substr(equals + 1));
-  const auto value = takeValue(rest);
-  rest = trimmed(rest);
-  if (!value || (!rest.empty() && rest.front() != '#')) {
-    why = "a setting is a name, =, and a value such as \"sim\"";
-    return line;
-  }
-  line.value = *value;
+// What is wrong with a line, if anything.
+std::optional<std::string> wrongLine(const ConfigLine& line) {
   std::vector<std::string> names;
   for (const auto& setting : settings()) names.push_back(setting.name);
   if (std::find(names.begin(), names.end(), line.name) == names.end()) {
-    why = "there is no setting \"" + line.name + "\"" + didYouMean(line.name, names);
-    return line;
+    return "there is no setting \"" + line.name + "\"" + didYouMean(line.name, names);
   }
   Options scratch;
-  why = settingOf(line.name).take(line.value, scratch);
-  if (!why.empty()) why.insert(0, line.name + ": ");
-  return line;
+  const auto why = settingOf(line.name).take(line.value, scratch);
+  return why.empty() ? std::nullopt : std::optional(line.name + ": " + why);
+}
+
+// The value as it would be typed; a number serves for a time. Empty for anything else.
+std::string textOf(const toml::node& node) {
+  if (const auto* text = node.as_string()) return text->get();
+  const auto* number = node.as_integer();
+  return number != nullptr ? std::to_string(number->get()) : std::string();
+}
+
+Outcome wrongAt(const std::string& file, std::uint32_t line, const std::string& why) {
+  return {kBadInput, file + ", line " + std::to_string(line) + ": " + why};
 }
 
 // The whole of it, or nothing; errno tells why.
@@ -108,20 +82,14 @@ std::variant<std::vector<ConfigLine>, Outcome> readConfig(const std::string& pat
   const auto content = contentOf(file);
   if (!content && path.empty() && (errno == ENOENT || errno == ENOTDIR)) return lines;
   if (!content) return Outcome{kBadInput, "cannot read " + file + ": " + strerror(errno)};
-  std::istringstream in(*content);
-  std::string text;
-  for (int number = 1; std::getline(in, text); ++number) {
-    std::string why;
-    auto line = parseLine(text, why);
-    const bool twice = std::any_of(lines.begin(), lines.end(),
-                                   [&](const auto& other) { return other.name == line.name; });
-    if (why.empty() && twice) why = line.name + " is set twice";
-    if (!why.empty()) {
-      return Outcome{kBadInput, file + ", line " + std::to_string(number) + ": " + why};
+  try {
+    for (const auto& [key, node] : toml::parse(*content)) {
+      ConfigLine line{.file = file, .name = std::string(key.str()), .value = textOf(node)};
+      if (const auto why = wrongLine(line)) return wrongAt(file, key.source().begin.line, *why);
+      lines.push_back(std::move(line));
     }
-    if (line.name.empty()) continue;
-    line.file = file;
-    lines.push_back(std::move(line));
+  } catch (const toml::parse_error& error) {
+    return wrongAt(file, error.source().begin.line, plainText(error.description()));
   }
   return lines;
 }
