@@ -75,8 +75,9 @@ std::variant<BookEntry, Wrong> parseEntry(std::string_view line) {
   if (fields.size() > kFields) {
     const auto* state = std::find_if(kStates.begin(), kStates.end(),
                                      [&](const auto& each) { return each.first == fields.back(); });
-    if (state == kStates.end())
+    if (state == kStates.end()) {
       return Wrong{"it has a state that this version does not know", true};
+    }
     entry.binding = state->second;
   }
   entry.address = *address;

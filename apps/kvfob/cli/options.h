@@ -53,50 +53,45 @@ struct SettingInForce {
   std::string from;
 };
 
+// In an order that leaves few gaps.
 struct Options {
   Command command = Command::Demo;
-  std::string word = {};  ///< The command's.
   RadioKind radio = RadioKind::BlueZ;
   ColorMode color = ColorMode::Automatic;
+  LogLevel log = LogLevel::Off;
+  std::string word = {};     ///< The command's.
   std::string adapter = {};  ///< As KVBlueZOptions takes it.
   std::chrono::milliseconds timeout{30'000};
-  LogLevel log = LogLevel::Off;
+  std::vector<SettingInForce> settings = {};
   std::uint64_t seed = 1;   ///< Of the simulated radio.
   std::size_t simTags = 0;  ///< Of `scan`: so many on the simulated radio; 0 for its usual ones.
-  bool radioGiven = false;  ///< On the command line.
-  std::vector<SettingInForce> settings = {};
 
   std::vector<std::string> tags = {};  ///< As the user wrote them.
-  bool all = false;                    ///< All tags that are bound.
-  bool unlisted = false;               ///< Also such as the book does not hold.
   std::string tag = {};                ///< The address of the one that is worked on.
-  std::optional<std::chrono::milliseconds> duration = {};  ///< Absent: until a signal.
-  bool json = false;
-  bool follow = false;         ///< Of `scan --json`: without end.
-  SortBy sort = SortBy::Rssi;  ///< Of `scan`.
-  bool instant = false;        ///< Of `demo`: with a virtual clock.
-  bool on = false;             ///< Of `alert`.
-  std::int64_t delay = 0;      ///< Of `delay`.
-  std::uint64_t level = 0;     ///< Of `distance`, a KVDistance.
   std::string passwordFile = {};
-
-  // Of `bind`, `rename` and `list`.
-  std::string name = {};
-  bool savePassword = false;
-  bool names = false;
-  bool sure = false;  ///< Of `forget`: nobody needs to be asked.
-
-  ShellKind shell = ShellKind::Bash;  ///< Of `completion`.
+  std::optional<std::chrono::milliseconds> duration = {};  ///< Absent: until a signal.
+  std::int64_t delay = 0;                                  ///< Of `delay`.
+  std::uint64_t level = 0;                                 ///< Of `distance`, a KVDistance.
+  std::string name = {};              ///< Of `bind` and `rename`: the user's for the tag.
+  std::string file = {};              ///< Of `decode`.
   std::string topic = {};             ///< Of `help`: a command, or empty.
+  std::string address = {};           ///< Of `tag`; empty: the adapter's own.
+  int model = 1;                      ///< Of `tag`.
+  int battery = 100;                  ///< Of `tag`.
+  SortBy sort = SortBy::Rssi;         ///< Of `scan`.
+  ShellKind shell = ShellKind::Bash;  ///< Of `completion`.
 
-  // Of `decode`.
-  std::string file = {};
-  bool showSecrets = false;
-
-  // Of `tag`.
-  std::string address = {};  ///< Empty: the adapter's own.
-  int model = 1;
-  int battery = 100;
+  bool radioGiven = false;  ///< On the command line.
+  bool json = false;
+  bool all = false;           ///< All tags that are bound.
+  bool unlisted = false;      ///< Also such as the book does not hold.
+  bool on = false;            ///< Of `alert`.
+  bool savePassword = false;  ///< Of `bind`.
+  bool follow = false;        ///< Of `scan --json`: without end.
+  bool names = false;         ///< Of `list`.
+  bool sure = false;          ///< Of `forget`: nobody needs to be asked.
+  bool instant = false;       ///< Of `demo`: with a virtual clock.
+  bool showSecrets = false;   ///< Of `decode`.
 };
 
 /// The options, or how the program ends without having done anything. What is asked for on standard
