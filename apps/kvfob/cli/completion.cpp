@@ -134,8 +134,9 @@ std::string bashCommand(const Command& command) {
     if (positional.kind == Kind::Words) {
       words.insert(words.end(), positional.words.begin(), positional.words.end());
     }
-    if (positional.kind == Kind::Tag)
+    if (positional.kind == Kind::Tag) {
       more += "\"$(kvfob \"${chosen[@]}\" list --names 2>/dev/null)\"";
+    }
     if (positional.kind == Kind::File) more += "\"$(compgen -f -- \"$word\")\"";
   }
   return "      " + command.name + ") words=$'" + joined(words, "\\n") +

@@ -117,7 +117,8 @@ std::variant<std::vector<ConfigLine>, Outcome> readConfig(const std::string& pat
                                    [&](const auto& other) { return other.name == line.name; });
     if (why.empty() && twice) why = line.name + " is set twice";
     if (!why.empty()) {
-      return Outcome{kBadInput, file + ", line " + std::to_string(number) + ": " + why};
+      why.insert(0, file + ", line " + std::to_string(number) + ": ");
+      return Outcome{kBadInput, why};
     }
     if (line.name.empty()) continue;
     line.file = file;

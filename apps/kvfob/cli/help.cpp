@@ -86,8 +86,9 @@ std::string helpText(const CLI::App& app) {
   std::string text = app.get_description() + (whole ? "\n\n" : ".\n\n") + usage(app);
   if (whole) {
     text += "\nCommands:\n";
-    for (const auto* sub : commandsOf(app))
+    for (const auto* sub : commandsOf(app)) {
       text += row(kCommandColumn, sub->get_name(), sub->get_description());
+    }
   }
   text += rows(app, "Arguments", "Options", /*positional=*/true);
   for (const char* group : {"Options", "Radio", "Output"}) {

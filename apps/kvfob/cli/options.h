@@ -59,8 +59,8 @@ struct Options {
   std::string adapter = {};  ///< As KVBlueZOptions takes it.
   std::chrono::milliseconds timeout{30'000};
   LogLevel log = LogLevel::Off;
-  std::uint64_t seed = 1;   ///< Of the simulated radio.
   bool radioGiven = false;  ///< On the command line.
+  std::uint64_t seed = 1;   ///< Of the simulated radio.
   std::vector<SettingInForce> settings = {};
 
   std::string tag = {};                                    ///< As the user wrote it.
