@@ -11,6 +11,9 @@
 #include <array>
 #include <sstream>
 
+#include "apps/kvfob/base/text.h"
+#include "platform/linux/bus/connection.h"
+#include "platform/linux/bus/message.h"
 #include "tests/bluez/fake_bluez.h"
 #include "tests/bluez/private_bus.h"
 
@@ -53,22 +56,27 @@ struct Stage {
     });
   }
 
-  // What is on standard input.
-  static void type(const std::string& text) {
+  // A standard input that can be typed on.
+  static int keyboard() {
     std::array<int, 2> ends{};
-    ASSERT_EQ(pipe(ends.data()), 0);
-    EXPECT_EQ(write(ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    EXPECT_EQ(pipe(ends.data()), 0);
     dup2(ends[0], STDIN_FILENO);
     close(ends[0]);
-    close(ends[1]);
+    return ends[1];
+  }
+  static void type(int keyboard, const std::string& text) {
+    EXPECT_EQ(write(keyboard, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    close(keyboard);
   }
 
-  // Ends the run once it has printed this.
-  void endAt(const std::string& text) {
-    queue->postAfter(5ms, [this, text] {
-      if (out.str().find(text) == std::string::npos) return endAt(text);
-      raise(SIGTERM);
+  // Does something once the run has printed this.
+  void at(const std::string& text, const std::function<void()>& act) {
+    queue->postAfter(5ms, [this, text, act] {
+      out.str().find(text) == std::string::npos ? at(text, act) : act();
     });
+  }
+  void endAt(const std::string& text) {
+    at(text, [] { raise(SIGTERM); });
   }
 
   Outcome run() { return AirRun(queue, loop, console, options, Secret()).run(); }
@@ -139,11 +147,7 @@ TEST(AirRunTest, TellsScriptsWhatHappens) {
   Stage stage;
   stage.options.json = true;
   stage.queue->postAfter(1ms, [&] { stage.daemon.set(kHci, kAdapter, "Powered", true); });
-  std::function<void()> onceReady = [&] {
-    if (!stage.out.str().empty()) return stage.daemon.set(kHci, kAdapter, "Powered", false);
-    stage.queue->postAfter(5ms, onceReady);
-  };
-  onceReady();
+  stage.at("ready", [&] { stage.daemon.set(kHci, kAdapter, "Powered", false); });
   stage.endAt("waiting");
   EXPECT_EQ(stage.run().code, kSignal + SIGTERM);
   const std::string time = R"re("time":"[-0-9]{10}T[0-9:]{8}\.[0-9]{3}Z",)re";
@@ -159,13 +163,35 @@ TEST(AirRunTest, TellsScriptsWhatHappens) {
 
 TEST(AirRunTest, TakesCommandsFromItsInput) {
   Stage stage;
-  Stage::type("\nbattery 256\nb 255\np\nbattery\npress 1\nq\nrubbish\n");
+  Stage::type(Stage::keyboard(), "\nbattery 256\np\nbattery\npress 1\nq\nrubbish\n");
   EXPECT_EQ(stage.run().code, kDone);
   const auto refused = [](const std::string& line) {
     return "kvfob: \"" + line + "\" is not press, battery N (0 to 255) or quit, nor p, b N or q\n";
   };
   EXPECT_EQ(stage.err.str(),
             refused("battery 256") + refused("battery") + refused("press 1") + refused("rubbish"));
+}
+
+TEST(AirRunTest, NewBatteryValueIsAdvertised) {
+  Stage stage;
+  const int keyboard = Stage::keyboard();
+  stage.at("ready", [&] { Stage::type(keyboard, "battery 255\nb 7\n"); });
+  std::string announced;
+  const auto watcher = kv::BusConnection::open(stage.queue, stage.bus.address(), {});
+  const auto match = watcher->match(
+      "type='signal',member='PropertiesChanged',path='/kvfob/advertisement'",
+      [&](const kv::BusMessage& signal) {
+        kv::readText(signal.get());
+        kv::forEachProperty(signal.get(), [&](std::string_view key, std::string_view) {
+          if (key != "ServiceData") return false;
+          kv::forEachBytes(signal.get(),
+                           [&](std::string_view, KVBytes value) { announced = hex(value); });
+          if (announced.starts_with("a10b07")) raise(SIGTERM);
+          return true;
+        });
+      });
+  EXPECT_EQ(stage.run().code, kSignal + SIGTERM) << "the end of the input is not that of the tag";
+  EXPECT_EQ(announced.substr(0, 6), "a10b07");
 }
 
 }  // namespace

@@ -70,9 +70,11 @@ TEST_F(DocumentsTest, EveryCommandAndOptionIsInEachOfThem) {
       EXPECT_THAT(help, HasSubstr(option)) << name;
       EXPECT_TRUE(option == "--help" || page.find(escaped) != std::string::npos) << page;
       EXPECT_THAT(bashPart, HasSubstr(option)) << name;
-      EXPECT_THAT(zshPart, HasSubstr(option)) << name;
-      EXPECT_THAT(fish, HasSubstr("__fish_seen_subcommand_from " + name + "' -l " +
-                                  option.substr(2) + " "));
+      const bool flag = command->get_option(option)->get_expected_max() == 0;
+      EXPECT_THAT(zshPart, HasSubstr("'" + option + (flag ? "[" : "=["))) << name;
+      const auto fishPart = part(
+          fish, "__fish_seen_subcommand_from " + name + "' -l " + option.substr(2) + " ", "\n");
+      EXPECT_EQ(fishPart.find("' -r") == std::string::npos, flag) << name << option;
     }
   }
   for (const auto& option : optionsOf(*app)) {

@@ -124,6 +124,11 @@ TEST_F(CommandLineTest, RefusesWrongUsage) {
       {{"alert", "keys", "maybe"}, "STATE: \"maybe\" is none of on, off"},
       {{"delay", "keys", "7001"}, "N: \"7001\" is not a whole number from 0 to 7000"},
       {{"delay", "keys", "-1"}, "-1"},
+      {{"alert", "keys"}, "STATE: \"keys\" is none of on, off"},
+      {{"delay", "keys"}, "N: \"keys\" is not a whole number"},
+      {{"distance", "keys"}, "LEVEL: \"keys\" is none of far"},
+      {{"decode"}, "FILE is required"},
+      {{"completion"}, "SHELL is required"},
       {{"distance", "keys", "away"}, "LEVEL: \"away\" is none of far, middle, near"},
       {{"--radio", "sim", "scan", "--seed", "-1"}, "--seed: \"-1\" is not a whole number"},
       {{"--radio", "sim", "scan", "--seed", "18446744073709551616"}, "is not a whole number"},
@@ -269,8 +274,8 @@ TEST_F(CommandLineTest, ConfigShowsWhatCountsAndWhy) {
 }
 
 TEST(SuggestTest, NearWordsOnly) {
-  const std::vector<std::string> words{"bind",  "ring",  "rename", "unbind",
-                                       "watch", "--for", "--log"};
+  const std::vector<std::string> words{"bind",  "ring",  "rename", "unbind", "watch",
+                                       "--for", "--log", "on",     "abcd"};
   const std::pair<const char*, const char*> kCases[] = {
       {"rign", "; did you mean \"ring\"?"},             // swapped
       {"rin", "; did you mean \"ring\" or \"bind\"?"},  // left out; the nearest first
@@ -279,6 +284,8 @@ TEST(SuggestTest, NearWordsOnly) {
       {"bing", "; did you mean \"bind\" or \"ring\"?"},
       {"wat", "; did you mean \"watch\"?"},  // begun
       {"wxyzh", ""},
+      {"no", "; did you mean \"on\"?"},      // one slip, not two
+      {"badc", "; did you mean \"abcd\"?"},  // two, not four
       {"re", "; did you mean \"rename\"?"},
       {"r", ""},
       {"xy", ""},

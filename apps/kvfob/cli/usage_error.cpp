@@ -115,9 +115,9 @@ std::optional<Outcome> misfit(const CLI::App& app, const Options& options) {
   const auto* command = commandGiven(app);
   const auto name = inQuotes(command->get_name());
   for (const auto* option : app.get_options()) {
-    const auto flag = "--" + option->get_lnames().front();
+    auto flag = "--" + option->get_lnames().front();
     if (option->count() > 0 && command->get_option_no_throw(flag) == nullptr) {
-      return usage(command, flag + " does nothing with " + name);
+      return usage(command, flag.append(" does nothing with ").append(name));
     }
   }
   const auto fixed = fixedRadio(options.command);
