@@ -23,7 +23,7 @@ enum ExitCode : int {
   kStateFile = 7,      ///< What the program remembers cannot be read or written; nothing was done.
   kNotRemembered = 8,  ///< Done on the tag, but not written down.
   kUnlisted = 9,       ///< A tag that was not bound from here.
-  kBadInput = 10,      ///< A file that was given is not what it should be, or cannot be read.
+  kBadInput = 10,      ///< A file that was given, or a setting, is wrong or cannot be read.
   kSignal = 128,
 };
 
