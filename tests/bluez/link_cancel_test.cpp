@@ -127,6 +127,7 @@ TEST_F(LinkTest, PausesBeginAnewAfterACancelOrAPowerCycle) {
 
 // The next attempt waits until both the call is answered and the device is disconnected.
 TEST_F(LinkTest, CancelWhileConnecting) {
+  options.retryFirst = options.retryMost = 1ms;
   options.disconnectTimeout = 1h;
   startAll();
   const auto tag = find();
@@ -161,7 +162,7 @@ TEST_F(LinkTest, CancelWhileConnecting) {
     bluez->restore("Disconnect");
     const int attempts = bluez->calls("Connect");
     for (const char step : order) {
-      queue->runFor(8ms);
+      queue->runFor(12ms);
       EXPECT_EQ(bluez->calls("Connect"), attempts) << order << " before " << step;
       steps.at(step)();
     }
