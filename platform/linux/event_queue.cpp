@@ -182,7 +182,7 @@ void EventQueue::updateFds() {
 void EventQueue::setSignal(bool on) {
   if (signalled_ == on) return;
   signalled_ = on;
-  eventfd_t ignored = 0;
+  eventfd_t ignored{};
   if (on) {
     eventfd_write(signal_.get(), 1);
   } else {

@@ -68,15 +68,14 @@ bool WatchSet::control(int operation, std::uint64_t id, const Entry& entry) cons
 }
 
 void WatchSet::setEvents(std::uint64_t id, short events) {
-  const auto found = entries_.find(id);
-  if (found == entries_.end() || found->second->events == events) return;
-  found->second->events = events;
-  control(EPOLL_CTL_MOD, id, *found->second);
+  Entry& entry = *entries_.find(id)->second;  // which lasts as long as its handle
+  if (entry.events == events) return;
+  entry.events = events;
+  control(EPOLL_CTL_MOD, id, entry);
 }
 
 void WatchSet::remove(std::uint64_t id) {
   const auto found = entries_.find(id);
-  if (found == entries_.end()) return;
   const auto entry = std::move(found->second);  // outlives its removal: the callable may be running
   entries_.erase(found);
   control(EPOLL_CTL_DEL, id, *entry);

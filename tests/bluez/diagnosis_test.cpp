@@ -103,7 +103,9 @@ TEST_F(DiagnosisTest, EachTroubleIsNamedWithItsRemedy) {
        [&] {
          options.adapter = "00:00:00:00:00:01";
          bluez->set(kHci, kAdapter, {{"Powered", true}, {"Alias", std::string("desk")}});
-         bluez->set(kHci, kAdapter, "Modalias", std::string("usb:v1D6Bp0246d0542"));
+         bluez->set(
+             kHci, kAdapter,
+             {{"Modalias", std::string("usb:v1D6Bp0246d0542")}, {"Name", std::string("host")}});
        },
        "adapter ok hci90 (00:00:00:00:00:01, \"desk\")|", "bluetoothd 5.66 is running"},
       {"no raw socket", [&] { sockets->raw = false; }, "management interface", "CAP_NET_ADMIN"},

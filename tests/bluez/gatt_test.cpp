@@ -65,8 +65,9 @@ TEST_F(GattTest, ReadsAndNotificationsComeOnceAndInOrder) {
   EXPECT_THAT(takeCalls({"StartNotify", "ReadValue", "WriteValue"}),
               ElementsAre("StartNotify", "ReadValue", "WriteValue"));
 
-  for (int once = 0; once < 2; ++once) tag->setNotifyValue(false, command);
+  tag->setNotifyValue(false, command);
   tag->writeValue(KVData{0x78}, command, kConfirmed);
+  tag->setNotifyValue(false, command);
   EXPECT_TRUE(waitForEvent("written"));
   bluez->notify(kTag, {0x04});
   tag->writeValue(KVData{0x79}, command, kConfirmed);

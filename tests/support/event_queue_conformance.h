@@ -184,6 +184,8 @@ TYPED_TEST_P(EventQueueConformance, StopEndsTheRunAfterTheCurrentTask) {
   EXPECT_THAT(this->log, testing::ElementsAre("stopping", "left"));
   queue.stop();  // of no run
   EXPECT_FALSE(this->readable());
+  queue.post(this->note("dispatched"));
+  EXPECT_EQ(queue.dispatch(), 1U);
 }
 
 TYPED_TEST_P(EventQueueConformance, OtherThreadsPostCancelAndStop) {

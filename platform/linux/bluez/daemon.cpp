@@ -36,23 +36,20 @@ void Daemon::open() {
                              [this](int error) { lost(error); });
   // All rules are sent before the first question, so nothing can happen between an answer and the
   // signals that continue it. One rule serves all devices: the bus limits their number.
-  matches_.clear();
-  matches_.push_back(bus_->match(signalRule(dbus::kService, dbus::kBus, dbus::kNameOwnerChanged,
-                                            std::string("arg0='") + bluez::kService + '\''),
-                                 [this](const BusMessage& signal) { ownerChanged(signal.get()); }));
   const std::string atManager = std::string("path='") + bluez::kManagerPath + '\'';
-  matches_.push_back(
-      match(signalRule(bluez::kService, dbus::kObjectManager, dbus::kInterfacesAdded, atManager),
-            &ObjectTree::interfacesAdded));
-  matches_.push_back(
-      match(signalRule(bluez::kService, dbus::kObjectManager, dbus::kInterfacesRemoved, atManager),
-            &ObjectTree::interfacesRemoved));
   const std::string below = std::string("path_namespace='") + bluez::kRootPath + '\'';
-  matches_.push_back(
+  matches_ = {
+      bus_->match(signalRule(dbus::kService, dbus::kBus, dbus::kNameOwnerChanged,
+                             std::string("arg0='") + bluez::kService + '\''),
+                  [this](const BusMessage& signal) { ownerChanged(signal.get()); }),
+      match(signalRule(bluez::kService, dbus::kObjectManager, dbus::kInterfacesAdded, atManager),
+            &ObjectTree::interfacesAdded),
+      match(signalRule(bluez::kService, dbus::kObjectManager, dbus::kInterfacesRemoved, atManager),
+            &ObjectTree::interfacesRemoved),
       match(signalRule(bluez::kService, dbus::kProperties, dbus::kPropertiesChanged, below),
-            &ObjectTree::propertiesChanged));
-  matches_.push_back(match(signalRule(bluez::kService, bluez::kDevice, bluez::kDisconnected, below),
-                           &ObjectTree::disconnected));
+            &ObjectTree::propertiesChanged),
+      match(signalRule(bluez::kService, bluez::kDevice, bluez::kDisconnected, below),
+            &ObjectTree::disconnected)};
   BusMessage question =
       bus_->methodCall(dbus::kService, dbus::kPath, dbus::kBus, dbus::kGetNameOwner);
   if (question) sd_bus_message_append(question.get(), "s", bluez::kService);

@@ -5,11 +5,11 @@
 #ifndef PLATFORM_LINUX_BLUEZ_DAEMON_H
 #define PLATFORM_LINUX_BLUEZ_DAEMON_H
 
+#include <array>
 #include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "platform/linux/bluez/context.h"
 #include "platform/linux/bluez/object_tree.h"
@@ -68,7 +68,7 @@ class Daemon {
   std::chrono::milliseconds retry_{0};
   Timer timer_;
   std::shared_ptr<BusConnection> bus_;
-  std::vector<BusSlot> matches_;
+  std::array<BusSlot, 5> matches_;
   BusSlot ownerCall_;
   BusSlot loadCall_;
 };

@@ -55,12 +55,12 @@ void Link::connectAnswered(const BusFault& error) {
   if (error) explain(fault, *error);
   if (fault == Fault::WrongBearer) preferLowEnergy();
   switch (fault) {
+    case Fault::InProgress:
+      break;  // another program's attempt: its outcome is ours, until the limit of this one
     case Fault::None:
     case Fault::AlreadyConnected:
       awaitConnected();
       break;
-    case Fault::InProgress:
-      break;  // another program's attempt: its outcome is ours, until the limit of this one
     case Fault::UnknownObject:
       host_.releaseInitiating(*this);
       ++failures_;

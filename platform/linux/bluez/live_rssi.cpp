@@ -140,10 +140,7 @@ bool LiveRssi::sendManagement(const Query& query) {
 void LiveRssi::receive() {
   std::array<std::uint8_t, 512> buffer{};
   const ssize_t size = recv(socket_.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
-  if (size <= 0) {
-    reset();  // the adapter has gone; a later reading opens the socket anew
-    return;
-  }
+  if (size <= 0) return reset();  // the adapter has gone; a later reading opens the socket anew
   bool ours = false;
   const auto rssi = parse(KVBytes(buffer.data(), static_cast<std::size_t>(size)), ours);
   if (!ours) return;
