@@ -32,7 +32,8 @@ class Scan {
           const auto known = memory_.find(row.address);
           row.name = known ? known->name : "";
           row.bound = known && known->bound;
-        }) {}
+        }),
+        order_(options.sort) {}
 
   Outcome run();
 
@@ -53,13 +54,21 @@ class Scan {
   TagList tags_;
   TagStream stream_;
   bool looking_ = false;
+  Look look_;  // of the table in the end
+  SortBy order_;
   std::unique_ptr<ScanScreen> screen_;
 };
 
 Outcome Scan::run() {
   session_.surviveAdapter();
   session_.whenOn([this] { begin(); }, options_.timeout);
-  session_.atEnd([this] { screen_.reset(); });
+  look_.color = session_.console().color();
+  session_.atEnd([this] {
+    if (!screen_) return;
+    look_ = screen_->look();
+    order_ = screen_->order();
+    screen_.reset();
+  });
   auto outcome = session_.run();
   // What was found until Ctrl-C is shown all the same.
   if (outcome.code == kNoAdapter) return outcome;
@@ -108,11 +117,9 @@ void Scan::tell() {
 }
 
 void Scan::writeTable() {
-  Look look;
-  look.color = session_.console().color();
-  tags_.arrange(options_.sort, "");
+  tags_.arrange(order_, "");
   const ScanRows rows{.tags = tags_.shown(), .now = KVPlatform::current().clock->now()};
-  for (const auto& line : drawTable(rows, look)) session_.console().line(line);
+  for (const auto& line : drawTable(rows, look_)) session_.console().line(line);
 }
 
 }  // namespace
