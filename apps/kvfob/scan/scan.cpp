@@ -45,6 +45,9 @@ class Scan {
   void writeTable();
 
   KVEventQueue& queue() const { return session_.loop().queue(); }
+  std::chrono::milliseconds at() const {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(queue().now() - start_);
+  }
 
   Session& session_;
   const Options& options_;
@@ -92,9 +95,9 @@ void Scan::begin() {
 }
 
 void Scan::refresh() {
-  const auto at = std::chrono::duration_cast<std::chrono::milliseconds>(queue().now() - start_);
-  for (const auto& tracker : session_.manager().scannedTrackers()) tags_.take(*tracker, at);
-  for (const auto& tracker : *session_.manager().bindTrackers()) tags_.take(*tracker, at);
+  const auto now = at();
+  for (const auto& tracker : session_.manager().scannedTrackers()) tags_.take(*tracker, now);
+  for (const auto& tracker : *session_.manager().bindTrackers()) tags_.take(*tracker, now);
 }
 
 void Scan::look() {
@@ -111,7 +114,7 @@ void Scan::tell() {
   const auto now = KVPlatform::current().clock->now();
   std::string lines;
   for (const auto* tag : tags_.shown()) {
-    if (stream_.news(tag->row, now)) lines += jsonLine(tagEvent(tag->row, now)) + "\n";
+    if (stream_.news(tag->row, at())) lines += jsonLine(tagEvent(tag->row, now)) + "\n";
   }
   if (!lines.empty()) session_.console().block(lines);
 }
