@@ -49,8 +49,8 @@ class Crowd {
   std::size_t turn_ = 0;
 };
 
-// Taking in all tags, sorting them, drawing them and finding out what to write: the worst of ten
-// times, as the others do not sort.
+// Taking in all tags, sorting them, drawing them and finding out what to write: the worst of the
+// ten times, as the others do not sort.
 void DrawScan(benchmark::State& state) {
   Crowd crowd(static_cast<std::size_t>(state.range(0)));
   TagList list([](TagRow& row) { row.name = row.address.back() == '7' ? "keys" : ""; });

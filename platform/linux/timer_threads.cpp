@@ -66,10 +66,8 @@ class TimerThreads::Wheel {
   }
 
   void stop() {
-    std::set<TimerPtr, Earlier> dropped;
     const std::lock_guard lock(mutex_);
     stopped_ = true;
-    dropped.swap(waiting_);
     changed_.notify_one();
   }
 

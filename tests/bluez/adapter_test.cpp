@@ -39,6 +39,7 @@ TEST_F(AdapterTest, AdapterThatComesOrDaemonThatGoesInTimeIsNotCalledUnsupported
   EXPECT_THAT(takeEvents(), ElementsAre("state 0"));
   startDaemon();
   EXPECT_TRUE(waitForCall("GetManagedObjects"));
+  queue->runFor(20ms);
   bluez->addAdapter();
   queue->runFor(150ms);
   EXPECT_THAT(takeEvents(), ElementsAre("state 5"));
@@ -120,6 +121,11 @@ TEST_F(AdapterTest, DaemonKilledWhileConnected) {
   EXPECT_TRUE(waitForEvent("state 5"));
   EXPECT_EQ(bluez->calls("Connect"), 0);  // this daemon does not know the tag yet
   EXPECT_TRUE(waitForCall("StartDiscovery"));
+  bluez->set(kHci, kAdapter, "Powered", false);
+  EXPECT_TRUE(waitForEvent("state 4"));
+  EXPECT_THAT(takeEvents(), ElementsAre("state 5", "state 4"));  // no link has ended
+  bluez->set(kHci, kAdapter, "Powered", true);
+  EXPECT_TRUE(waitForCall("StartDiscovery", 2));
   bluez->advertise(kTag, kFrame);
   EXPECT_TRUE(waitForEvent("connected"));
 }

@@ -145,12 +145,17 @@ std::vector<std::string> BlueZTest::takeCalls(const std::vector<std::string>& me
   return calls;
 }
 
-std::shared_ptr<KVPeripheral> BlueZTest::find(const std::string& address) {
+void BlueZTest::scanUntilFound(const std::string& address) {
   const int before = bluez->calls("StartDiscovery");
   central->scanForPeripherals({}, /*allowDuplicates=*/true);
   EXPECT_TRUE(waitForCall("StartDiscovery", before + 1));
+  queue->dispatch();  // the answer goes out, and then
   bluez->advertise(address, kFrame);
   EXPECT_TRUE(waitForEvent("found " + address));
+}
+
+std::shared_ptr<KVPeripheral> BlueZTest::find(const std::string& address) {
+  scanUntilFound(address);
   central->stopScan();
   EXPECT_TRUE(waitForCall("StopDiscovery"));
   recorder->found->setDelegate(recorder);

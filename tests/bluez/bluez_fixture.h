@@ -86,6 +86,8 @@ class BlueZTest : public ::testing::Test {
   /// The calls since the last time this was asked, of these names only.
   std::vector<std::string> takeCalls(const std::vector<std::string>& members);
 
+  /// Scans, and has the tag heard once the scan is under way.
+  void scanUntilFound(const std::string& address = kTag);
   /// Has the tag heard in a scan, and returns its handle.
   std::shared_ptr<KVPeripheral> find(const std::string& address = kTag);
   /// Connects it and waits for that.

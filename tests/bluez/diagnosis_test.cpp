@@ -83,10 +83,17 @@ TEST_F(DiagnosisTest, EachTroubleIsNamedWithItsRemedy) {
        "service ok bluetoothd is running|\npermission unusable", "group bluetooth"},
       {"silent daemon", [&] { bluez->on("GetManagedObjects", [](const kv::BusCall&) {}); },
        "does not answer", "systemctl restart"},
-      {"no adapter", [&] { bluez->restore("GetManagedObjects"); }, "neither bluetoothd nor",
+      {"no adapter", [&] { bluez->restore("GetManagedObjects"); },
+       "service ok bluetoothd is running|\npermission ok this user may talk to bluetoothd|\n"
+       "adapter unusable neither bluetoothd nor",
        "plug"},
-      {"adapter of the kernel", [&] { std::filesystem::create_directories(soft.parent_path()); },
-       "although the kernel has hci90", "systemctl restart"},
+      {"adapter of the kernel",
+       [&] {
+         std::filesystem::create_directories(soft.parent_path());
+         std::filesystem::create_directory(sys / "class/bluetooth/hci90:64");  // a link
+         std::filesystem::create_directory(sys / "class/bluetooth/other");
+       },
+       "although the kernel has hci90|", "systemctl restart"},
       {"off", [&] { bluez->addAdapter(kHci, "00:00:00:00:00:01", /*powered=*/false); },
        "power unusable hci90 is off|", "bluetoothctl power on"},
       {"blocked", [&] { std::ofstream(soft) << "1\n"; }, "blocked (rfkill)", "rfkill unblock"},
@@ -109,6 +116,24 @@ TEST_F(DiagnosisTest, EachTroubleIsNamedWithItsRemedy) {
          bluez->setConnected(kTag, true);
        },
        "link hint AA:00:00:00:00:01", "bluetoothctl disconnect AA:00:00:00:00:01"},
+      {"one that it has never heard",
+       [&] {
+         bluez->add(FakeBlueZ::devicePath(kOtherTag), kDevice,
+                    {{"Address", std::string(kOtherTag)},
+                     {"Connected", true},
+                     {"UUIDs", std::vector<std::string>{"0000110b-0000-1000-8000-00805f9b34fb",
+                                                        "7f280001-8204-f393-e0a9-e50e24dcca9e"}}});
+       },
+       "link hint AA:00:00:00:00:02", "bluetoothctl disconnect AA:00:00:00:00:02"},
+      {"several adapters, of which the first that is on is used",
+       [&] {
+         options.adapter = "";
+         bluez->addAdapter("/org/bluez/hci80", "00:00:00:00:00:08", /*powered=*/false);
+         bluez->addAdapter("/org/bluez/hci91", "00:00:00:00:00:09");
+       },
+       "adapter ok hci90 (00:00:00:00:00:01, \"desk\"); there is also hci80 (00:00:00:00:00:08), "
+       "hci91 (00:00:00:00:00:09)|",
+       ""},
   };
   for (const auto& each : cases) {
     each.arrange();
@@ -126,8 +151,12 @@ TEST_F(DiagnosisTest, BusThatRejectsThisProcess) {
 TEST_F(DiagnosisTest, NothingIsFoundWhereAllIsWell) {
   startDaemon();
   bluez->addAdapter();
-  bluez->add(FakeBlueZ::devicePath(kOtherTag), kDevice,
-             {{"Address", std::string(kOtherTag)}, {"Connected", true}});  // no tag: a headset
+  bluez->add(
+      FakeBlueZ::devicePath(kOtherTag), kDevice,  // no tag: a headset
+      {{"Address", std::string(kOtherTag)},
+       {"Connected", true},
+       {"UUIDs", std::vector<std::string>{"0000110b-0000-1000-8000-00805f9b34fb"}},
+       {"ServiceData", FakeBlueZ::ServiceData{{"0000110b-0000-1000-8000-00805f9b34fb", {1}}}}});
   EXPECT_TRUE(waitFor([&] { return bluez->ready(); }));
   EXPECT_EQ(diagnose(),
             "bus ok the message bus answers|\n"

@@ -130,6 +130,7 @@ void FakeBlueZ::set(const std::string& path, const std::string& interface,
 void FakeBlueZ::addAdapter(const std::string& path, const std::string& address, bool powered) {
   add(path, kAdapter,
       {{"Address", address}, {"Powered", powered}, {"Discovering", false}, {"Pairable", true}});
+  objects_[path]["org.bluez.Media1"]["SupportedUUIDs"] = std::vector<std::string>{"180a"};
 }
 
 void FakeBlueZ::powerOff() {

@@ -59,6 +59,8 @@ class FakeBlueZ {
                       const std::string& property, Value value) {
     objects_[path][interface][property] = std::move(value);
   }
+  /// Drops one object and does not tell.
+  void removeUnsignalled(const std::string& path) { objects_.erase(path); }
   void addAdapter(const std::string& path = kHci, const std::string& address = "00:00:00:00:00:01",
                   bool powered = true);
   /// Powers an adapter off as BlueZ does: the links end first.

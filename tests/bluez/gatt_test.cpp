@@ -46,10 +46,13 @@ TEST_F(GattTest, ReadsAndNotificationsComeOnceAndInOrder) {
     bluez->notify(kTag, {0x01});  // while the read is under way
     bluez->answer(call);
   });
-  tag->setNotifyValue(true, command);
+  for (int once = 0; once < 2; ++once) tag->setNotifyValue(true, command);
   tag->readValue(command);
   EXPECT_TRUE(waitForEvent("value 0a0b"));
   bluez->notify(kTag, {0x02});
+  bluez->set(FakeBlueZ::characteristicPath(kTag), kCharacteristic,
+             {{"Handle", KVData{0x08}}, {"MTU", std::int16_t{23}}});  // which is no value
+  bluez->set(FakeBlueZ::characteristicPath(kTag), kCharacteristic, "Value", std::string("text"));
   bluez->notify(kTag, {0x02});
   tag->writeValue(KVData{0x77}, command, kConfirmed);
   EXPECT_TRUE(waitForEvent("written"));
@@ -62,13 +65,15 @@ TEST_F(GattTest, ReadsAndNotificationsComeOnceAndInOrder) {
   EXPECT_THAT(takeCalls({"StartNotify", "ReadValue", "WriteValue"}),
               ElementsAre("StartNotify", "ReadValue", "WriteValue"));
 
-  tag->setNotifyValue(false, command);
+  for (int once = 0; once < 2; ++once) tag->setNotifyValue(false, command);
   tag->writeValue(KVData{0x78}, command, kConfirmed);
   EXPECT_TRUE(waitForEvent("written"));
   bluez->notify(kTag, {0x04});
   tag->writeValue(KVData{0x79}, command, kConfirmed);
   EXPECT_TRUE(waitFor([&] { return recorder->events.size() == 2; }));
   EXPECT_THAT(takeEvents(), ElementsAre("written", "written"));
+  EXPECT_THAT(takeCalls({"StartNotify", "StopNotify", "WriteValue"}),
+              ElementsAre("StopNotify", "WriteValue", "WriteValue"));
 }
 
 TEST_F(GattTest, RefusalsAreReportedAndTheNextRequestGoesOn) {
@@ -151,24 +156,81 @@ TEST_F(GattTest, UnansweredRequestEndsTheLink) {
   EXPECT_EQ(bluez->calls("ReadValue"), 0);
 }
 
-TEST_F(GattTest, DropTakesUnansweredRequestsWithIt) {
+// Its reason is not that of the next one.
+TEST_F(GattTest, LinkThatIsGivenUpKeepsItsReasonThoughThePowerGoes) {
+  options.requestTimeout = options.disconnectTimeout = 1h;
   startLinked();
-  tag->setNotifyValue(true, command);
-  bluez->on("WriteValue", [&](const kv::BusCall& call) {
-    bluez->notify(kTag, {0x05});  // received before the drop, so delivered before it
-    bluez->setConnected(kTag, false);
-    call.fail(kFailed, "Not connected");
+  bluez->on("WriteValue", [](const kv::BusCall& call) {
+    call.fail("org.freedesktop.DBus.Error.NoReply", "Message recipient disconnected");
   });
+  bluez->on("Disconnect", [](const kv::BusCall&) {});
+  recorder->onEvent = [&](const std::string& event) {
+    if (event.starts_with("disconnected") && central->state() != KVCentralStatePoweredOn) {
+      central->connectPeripheral(tag);
+    }
+  };
   tag->writeValue(KVData{1}, command, kConfirmed);
+  EXPECT_TRUE(waitForCall("Disconnect"));
+  bluez->set(kHci, kAdapter, "Powered", false);
   EXPECT_TRUE(waitForEvent("disconnected"));
-  EXPECT_THAT(takeEvents(), ElementsAre("value 05", "disconnected AA:00:00:00:00:01 !1001"));
-  EXPECT_TRUE(waitForCall("StopNotify"));  // else the daemon subscribes by itself next time
-
-  tag->writeValue(KVData{1}, command, kConfirmed);  // without a link nothing happens
-  tag->discoverServices();
-  central->connectPeripheral(tag);
+  bluez->setConnected(kTag, false);
+  bluez->set(kHci, kAdapter, "Powered", true);
   EXPECT_TRUE(waitForEvent("connected"));
-  EXPECT_THAT(takeEvents(), ElementsAre("connected AA:00:00:00:00:01"));
+  bluez->restore("Disconnect");
+  central->cancelPeripheralConnection(tag);
+  EXPECT_TRUE(waitFor([&] { return recorder->events.size() == 5; }));
+  EXPECT_THAT(takeEvents(),
+              ElementsAre("state 4", "disconnected AA:00:00:00:00:01 !1003", "state 5",
+                          "connected AA:00:00:00:00:01", "disconnected AA:00:00:00:00:01"));
+}
+
+TEST_F(GattTest, DropTakesUnansweredRequestsWithIt) {
+  options.retryFirst = 1ms;
+  startLinked();
+  const auto drop = [&] { bluez->setConnected(kTag, false); };
+  const std::function<void(const kv::BusCall& call)> ends[] = {
+      [&](const kv::BusCall& call) {
+        call.fail(kFailed, "Not connected");
+        drop();
+      },
+      [&](const kv::BusCall& call) {
+        drop();
+        call.reply();
+      },
+      [&](const kv::BusCall& call) {
+        bluez->set(kHci, kAdapter, "Powered", false);
+        call.reply();
+      },
+  };
+  const auto takeEventsOfTheTag = [&] {
+    std::erase_if(recorder->events, [](const auto& event) { return event.starts_with("state"); });
+    return takeEvents();
+  };
+  int links = 0;
+  for (const auto& end : ends) {
+    tag->setNotifyValue(true, command);
+    bluez->on("WriteValue", [&](const kv::BusCall& call) {
+      bluez->notify(kTag, {0x05});  // received before the drop, so delivered before it
+      end(call);
+    });
+    tag->writeValue(KVData{1}, command, kConfirmed);
+    tag->writeValue(KVData{2}, command, kConfirmed);
+    EXPECT_TRUE(waitForEvent("disconnected"));
+    EXPECT_THAT(
+        takeEventsOfTheTag(),
+        ElementsAre("value 05", testing::StartsWith("disconnected AA:00:00:00:00:01 !100")));
+    EXPECT_TRUE(waitForCall("StopNotify", ++links));  // else the daemon subscribes by itself
+    EXPECT_EQ(bluez->calls("WriteValue"), links);
+
+    tag->writeValue(KVData{1}, command, kConfirmed);  // without a link nothing happens
+    tag->discoverServices();
+    drop();
+    bluez->set(kHci, kAdapter, "Powered", true);
+    central->connectPeripheral(tag);
+    EXPECT_TRUE(waitForEvent("connected"));
+    EXPECT_THAT(takeEventsOfTheTag(), ElementsAre("connected AA:00:00:00:00:01"));
+    command = discover(tag);
+  }
 }
 
 TEST_F(GattTest, DeviceWithOtherAttributesThanRememberedIsForgottenOnce) {
@@ -216,6 +278,10 @@ TEST_F(GattTest, ServicesThatChangeUnderALinkEndIt) {
   bluez->advertise(kOtherTag, kFrame);
   bluez->addServices(kOtherTag);
   bluez->remove(FakeBlueZ::devicePath(kOtherTag) + "/service0010");  // which is no concern of ours
+  const std::string nameless = FakeBlueZ::devicePath(kTag) + "/service0030";
+  bluez->add(nameless, kService, {});  // nor is what could not be told apart
+  bluez->add(nameless + "/char0031", kCharacteristic, {});
+  bluez->remove(nameless);
   queue->runFor(3 * timing.dropHold);
   EXPECT_THAT(takeEvents(), IsEmpty());
   bluez->on("WriteValue", [](const kv::BusCall&) {});  // the old object never answers

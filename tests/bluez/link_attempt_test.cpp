@@ -37,26 +37,56 @@ TEST_F(LinkTest, ScanThatDoesNotStopDelaysAnAttemptForALimitedTime) {
   timing.scanStop = 20ms;
   startAll();
   const auto tag = find();
-  central->scanForPeripherals({}, /*allowDuplicates=*/true);
-  EXPECT_TRUE(waitForCall("StartDiscovery", 2));
+  scanUntilFound();
   bluez->on("StopDiscovery", [](const kv::BusCall&) {});
   central->connectPeripheral(tag);
+  central->cancelPeripheralConnection(tag);  // an attempt that is not waited for any more
+  queue->runFor(2 * timing.scanStop);
+  central->connectPeripheral(tag);
+  EXPECT_TRUE(waitForEvent("connected"));
+}
+
+TEST_F(LinkTest, ScanThatDoesNotStartDelaysNoAttempt) {
+  timing.scanStop = 1h;
+  startAll();
+  const auto tag = find();
+  bluez->on("StartDiscovery", [&](const kv::BusCall& call) {
+    central->connectPeripheral(tag);
+    call.fail("org.bluez.Error.NotReady", "Resource Not Ready");
+  });
+  central->scanForPeripherals({}, /*allowDuplicates=*/true);
   EXPECT_TRUE(waitForEvent("connected"));
 }
 
 // The daemon would forget it as soon as the scan ends.
 TEST_F(LinkTest, ScanGoesOnWhileAPrivateAddressConnects) {
   startAll();
-  const std::string address = "4A:00:00:00:00:01";
-  bluez->add(FakeBlueZ::devicePath(address), kDevice,
-             {{"Address", address}, {"AddressType", std::string("random")}});
-  const auto tag = find(address);
-  central->scanForPeripherals({}, /*allowDuplicates=*/true);
-  EXPECT_TRUE(waitForCall("StartDiscovery", 2));
-  bluez->takeCalls();
-  central->connectPeripheral(tag);
-  EXPECT_TRUE(waitForEvent("connected"));
-  EXPECT_THAT(takeCalls({"StartDiscovery", "StopDiscovery", "Connect"}), ElementsAre("Connect"));
+  const struct {
+    const char* address;
+    const char* type;
+    bool goesOn;
+  } cases[] = {
+      {"4A:00:00:00:00:01", "random", true},  {"7A:00:00:00:00:01", "random", true},
+      {"8A:00:00:00:00:01", "random", false}, {"CA:00:00:00:00:01", "random", false},
+      {"4A:00:00:00:00:02", "public", false},
+  };
+  for (const auto& [address, type, goesOn] : cases) {
+    bluez->add(FakeBlueZ::devicePath(address), kDevice,
+               {{"Address", std::string(address)}, {"AddressType", std::string(type)}});
+    const auto tag = find(address);
+    scanUntilFound(address);
+    bluez->takeCalls();
+    central->connectPeripheral(tag);
+    EXPECT_TRUE(waitForEvent("connected"));
+    const auto calls = takeCalls({"StopDiscovery", "Connect"});
+    EXPECT_EQ(calls.front(), goesOn ? "Connect" : "StopDiscovery") << address;
+    EXPECT_EQ(calls.size(), goesOn ? 1 : 2) << address;
+    central->stopScan();
+    EXPECT_TRUE(waitForCall("StopDiscovery"));
+    bluez->remove(FakeBlueZ::devicePath(address));
+    EXPECT_TRUE(waitForEvent("disconnected"));
+    takeEvents();
+  }
 }
 
 TEST_F(LinkTest, RefusedAttemptsAreRepeatedUntilOneHolds) {
@@ -137,8 +167,11 @@ TEST_F(LinkTest, RadioThatRefusesAtOnceIsLeftInPeace) {
 }
 
 TEST_F(LinkTest, SuccessWithoutALinkIsAFailure) {
-  timing.settle = 30ms;
+  timing.settle = 10ms;
+  options.retryFirst = 400ms;
+  options.retryMost = 1h;
   startAll();
+  const auto begun = queue->now();
   bluez->on("Connect", [&](const kv::BusCall& call) {
     bluez->restore("Connect");
     call.reply();
@@ -147,6 +180,8 @@ TEST_F(LinkTest, SuccessWithoutALinkIsAFailure) {
   EXPECT_TRUE(waitForEvent("connected"));
   EXPECT_THAT(takeCalls({"Connect", "Disconnect"}),
               ElementsAre("Connect", "Disconnect", "Connect"));
+  EXPECT_GE(queue->now() - begun, 330ms);  // the first pause follows, less the jitter of a fifth
+  EXPECT_LT(queue->now() - begun, 640ms);  // what doubling it would take at least
 }
 
 TEST_F(LinkTest, LinkThatIsNotSignalledIsKept) {
@@ -162,6 +197,34 @@ TEST_F(LinkTest, LinkThatIsNotSignalledIsKept) {
   EXPECT_THAT(takeCalls({"Connect", "Disconnect"}), ElementsAre("Connect"));
   bluez->setConnected(kTag, false);
   EXPECT_TRUE(waitForEvent("disconnected"));
+}
+
+// The list that an attempt asks for also shows what was not signalled of other objects.
+TEST_F(LinkTest, WhatHasGoneWithoutASignalIsMissedInTheNextList) {
+  options.retryFirst = 1ms;
+  timing.settle = 1h;
+  const std::string device = FakeBlueZ::devicePath(kTag);
+  const std::pair<std::string, const char*> cases[] = {
+      {FakeBlueZ::characteristicPath(kTag), "disconnected AA:00:00:00:00:01 !1003"},
+      {device + "/service0020", "disconnected AA:00:00:00:00:01 !1003"},
+      {device, "disconnected AA:00:00:00:00:01 !1001"},
+      {kHci, "state 1"},
+  };
+  startAll();
+  const auto other = find(kOtherTag);
+  for (const auto& [path, event] : cases) {
+    const auto tag = link();
+    bluez->on("Connect", [](const kv::BusCall& call) { call.reply(); });
+    bluez->removeUnsignalled(path);
+    central->connectPeripheral(other);
+    EXPECT_TRUE(waitForEvent(path == kHci ? "state" : "disconnected")) << path;
+    EXPECT_EQ(takeEvents().front(), event) << path;
+    bluez->restore("Connect");
+    if (path == kHci) break;
+    central->cancelPeripheralConnection(other);
+    EXPECT_TRUE(waitForEvent("disconnected"));
+    bluez->remove(device);
+  }
 }
 
 TEST_F(LinkTest, AttemptOfAnotherClientIsJoined) {
@@ -192,17 +255,44 @@ TEST_F(LinkTest, ForgottenDeviceIsWaitedFor) {
   EXPECT_THAT(takeEvents(), ElementsAre("connected AA:00:00:00:00:01"));
 }
 
+// A link that another program makes meanwhile serves as well.
 TEST_F(LinkTest, AbsentTagIsTriedAgainWhenItIsHeard) {
   options.connectTimeout = 40ms;
   startAll();
-  leaveConnectPending();
-  connectTo();
-  EXPECT_TRUE(waitForCall("Disconnect"));
-  EXPECT_TRUE(waitForCall("StartDiscovery", 2));
-  EXPECT_EQ(bluez->calls("Connect"), 1);
-  bluez->restore("Connect");
-  bluez->advertise(kTag, kFrame);
-  EXPECT_TRUE(waitForEvent("connected"));
+  const std::pair<int, std::function<void()>> cases[] = {
+      {2, [&] { bluez->advertise(kTag, kFrame); }},
+      {1,
+       [&] {
+         bluez->addServices(kTag);
+         bluez->set(FakeBlueZ::devicePath(kTag), kDevice,
+                    {{"Connected", true}, {"ServicesResolved", true}});
+       }},
+  };
+  for (const auto& [attempts, wake] : cases) {
+    leaveConnectPending();
+    const auto tag = find();
+    const int scans = bluez->calls("StartDiscovery");
+    const int before = bluez->calls("Connect");
+    central->connectPeripheral(tag);
+    EXPECT_TRUE(waitForCall("StartDiscovery", scans + 1));
+    EXPECT_EQ(bluez->calls("Connect"), before + 1);
+    EXPECT_GT(bluez->calls("Disconnect"), 0);
+    bluez->restore("Connect");
+    wake();
+    EXPECT_TRUE(waitForEvent("connected"));
+    queue->runFor(5ms);
+    EXPECT_THAT(takeEvents(), ElementsAre("connected AA:00:00:00:00:01"));
+    EXPECT_EQ(bluez->calls("Connect"), before + attempts);
+    recorder->onEvent = [&](const std::string& event) {
+      if (event.starts_with("disconnected")) central->connectPeripheral(tag);
+    };
+    bluez->setConnected(kTag, false);
+    EXPECT_TRUE(waitForEvent("connected"));  // it is not absent any more
+    recorder->onEvent = nullptr;
+    takeEvents();
+    central->cancelPeripheralConnection(tag);
+    EXPECT_TRUE(waitForEvent("disconnected"));
+  }
 }
 
 TEST_F(LinkTest, AttemptAtAnUnheardTagIsCutWhileOthersWait) {
@@ -212,15 +302,22 @@ TEST_F(LinkTest, AttemptAtAnUnheardTagIsCutWhileOthersWait) {
   startAll();
   const auto tag = find();
   leaveConnectPending();
+  central->connectPeripheral(tag);
+  EXPECT_TRUE(waitForCall("Connect"));
+  queue->runFor(60ms);
+  EXPECT_EQ(bluez->calls("Disconnect"), 0);  // nobody waits
+  central->cancelPeripheralConnection(tag);
   central->scanForPeripherals({}, /*allowDuplicates=*/true);
   central->connectPeripheral(tag);
-  EXPECT_TRUE(waitForCall("Disconnect"));
+  EXPECT_TRUE(waitForCall("Disconnect", 2));
   EXPECT_TRUE(waitFor([&] {
     bluez->advertise(kTag, kFrame);
-    return bluez->calls("Connect") == 2;  // heard, so it is given its time
+    return bluez->calls("Connect") == 3;  // heard, so it is given its time
   }));
   queue->runFor(100ms);
-  EXPECT_EQ(bluez->calls("Disconnect"), 1);
+  EXPECT_EQ(bluez->calls("Disconnect"), 2);
+  pending->fail(kFailed, "le-connection-abort-by-local");
+  EXPECT_TRUE(waitForCall("Disconnect", 3));  // the next one follows no advertisement
 }
 
 TEST_F(LinkTest, ServicesThatAreNotDiscoveredInTimeEndTheAttempt) {
@@ -239,22 +336,32 @@ TEST_F(LinkTest, ServicesThatAreNotDiscoveredInTimeEndTheAttempt) {
 }
 
 TEST_F(LinkTest, ServicesThatAreExportedLateAreReadAnew) {
+  options.retryFirst = 1ms;
+  timing.servicesGrace = 300ms;
   startAll();
   bluez->on("Connect", [&](const kv::BusCall& call) {
     bluez->set(FakeBlueZ::devicePath(kTag), kDevice,
                {{"Connected", true}, {"ServicesResolved", true}});
     call.reply();
   });
-  bluez->on("GetManagedObjects", [&](const kv::BusCall& call) {
-    bluez->addServices(kTag);
-    bluez->answer(call);
-  });
-  const auto tag = connectTo();
-  EXPECT_TRUE(waitForEvent("connected"));
-  EXPECT_EQ(bluez->calls("Connect"), 1);
-  const auto command = discover(tag);
-  EXPECT_EQ(command->service(), tag->services().front());
-  EXPECT_EQ(tag->services().size(), 2U);
+  for (const bool afterTheList : {false, true}) {
+    bluez->on("GetManagedObjects", [&](const kv::BusCall& call) {
+      if (afterTheList) bluez->answer(call);
+      bluez->addServices(kTag);
+      if (!afterTheList) bluez->answer(call);
+    });
+    const auto begun = queue->now();
+    const auto tag = connectTo();
+    EXPECT_TRUE(waitForEvent("connected"));
+    EXPECT_EQ(queue->now() - begun >= timing.servicesGrace, afterTheList);
+    EXPECT_EQ(bluez->calls("Connect"), afterTheList ? 2 : 1);
+    const auto command = discover(tag);
+    EXPECT_EQ(command->service(), tag->services().front());
+    EXPECT_EQ(tag->services().size(), 2U);
+    bluez->remove(FakeBlueZ::devicePath(kTag));
+    EXPECT_TRUE(waitForEvent("disconnected"));
+  }
+  EXPECT_EQ(bluez->calls("RemoveDevice"), 0);
 }
 
 TEST_F(LinkTest, DeviceWithoutServicesIsForgottenOnce) {
@@ -277,17 +384,29 @@ TEST_F(LinkTest, DeviceWithoutServicesIsForgottenOnce) {
   EXPECT_NE(log->text.find("Cache = no"), std::string::npos);
 }
 
+// What it has asked for is no concern of the next attempt.
 TEST_F(LinkTest, DropDuringDiscoveryOfServices) {
+  timing.servicesGrace = 10ms;
   startAll();
-  bluez->on("Connect", [&](const kv::BusCall& call) {
-    bluez->restore("Connect");
-    bluez->setConnected(kTag, true);
-    call.reply();
+  bluez->on("GetManagedObjects", [&](const kv::BusCall& call) {
+    pending = call;
     bluez->setConnected(kTag, false);
   });
+  bluez->on("Connect", [&](const kv::BusCall& call) {
+    bluez->set(FakeBlueZ::devicePath(kTag), kDevice,
+               {{"Connected", true}, {"ServicesResolved", !pending.has_value()}});
+    call.reply();
+  });
   connectTo();
+  EXPECT_TRUE(waitForCall("Connect", 2));
+  queue->runFor(5ms);
+  bluez->answer(*pending);
+  queue->runFor(30ms);
+  bluez->addServices(kTag);
+  bluez->setResolved(kTag, true);
   EXPECT_TRUE(waitForEvent("connected"));
   EXPECT_THAT(takeEvents(), ElementsAre("connected AA:00:00:00:00:01"));
+  EXPECT_EQ(bluez->calls("Connect"), 2);
 }
 
 TEST_F(LinkTest, TagThatIsWaitedForIsTriedUnheardNowAndThen) {

@@ -99,6 +99,16 @@ TEST_F(LinkTest, LinkThatHasLastedIsMadeAgainAtOnce) {
   EXPECT_TRUE(waitForEvent("connected"));
 }
 
+TEST_F(LinkTest, RequestAfterTheEndOfAShortLinkIsANewOne) {
+  options.retryFirst = options.retryMost = 1h;
+  startAll();
+  const auto tag = link();
+  bluez->setConnected(kTag, false);
+  EXPECT_TRUE(waitForEvent("disconnected"));
+  central->connectPeripheral(tag);
+  EXPECT_TRUE(waitForEvent("connected"));
+}
+
 TEST_F(LinkTest, DeviceThatIsRemovedTakesItsLinkOrAttemptWithIt) {
   startAll();
   const auto tag = link();
@@ -106,7 +116,7 @@ TEST_F(LinkTest, DeviceThatIsRemovedTakesItsLinkOrAttemptWithIt) {
   EXPECT_TRUE(waitForEvent("disconnected"));
   EXPECT_THAT(takeEvents(), ElementsAre("disconnected AA:00:00:00:00:01 !1001"));
 
-  find();
+  EXPECT_EQ(find(), tag);
   bluez->on("Connect", [&](const kv::BusCall&) {
     bluez->restore("Connect");
     bluez->remove(FakeBlueZ::devicePath(kTag));  // and never answers
@@ -148,6 +158,14 @@ TEST_F(LinkTest, CancelWhileWaiting) {
          failConnect(1'000'000, kFailed, "le-connection-abort-by-local");
          central->connectPeripheral(tag);
          EXPECT_TRUE(waitFor([&] { return log->text.find("abort") != std::string::npos; }));
+       }},
+      {"for the next attempt, as the last one took too long",
+       [&] {
+         leaveConnectPending();
+         const int ends = bluez->calls("Disconnect");
+         central->connectPeripheral(tag);
+         EXPECT_TRUE(waitForCall("Disconnect", ends + 1));
+         queue->runFor(5ms);
        }},
       {"for an advertisement",
        [&] {
@@ -209,16 +227,34 @@ TEST_F(LinkTest, RequestAfterACancelOrAPowerCycleStartsAfresh) {
   }
 }
 
-TEST_F(LinkTest, RequestAfterACancelDoesNotPause) {
-  options.retryFirst = options.retryMost = 1h;
+TEST_F(LinkTest, PausesBeginAnewAfterACancelOrAPowerCycle) {
+  options.retryFirst = 20ms;
+  options.retryMost = 1h;
   startAll();
   const auto tag = find();
-  failConnect(1, kFailed, "le-connection-abort-by-local");
+  failConnect(1'000'000, kFailed, "le-connection-abort-by-local");
   central->connectPeripheral(tag);
-  EXPECT_TRUE(waitFor([&] { return log->text.find("abort") != std::string::npos; }));
-  central->cancelPeripheralConnection(tag);
-  central->connectPeripheral(tag);
-  EXPECT_TRUE(waitForEvent("connected"));
+  const std::function<void()> interruptions[] = {
+      [&] {
+        central->cancelPeripheralConnection(tag);
+        central->connectPeripheral(tag);
+      },
+      [&] {
+        bluez->set(kHci, kAdapter, "Powered", false);
+        EXPECT_TRUE(waitForEvent("state 4"));
+        bluez->set(kHci, kAdapter, "Powered", true);
+      },
+  };
+  int attempts = 4;
+  for (const auto& interrupt : interruptions) {
+    EXPECT_TRUE(waitForCall("Connect", attempts));
+    queue->runFor(2ms);
+    const auto begun = queue->now();
+    interrupt();
+    EXPECT_TRUE(waitForCall("Connect", attempts + 2));
+    EXPECT_LT(queue->now() - begun, 125ms);  // 20 ms, not 160 or 320
+    attempts += 4;
+  }
 }
 
 TEST_F(LinkTest, AttemptThatThePowerEndsHoldsUpNoOther) {
@@ -237,8 +273,7 @@ TEST_F(LinkTest, AttemptThatThePowerEndsHoldsUpNoOther) {
 TEST_F(LinkTest, DeviceThatIsForgottenWhileTheScanStopsIsWaitedFor) {
   startAll();
   const auto tag = find();
-  central->scanForPeripherals({}, /*allowDuplicates=*/true);
-  EXPECT_TRUE(waitForCall("StartDiscovery", 2));
+  scanUntilFound();
   bluez->on("StopDiscovery", [&](const kv::BusCall& call) {
     bluez->restore("StopDiscovery");
     bluez->remove(FakeBlueZ::devicePath(kTag));
@@ -262,23 +297,155 @@ TEST_F(LinkTest, LinkOfAnEarlierProcessIsAdopted) {
   EXPECT_EQ(bluez->calls("Connect"), 0);
 }
 
+// The next attempt waits until both the call is answered and the device is disconnected.
 TEST_F(LinkTest, CancelWhileConnecting) {
+  options.disconnectTimeout = 1h;
   startAll();
-  bluez->on("Connect", [&](const kv::BusCall& call) { pending = call; });
-  const auto tag = connectTo();
-  EXPECT_TRUE(waitFor([&] { return pending.has_value(); }));
-  central->cancelPeripheralConnection(tag);
-  EXPECT_THAT(takeEvents(), IsEmpty());  // never from inside a request
-  EXPECT_TRUE(waitForEvent("disconnected"));
-  EXPECT_EQ(tag->state(), KVPeripheralStateDisconnected);
-  central->connectPeripheral(tag);  // waits for the cancelled attempt
-  EXPECT_TRUE(waitForCall("Disconnect"));
-  EXPECT_EQ(bluez->calls("Connect"), 1);
-  bluez->restore("Connect");
-  pending->fail(kFailed, "br-connection-canceled");
-  EXPECT_TRUE(waitForEvent("connected"));
-  EXPECT_THAT(takeEvents(),
-              ElementsAre("disconnected AA:00:00:00:00:01", "connected AA:00:00:00:00:01"));
+  const auto tag = find();
+  std::optional<kv::BusCall> connect;
+  std::optional<kv::BusCall> disconnect;
+  const std::map<char, std::function<void()>> steps{
+      {'a', [&] { connect->fail(kFailed, "br-connection-canceled"); }},  // answer of the attempt
+      {'l', [&] { bluez->setConnected(kTag, false); }},                  // loss of what it has made
+      {'r', [&] { disconnect->reply(); }},                               // reply to Disconnect
+      {'p',                                                              // power cycle
+       [&] {
+         bluez->powerOff();
+         EXPECT_TRUE(waitForEvent("state 4"));
+         bluez->set(kHci, kAdapter, "Powered", true);
+       }},
+  };
+  for (const std::string order : {"al", "la", "arl", "ral", "lra", "rla", "p"}) {
+    connect.reset();
+    disconnect.reset();
+    bluez->on("Connect", [&](const kv::BusCall& call) { connect = call; });
+    bluez->on("Disconnect", [&](const kv::BusCall& call) { disconnect = call; });
+    central->connectPeripheral(tag);
+    EXPECT_TRUE(waitFor([&] { return connect.has_value(); }));
+    central->cancelPeripheralConnection(tag);
+    EXPECT_THAT(takeEvents(), IsEmpty());  // never from inside a request
+    EXPECT_TRUE(waitForEvent("disconnected"));
+    EXPECT_EQ(tag->state(), KVPeripheralStateDisconnected);
+    central->connectPeripheral(tag);
+    EXPECT_TRUE(waitFor([&] { return disconnect.has_value(); }));
+    bluez->setConnected(kTag, true);
+    bluez->restore("Connect");
+    bluez->restore("Disconnect");
+    const int attempts = bluez->calls("Connect");
+    for (const char step : order) {
+      queue->runFor(8ms);
+      EXPECT_EQ(bluez->calls("Connect"), attempts) << order << " before " << step;
+      steps.at(step)();
+    }
+    EXPECT_TRUE(waitForEvent("connected"));
+    std::erase_if(recorder->events, [](const auto& event) { return event.starts_with("state"); });
+    EXPECT_THAT(takeEvents(),
+                ElementsAre("disconnected AA:00:00:00:00:01", "connected AA:00:00:00:00:01"));
+    if (order.size() < 3) {  // the reply is late, and must not end what is reported later
+      bluez->setConnected(kTag, false);
+      disconnect->reply();
+      queue->runFor(5ms);
+      bluez->set(kHci, kAdapter, "Powered", false);
+      EXPECT_TRUE(waitForEvent("disconnected"));
+      EXPECT_THAT(takeEvents(), ElementsAre("state 4", "disconnected AA:00:00:00:00:01 !1002"));
+      bluez->set(kHci, kAdapter, "Powered", true);
+      EXPECT_TRUE(waitForEvent("state 5"));
+    } else {
+      central->cancelPeripheralConnection(tag);
+      EXPECT_TRUE(waitForEvent("disconnected"));
+    }
+    takeEvents();
+  }
+}
+
+// The daemon would keep what a central has begun, and nobody would end it.
+TEST_F(LinkTest, CentralThatIsClosedEndsWhatItHasBegun) {
+  options.connectTimeout = 30ms;
+  options.retryFirst = options.retryMost = 1h;
+  timing.dropHold = 1h;
+  std::shared_ptr<KVPeripheral> tag;
+  std::shared_ptr<KVCharacteristic> command;
+  const auto connect = [&] {
+    const int before = bluez->calls("Connect");
+    central->connectPeripheral(tag);
+    EXPECT_TRUE(waitForCall("Connect", before + 1));
+  };
+  const struct {
+    const char* name;
+    std::function<void()> arrange;
+    std::vector<std::string> calls;
+  } cases[] = {
+      {"about to scan",
+       [&] {
+         bluez->on("StartDiscovery", [](const kv::BusCall&) {});
+         central->scanForPeripherals({}, /*allowDuplicates=*/true);
+       },
+       {"StopDiscovery"}},
+      {"scanning", [&] { scanUntilFound(); }, {"StopDiscovery"}},
+      {"connecting",
+       [&] {
+         options.connectTimeout = 1h;
+         bluez->on("Connect", [](const kv::BusCall&) {});
+         connect();
+       },
+       {"Disconnect"}},
+      {"resolving",
+       [&] {
+         bluez->on("Connect", [&](const kv::BusCall&) { bluez->setConnected(kTag, true); });
+         connect();
+       },
+       {"Disconnect"}},
+      {"pausing",
+       [&] {
+         failConnect(1, kFailed, "le-connection-abort-by-local");
+         connect();
+       },
+       {}},
+      {"up",
+       [&] {
+         connect();
+         EXPECT_TRUE(waitForEvent("connected"));
+         command = discover(tag);
+         tag->setNotifyValue(true, command);
+         tag->readValue(command);
+         EXPECT_TRUE(waitForEvent("value"));
+       },
+       {"StopNotify", "Disconnect"}},
+      {"dropping",
+       [&] {
+         connect();
+         EXPECT_TRUE(waitForEvent("connected"));
+         bluez->setConnected(kTag, false);
+       },
+       {}},
+      {"ending",
+       [&] {
+         connect();
+         bluez->on("Disconnect", [](const kv::BusCall&) {});
+         EXPECT_TRUE(waitForEvent("connected"));
+         central->cancelPeripheralConnection(tag);
+       },
+       {}},
+  };
+  startDaemon();
+  bluez->addAdapter();
+  for (const auto& each : cases) {
+    startCentral();
+    EXPECT_TRUE(waitForEvent("state 5")) << each.name;
+    tag = find();
+    each.arrange();
+    queue->runFor(5ms);
+    bluez->takeCalls();
+    central->close();
+    if (command) tag->readValue(command);  // is not sent any more
+    queue->runFor(10ms);
+    EXPECT_EQ(takeCalls({"StopDiscovery", "StopNotify", "Disconnect", "ReadValue"}), each.calls)
+        << each.name;
+    central.reset();
+    for (const char* member : {"StartDiscovery", "Connect"}) bluez->restore(member);
+    bluez->setConnected(kTag, false);
+    takeEvents();
+  }
 }
 
 TEST_F(LinkTest, SlowDisconnectIsBounded) {
@@ -286,6 +453,7 @@ TEST_F(LinkTest, SlowDisconnectIsBounded) {
   startAll();
   const auto tag = link();
   bluez->on("Disconnect", [](const kv::BusCall&) {});
+  central->connectPeripheral(tag);  // whose answer is overtaken
   central->cancelPeripheralConnection(tag);
   EXPECT_EQ(tag->state(), KVPeripheralStateDisconnecting);
   EXPECT_TRUE(waitForEvent("disconnected"));
@@ -301,7 +469,12 @@ TEST_F(LinkTest, ConnectDuringASlowDisconnectWaitsForItsEnd) {
   central->connectPeripheral(tag);
   EXPECT_TRUE(waitFor([&] { return pending.has_value(); }));
   EXPECT_EQ(bluez->calls("Connect"), 1);  // the one of the first link
+  std::optional<kv::BusCall> connect;
+  bluez->on("Connect", [&](const kv::BusCall& call) { connect = call; });
   bluez->answer(*pending);
+  EXPECT_TRUE(waitFor([&] { return connect && !recorder->events.empty(); }));
+  EXPECT_EQ(tag->state(), KVPeripheralStateConnecting);  // though its end was reported
+  bluez->answer(*connect);
   EXPECT_TRUE(waitForEvent("connected"));
   EXPECT_THAT(takeEvents(),
               ElementsAre("disconnected AA:00:00:00:00:01", "connected AA:00:00:00:00:01"));
@@ -332,9 +505,18 @@ TEST_F(LinkTest, OneAttemptAtATime) {
               ElementsAre("connected AA:00:00:00:00:01", "connected AA:00:00:00:00:02"));
 }
 
+// An attempt after it that fails is explained anew.
 TEST_F(LinkTest, DropIsReportedAndAskedAgain) {
+  timing.settle = 5ms;
   startAll();
+  failConnect(1, kFailed, "le-connection-abort-by-local");
   const auto tag = link();
+  log->text.clear();
+  bluez->on("Connect", [&, attempt = 0](const kv::BusCall& call) mutable {
+    if (++attempt == 1) call.fail(kFailed, "le-connection-abort-by-local");
+    if (attempt == 2) call.reply();  // without a link, which is no end of one
+    if (attempt == 3) bluez->answer(call);
+  });
   recorder->onEvent = [&](const std::string& event) {
     if (event.starts_with("disconnected")) {
       EXPECT_EQ(tag->state(), KVPeripheralStateDisconnected);
@@ -346,6 +528,7 @@ TEST_F(LinkTest, DropIsReportedAndAskedAgain) {
   EXPECT_TRUE(waitForEvent("connected"));
   EXPECT_THAT(takeEvents(),
               ElementsAre("disconnected AA:00:00:00:00:01 !1001", "connected AA:00:00:00:00:01"));
+  EXPECT_NE(log->text.find("le-connection-abort-by-local"), std::string::npos);
 }
 
 }  // namespace

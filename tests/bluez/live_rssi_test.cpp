@@ -226,5 +226,56 @@ TEST_F(LiveRssiTest, WhatIsForbiddenIsSaidOnceAndNotTriedAgain) {
             "not supported by protocol\n");
 }
 
+class RssiOfALinkTest : public BlueZTest {};
+
+TEST_F(RssiOfALinkTest, IsReportedWhileTheLinkIsUp) {
+  startDaemon();
+  bluez->addAdapter();
+  const auto kernel = std::make_shared<Kernel>();
+  central = kv::makeBlueZRadio(options, log, timing, kernel)->makeCentral(*recorder, queue);
+  ASSERT_TRUE(waitForEvent("state 5"));
+  const auto tag = find();
+  central->connectPeripheral(tag);
+  tag->readRSSI();  // too early
+  EXPECT_TRUE(waitForEvent("connected"));
+  EXPECT_EQ(kernel->opened, 0);
+  const auto ask = [&](const KVData& answer) {
+    takeEvents();
+    tag->readRSSI();
+    KVData command(64);
+    EXPECT_TRUE(waitFor([&] {
+      return kernel->end && recv(kernel->end.get(), command.data(), 64, MSG_DONTWAIT) > 0;
+    }));
+    EXPECT_GT(send(kernel->end.get(), answer.data(), answer.size(), MSG_NOSIGNAL), 0);
+  };
+  ask(commandComplete(0, 0x42, 0xc8));
+  EXPECT_TRUE(waitForEvent("rssi"));
+  EXPECT_EQ(recorder->events.back(), "rssi -56");
+  ask(commandStatus(0x02));
+  EXPECT_TRUE(waitForEvent("rssi"));
+  EXPECT_EQ(recorder->events.back(), "rssi absent !1004");
+
+  bluez->powerOff();
+  EXPECT_TRUE(waitForEvent("disconnected"));
+  bluez->set(kHci, kAdapter, "Powered", true);
+  central->connectPeripheral(tag);
+  EXPECT_TRUE(waitForEvent("connected"));
+  ask(commandComplete(0, 0x42, 0xc8));
+  central->cancelPeripheralConnection(tag);  // before the answer has been looked at
+  EXPECT_TRUE(waitForEvent("disconnected"));
+  EXPECT_EQ(takeEvents().size(), 1U);
+  EXPECT_EQ(kernel->opened, 2);  // anew with the power
+  tag->readRSSI();
+  queue->runFor(2ms);
+  EXPECT_EQ(kernel->opened, 2);
+
+  central->connectPeripheral(tag);
+  EXPECT_TRUE(waitForEvent("connected"));
+  tag->setDelegate({});
+  ask(commandComplete(0, 0x42, 0xc8));
+  queue->runFor(5ms);
+  EXPECT_TRUE(recorder->events.empty());
+}
+
 }  // namespace
 }  // namespace kvtest

@@ -162,23 +162,23 @@ bool Child::echoes() const {
   return (modes.c_lflag & ECHO) != 0;
 }
 
-RunResult runProgram(const std::vector<std::string>& arguments, const std::string& input) {
+RunResult runProgram(const std::vector<std::string>& arguments, const std::string& input, int out) {
   auto copy = arguments;
   const auto pointers = argumentsOf(copy);
   const Scratch in(input);
-  const Scratch out;
+  const Scratch taken;
   const Scratch err;
   const pid_t pid = fork();
   if (pid == 0) {
     setsid();  // without a terminal to ask on
     dup2(in.fd(), STDIN_FILENO);
-    dup2(out.fd(), STDOUT_FILENO);
+    dup2(out >= 0 ? out : taken.fd(), STDOUT_FILENO);
     dup2(err.fd(), STDERR_FILENO);
     execv(pointers[0], pointers.data());
     _exit(127);
   }
   const int status = statusOf(pid);
-  return {status, out.content(), err.content()};
+  return {status, taken.content(), err.content()};
 }
 
 }  // namespace kvfob

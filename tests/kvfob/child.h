@@ -54,8 +54,10 @@ struct RunResult {
   std::string err;
 };
 
-/// Runs the program without a terminal, with `input` on its standard input.
-RunResult runProgram(const std::vector<std::string>& arguments, const std::string& input = {});
+/// Runs the program without a terminal, with `input` on its standard input. It writes to the
+/// descriptor `out` where one is given, and that is not read.
+RunResult runProgram(const std::vector<std::string>& arguments, const std::string& input = {},
+                     int out = -1);
 
 }  // namespace kvfob
 

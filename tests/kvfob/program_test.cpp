@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <filesystem>
 
 #include "apps/kvfob/base/exit_code.h"
 #include "tests/kvfob/child.h"
@@ -55,7 +56,22 @@ TEST(ProgramTest, ExitStatuses) {
       {{"ring", "0a1b"}, "", kUnlisted, "", "kvfob list"},
       {{"scan", "--for", "500ms", "--color", "always"}, "", kDone, "0a1b2c3d4e61", ""},
       {{"doctor"}, "", kNoAdapter, "PROBLEM", "cannot be used"},
+      {{"doctor", "--json"},
+       "",
+       kNoAdapter,
+       "{\"event\":\"finding\",\"topic\":\"bus\",\"verdict\":\"problem\",\"seen\":\"",
+       "cannot be used"},
+      {{"doctor", "--json", "--adapter", "hci3"},
+       "",
+       kNoAdapter,
+       "\"command\":\"doctor\",\"adapter\":\"hci3\",\"ok\":false,",
+       ""},
       {{"tag", "--adapter", "hci0", "--timeout", "200ms"}, "x", kNoAdapter, "", "bus"},
+      {{"tag", "--adapter", "hci0", "--timeout", "200ms", "--json"},
+       "x",
+       kNoAdapter,
+       "\"error\":{\"code\":\"no-bluetooth\",\"message\":\"the system bus cannot be reached\"}}",
+       "bus"},
   };
   // A bus that is not there stands for a machine without a Bluetooth service.
   setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
@@ -171,6 +187,59 @@ TEST(ProgramTest, DecodesFramesAndRefusesOtherInput) {
     EXPECT_NE(result.out.find(R"("error":{"code":"bad-input","message":")"), std::string::npos)
         << result.out;
   }
+}
+
+TEST(ProgramTest, LostOutputEndsWhateverWritesIt) {
+  const auto state = ::testing::TempDir() + "kvfob-lost-" + std::to_string(getpid());
+  setenv("XDG_STATE_HOME", state.c_str(), /*overwrite=*/1);
+  ASSERT_EQ(
+      runProgram({"--radio", "sim", "bind", "0a1b2c3d4e60", "--password-file", "-"}, "mine").status,
+      kDone);
+  const std::string capture = KVFOB_TEST_DATA "/road.btsnoop";
+  const std::vector<std::string> kCases[] = {
+      {},
+      {"--help"},
+      {"help", "ring"},
+      {"ring", "--help"},
+      {"-V"},
+      {"completion", "bash"},
+      {"manual"},
+      {"config"},
+      {"config", "--json"},
+      {"list"},
+      {"list", "--json"},
+      {"--radio", "sim", "list", "--names"},
+      {"demo", "--instant"},
+      {"decode", capture},
+      {"decode", "--json", capture},
+      {"--radio", "sim", "scan", "--for", "300ms"},
+      {"--radio", "sim", "scan", "--for", "300ms", "--json"},
+      {"--radio", "sim", "ring", "0a1b2c3d4e5f", "--unlisted", "--password-file", "-"},
+      {"--radio", "sim", "watch", "0a1b2c3d4e5f", "--unlisted", "--password-file", "-"},
+  };
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  close(ends[0]);
+  const int full = open("/dev/full", O_WRONLY);
+  for (const auto& arguments : kCases) {
+    const auto shown = ::testing::PrintToString(arguments);
+    const auto lost = runProgram(arguments, "sesame", full);
+    EXPECT_EQ(lost.status, kInternal) << shown;
+    EXPECT_THAT(lost.err, ::testing::EndsWith("cannot write the output: No space left on device\n"))
+        << shown;
+    const auto left = runProgram(arguments, "sesame", ends[1]);
+    EXPECT_EQ(left.status, kSignal + SIGPIPE) << shown;
+    EXPECT_EQ(left.err.find("output"), std::string::npos) << shown << left.err;
+  }
+  // What is wrong with the radio is told all the same.
+  setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
+  for (const int out : {full, ends[1]}) {
+    EXPECT_EQ(runProgram({"doctor"}, "", out).status, kNoAdapter);
+    EXPECT_EQ(runProgram({"doctor", "--json"}, "", out).status, kNoAdapter);
+  }
+  close(full);
+  close(ends[1]);
+  std::filesystem::remove_all(state);
 }
 
 TEST(ProgramTest, NoTerminalToAskOn) {

@@ -55,6 +55,8 @@ TEST(UUIDTest, CanonicalForm) {
       {"", std::nullopt},
       {"18a", std::nullopt},
       {"180g", std::nullopt},
+      {"18ag", std::nullopt},
+      {"18ga", std::nullopt},
       {"0x18", std::nullopt},
       {"0000180a", std::nullopt},
       {"0000180a-0000-1000-8000-00805f9b34f", std::nullopt},

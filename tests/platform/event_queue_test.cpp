@@ -7,6 +7,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <csignal>
+#include <ctime>
+
 #include "KVFobLink/KVLinuxPlatform.h"
 #include "platform/linux/owned_fd.h"
 #include "platform/linux/timer_threads.h"
@@ -43,6 +46,54 @@ TEST(TimerThreadsTest, MakerDroppedInsideATickOrBeforeItsTimers) {
   ready = true;
   done.wait(false);
   timer->cancel();
+}
+
+TEST(TimerThreadsTest, TicksThatWereMissedAreSkipped) {
+  constexpr auto kInterval = 80ms;
+  kv::TimerThreads threads;
+  const auto begun = std::chrono::steady_clock::now();
+  std::atomic<int> ticks = 0;
+  const auto timer = threads.start(kInterval, [&] {
+    if (ticks == 0) std::this_thread::sleep_until(begun + 5 * kInterval / 2);
+    ++ticks;
+    ticks.notify_one();
+  });
+  ticks.wait(0);
+  ticks.wait(1);
+  EXPECT_GE(std::chrono::steady_clock::now() - begun, 3 * kInterval);
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, 4 * kInterval);
+}
+
+TEST(TimerThreadsTest, IntervalsBeyondUseAreBounded) {
+  kv::TimerThreads threads;
+  std::atomic<int> ticks = 0;
+  const auto never = threads.start(std::chrono::nanoseconds::max(), [&] { ticks = 1000; });
+  const auto begun = std::chrono::steady_clock::now();
+  const auto always = threads.start(0ns, [&] {
+    ++ticks;
+    ticks.notify_one();
+  });
+  for (int seen = 0; seen < 5; seen = ticks) ticks.wait(seen);
+  EXPECT_GE(std::chrono::steady_clock::now() - begun, 5ms);
+  EXPECT_LT(ticks, 1000);
+}
+
+// The application's threads take its signals, as if there were no timer.
+TEST(TimerThreadsTest, SignalsAreNotForTheTimersThread) {
+  const auto blocked = [] {
+    sigset_t mask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    return sigismember(&mask, SIGUSR1) == 1 && sigismember(&mask, SIGTERM) == 1;
+  };
+  kv::TimerThreads threads;
+  std::atomic<int> seen = -1;
+  const auto timer = threads.start(1ms, [&] {
+    seen = blocked() ? 1 : 0;
+    seen.notify_one();
+  });
+  EXPECT_FALSE(blocked());
+  seen.wait(-1);
+  EXPECT_EQ(seen, 1);
 }
 
 class WatchTest : public testing::Test {
@@ -167,6 +218,17 @@ TEST(EventQueueTest, DelayedTaskMakesTheDescriptorReadableInTime) {
   queue->cancel(near);
   EXPECT_EQ(poll(&self, 1, 0), 0);
   queue->cancel(far);
+  const auto only = queue->postAfter(1ms, [] {});
+  EXPECT_EQ(poll(&self, 1, 10'000), 1);
+  queue->cancel(only);
+  EXPECT_EQ(poll(&self, 1, 0), 0);
+}
+
+TEST(EventQueueTest, RunWithoutWorkCostsNothing) {
+  const auto queue = KVLinuxPlatform::makeEventQueue();
+  const auto busy = std::clock();
+  queue->runFor(100ms);
+  EXPECT_LT(std::clock() - busy, CLOCKS_PER_SEC / 20);
 }
 
 TEST(EventQueueDeathTest, TaskThatThrowsEndsTheProcess) {

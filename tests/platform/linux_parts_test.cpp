@@ -18,6 +18,7 @@
 #include "platform/linux/cipher.h"
 #include "platform/linux/log.h"
 #include "platform/linux/owned_fd.h"
+#include "platform/linux/settings.h"
 
 namespace {
 
@@ -95,6 +96,29 @@ TEST(LogTest, LinesOfThreadsDoNotMix) {
   EXPECT_THAT(lines, testing::ElementsAre(testing::Pair(std::string(200, 'a'), kLines),
                                           testing::Pair(std::string(200, 'b'), kLines),
                                           testing::Pair(std::string(200, 'c'), kLines)));
+}
+
+TEST(LogTest, DescriptorThatTakesNothingHoldsUpNobody) { kv::FdLog(-1).write("lost"); }
+
+TEST(SettingsTest, EachOptionArrivesAsItself) {
+  using std::chrono::milliseconds;
+  KVBlueZOptions given;
+  given.adapter = "hci7";
+  given.busAddress = "unix:path=/nowhere";
+  std::int64_t count = 0;
+  const auto times = [](KVBlueZOptions& of) {
+    return std::array{&of.connectTimeout,    &of.servicesTimeout, &of.requestTimeout,
+                      &of.disconnectTimeout, &of.scanWatchdog,    &of.retryFirst,
+                      &of.retryMost};
+  };
+  for (milliseconds* time : times(given)) *time = milliseconds(++count);
+  const KVLinuxSettings settings(given);
+  KVBlueZOptions taken = settings.data().options.bluez;
+  EXPECT_EQ(taken.adapter, given.adapter);
+  EXPECT_EQ(taken.busAddress, given.busAddress);
+  for (std::size_t i = 0; i < times(given).size(); ++i) {
+    EXPECT_EQ(*times(taken)[i], *times(given)[i]) << i;
+  }
 }
 
 TEST(LogTest, SinkIsCalledOneAtATimeAndMayLog) {

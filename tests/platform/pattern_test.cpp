@@ -27,6 +27,7 @@ TEST(PatternMatcherTest, FullMatch) {
       {"", "", true},
       {"abc\n", "abc", false},
       {"a\nb", "a.b", false},
+      {"a\rb", "a.b", false},
       {"caf\u00e9", "caf.", true},
       {"\U0001F511", ".", true},  // one character, though two UTF-16 units
       {"\u0663", "\\d", true},    // any script's digits
@@ -93,15 +94,22 @@ TEST(PatternMatcherTest, RunawayPatternsEndInTime) {
 TEST(PatternMatcherTest, KeepsABoundedNumberOfPatterns) {
   PatternMatcher matcher;
   for (std::size_t i = 0; i < 3 * PatternMatcher::kCacheSize; ++i) {
-    EXPECT_TRUE(matcher.fullMatch("x" + std::to_string(i), "x" + std::to_string(i)));
+    const std::string text = "x" + std::to_string(i);
+    EXPECT_TRUE(matcher.fullMatch(text, text));
+    EXPECT_EQ(matcher.firstMatch("-" + text, text), text);
   }
   EXPECT_EQ(matcher.cached(), PatternMatcher::kCacheSize);
   EXPECT_TRUE(matcher.fullMatch("x0", "x0"));
+  EXPECT_EQ(matcher.firstMatch("-x0", "x0"), "x0");
 
   PatternMatcher other;
   const std::string huge(PatternMatcher::kLongestCached + 1, 'a');
   EXPECT_TRUE(other.fullMatch(huge, huge));
   EXPECT_EQ(other.cached(), 0U);
+  for (int times = 0; times < 2; ++times) {
+    EXPECT_TRUE(other.fullMatch(huge.substr(1), huge.substr(1)));
+    EXPECT_EQ(other.cached(), 1U);
+  }
 }
 
 TEST(PatternMatcherTest, ThreadsShareThePatterns) {

@@ -182,6 +182,8 @@ TYPED_TEST_P(EventQueueConformance, StopEndsTheRunAfterTheCurrentTask) {
   EXPECT_EQ(this->log.size(), 1U);
   queue.runFor(1ms);
   EXPECT_THAT(this->log, testing::ElementsAre("stopping", "left"));
+  queue.stop();  // of no run
+  EXPECT_FALSE(this->readable());
 }
 
 TYPED_TEST_P(EventQueueConformance, OtherThreadsPostCancelAndStop) {

@@ -76,9 +76,15 @@ TYPED_TEST_P(TimerThreadConformance, NoTickAfterCancelOrDropOnAnotherThread) {
   for (const bool drop : {false, true}) {
     std::atomic<bool> gone = false;
     std::atomic<int> late = 0;
-    auto timer = this->held.timers().start(this->kInterval, [&] {
+    // What the tick owns goes with it, and may use the timers then.
+    const auto other = this->held.timers().start(1h, [] {});
+    std::shared_ptr<void> owned(nullptr, [&](void*) {
+      other->cancel();
+      if (gone) ++late;
+    });
+    auto timer = this->held.timers().start(this->kInterval, [&, token = std::move(owned)] {
       ++this->ticks;
-      std::this_thread::yield();
+      std::this_thread::sleep_for(2ms);  // for long enough to be cancelled meanwhile
       if (gone) ++late;
     });
     const int before = this->ticks;

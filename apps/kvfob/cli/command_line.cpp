@@ -261,6 +261,7 @@ void Builder::addOnTags() {
   addTag(watch);
   addUnlisted(watch);
   addSetting(watch, options_, settingOf("color"));
+  watch.get_option("--timeout")->description("How long it may take to get through to it (30s)");
   addDuration(watch, "How long to watch: 500ms, 30s, 1.5m (until Ctrl-C)");
 }
 
@@ -288,6 +289,7 @@ void Builder::addVirtualTag() {
   auto& tag = add(Command::Tag, "tag", "Put a virtual tag on the air through an adapter of bluez",
                   {"adapter", "timeout"});
   addFixedRadio(tag);
+  tag.get_option("--timeout")->description("How long it may take to come on the air (30s)");
   addValue(tag, "--address", "ADDRESS", "The address in its advertisements (the adapter's own)",
            [&options = options_](const std::string& text) -> std::string {
              const auto address = parseAddress(text);
@@ -298,6 +300,7 @@ void Builder::addVirtualTag() {
   addNumber(tag, "--model", "Its model number, 0 to 255 (1)", UINT8_MAX, options_.model);
   addNumber(tag, "--battery", "Its battery value, 0 to 255 (100)", UINT8_MAX, options_.battery);
   addPasswordFile(tag, "The password that it is bound with already; else it is unbound");
+  addJson(tag);
 }
 
 void Builder::addBook() {
@@ -324,6 +327,7 @@ void Builder::addHelpers() {
       add(Command::Doctor, "doctor", "Tell what is wrong with Bluetooth here, and what to do",
           {"adapter", "color"});
   addFixedRadio(doctor);
+  addJson(doctor);
   addJson(add(Command::Config, "config", "Show the settings in force, and where they come from",
               {"radio", "adapter", "timeout", "log", "color"}));
   addText(add(Command::Help, "help", "Tell of the program, or of one of its commands"), "COMMAND",

@@ -65,14 +65,19 @@ std::string usage(const CLI::App& app) {
   return text + (whole ? " COMMAND ...\n" : "\n");
 }
 
+// Those of the command before those that it shares.
 std::string rows(const CLI::App& app, const std::string& heading, const std::string& group,
                  bool positional) {
-  std::string text;
+  std::string own;
+  std::string shared;
   for (const auto* option : app.get_options()) {
     if (option->get_positional() != positional || option->get_group() != group) continue;
-    text += row(kOptionColumn, nameOf(*option), descriptionOf(*option));
+    const auto* parent = positional ? nullptr : app.get_parent();
+    const bool isOwn = parent == nullptr ||
+                       parent->get_option_no_throw("--" + option->get_lnames().front()) == nullptr;
+    (isOwn ? own : shared) += row(kOptionColumn, nameOf(*option), descriptionOf(*option));
   }
-  return text.empty() ? text : "\n" + heading + ":\n" + text;
+  return own.empty() && shared.empty() ? "" : "\n" + heading + ":\n" + own + shared;
 }
 
 }  // namespace
@@ -107,6 +112,9 @@ Tags:
   "rename" gave it. Addresses may also be written as 0A:1B:2C:3D:4E:5F, 0a-1b-2c-3d-4e-5f
   or 0a1b.2c3d.4e5f. Bound tags are remembered in $XDG_STATE_HOME/kvfob/tags, by default
   ~/.local/state/kvfob/tags, which only you can read; those of the simulated radio apart.
+  Nothing binds a tag but "bind". The other commands act on tags that were bound from here;
+  one that was bound elsewhere becomes yours by "bind" with the password that it has. With
+  --unlisted they act on any tag, and bind it with the password you give if nobody has.
 
 Passwords:
   They have 1 to 13 bytes, and come from --password-file, from the saved one, or from the
@@ -136,7 +144,7 @@ Exit status:
   6   timed out
   7   what is remembered cannot be read or written; nothing was done
   8   done on the tag, but it could not be written down
-  9   the tag was not bound from here
+  9   not a tag that was bound from here, or its name is taken; nothing was sent
   10  a file that was given, or a setting, is not what it should be, or cannot be read
   130, 143 after Ctrl-C and SIGTERM, once links and scan have ended
   141 when whoever read the output went away
@@ -146,7 +154,7 @@ Examples:
   kvfob scan --for 1m --sort name
   kvfob bind 0A:1B:2C:3D:4E:60 --name keys --save-password
   kvfob ring keys
-  kvfob --radio sim ring 0a1b2c3d4e5f          (the password is "sesame")
+  kvfob --radio sim bind 0a1b2c3d4e5f          (the password is "sesame")
   kvfob help watch
   eval "$(kvfob completion bash)"
 )help";
@@ -164,23 +172,20 @@ std::string_view examplesOf(std::string_view command) {
       {"bind",
        "  kvfob bind 0A:1B:2C:3D:4E:60 --name keys --save-password\n"
        "  kvfob --radio sim bind 0a1b2c3d4e60 --password-file ~/.tag\n"},
-      {"ring",
-       "  kvfob ring keys\n"
-       "  kvfob --radio sim ring 0a1b2c3d4e5f          (the password is \"sesame\")\n"},
+      {"ring", "  kvfob ring keys bicycle\n  kvfob ring --all --json\n"},
       {"silence", "  kvfob silence keys\n"},
-      {"alert",
-       "  kvfob alert keys on\n  kvfob --adapter hci1 --log radio alert keys on --password-file "
-       "~/.tag\n"},
+      {"alert", "  kvfob alert keys on\n  kvfob alert --all off --adapter hci1 --log radio\n"},
       {"delay", "  kvfob delay keys 600\n"},
       {"distance", "  kvfob distance keys near\n"},
       {"unbind", "  kvfob unbind keys\n"},
       {"watch", "  kvfob watch keys\n  kvfob watch keys --for 1h --timeout 2m\n"},
       {"list", "  kvfob list\n  kvfob --radio sim list --names\n"},
       {"rename", "  kvfob rename keys bicycle\n  kvfob rename 0a1b2c3d4e60 \"front door\"\n"},
-      {"forget", "  kvfob forget bicycle\n"},
+      {"forget", "  kvfob forget bicycle\n  kvfob forget bicycle --yes\n"},
       {"tag",
        "  kvfob tag --adapter hci1 --battery 80        (then \"press\", \"battery N\" or "
        "\"quit\")\n"},
+      {"shell", "  kvfob shell\n  kvfob --radio sim shell < commands.txt\n"},
       {"doctor", "  kvfob doctor\n  kvfob doctor --json --adapter hci1\n"},
       {"config", "  kvfob config\n  KVFOB_RADIO=sim kvfob config --json\n"},
       {"help", "  kvfob help\n  kvfob help watch\n"},

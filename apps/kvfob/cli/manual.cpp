@@ -37,8 +37,11 @@ std::string upper(std::string text) {
 
 // "--radio bluez|sim", or the name of a positional with its words.
 std::string nameOf(const CLI::Option& option) {
-  std::string text =
-      "\\fB" + escaped(option.get_name(/*positional=*/option.get_positional())) + "\\fR";
+  std::string names;
+  for (const auto& letter : option.get_snames()) names += "-" + letter + ", ";
+  names += option.get_positional() ? option.get_name(/*positional=*/true)
+                                   : "--" + option.get_lnames().front();
+  std::string text = "\\fB" + escaped(names) + "\\fR";
   if (!option.get_type_name().empty()) text += " \\fI" + escaped(option.get_type_name()) + "\\fR";
   return text;
 }

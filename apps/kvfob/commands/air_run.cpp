@@ -9,7 +9,10 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <chrono>
 #include <utility>
+
+#include "apps/kvfob/base/text.h"
 
 namespace kvfob {
 namespace {
@@ -17,10 +20,8 @@ namespace {
 using namespace std::chrono_literals;
 using kvsim::TagEventKind;
 
-// How long the adapter may take to be found at the start, and then bluetoothd to take the tag.
-// Later either may be gone for as long as it likes.
-constexpr std::chrono::milliseconds kPatience = 3s;
-constexpr std::chrono::milliseconds kRegistering = 20s;
+// The Bluetooth service may just be starting; after so long the user wants to know.
+constexpr std::chrono::milliseconds kHint = 2s;
 constexpr std::size_t kLineMost = 200;
 
 kvsim::AirTagOptions airOptions(const Options& options, const Secret& password) {
@@ -41,6 +42,7 @@ AirRun::AirRun(std::shared_ptr<KVLinuxEventQueue> queue, Loop& loop, Console& co
       loop_(loop),
       console_(console),
       patience_(options.timeout),
+      json_(options.json),
       tag_(queue_, airOptions(options, password)),
       input_(queue_->watch(STDIN_FILENO, POLLIN, [this](short) { readInput(); })) {
   tag_.setStateCallback(
@@ -48,51 +50,66 @@ AirRun::AirRun(std::shared_ptr<KVLinuxEventQueue> queue, Loop& loop, Console& co
   tag_.setObserver([this](const kvsim::TagEvent& event) { tagEvent(event); });
 }
 
+bool AirRun::ended() const { return quit_ || loop_.signal() != 0 || !console_.good(); }
+
+// Once on the air, the adapter and the service may be gone for as long as they like. Before, only
+// time tells what will come of it: whatever the state is, it may be about to change.
 Outcome AirRun::run() {
-  const auto ended = [this] { return quit_ || loop_.signal() != 0 || !console_.good(); };
-  const auto decided = [&] { return ended() || everOnAir_; };
-  // The tag's state is there before it is reported, so a reason alone is no refusal.
-  const auto refused = [this] {
-    return tag_.state() == kvsim::AirState::Waiting && !tag_.reason().empty();
-  };
-  if (!loop_.runUntil(decided, std::min(patience_, kPatience)) && !refused()) {
-    loop_.runUntil([&] { return decided() || refused(); }, kRegistering);
+  const auto decided = [this] { return ended() || everOnAir_; };
+  const auto first = std::min(patience_, kHint);
+  if (!loop_.runUntil(decided, first)) {
+    hinted_ = true;
+    if (patience_ > first) stateChanged(tag_.state(), tag_.reason());
+    loop_.runUntil(decided, patience_ - first);
   }
-  if (!ended() && !everOnAir_) {
+  if (!decided()) {
     const auto& reason = tag_.reason();
     return {kNoAdapter, reason.empty() ? "the Bluetooth service does not answer" : reason};
   }
-  loop_.runUntil(ended);
+  loop_.runUntil([this] { return ended(); });
   return loop_.signal() != 0 ? Outcome{kSignal + loop_.signal(), ""} : Outcome();
+}
+
+// One thing that happened, for people or for scripts.
+void AirRun::say(const char* event, const std::string& text, const Json& facts) {
+  if (!json_) return console_.line(text);
+  Json line{{"event", event}, {"time", isoTime(std::chrono::system_clock::now())}};
+  line.update(facts);
+  console_.line(jsonLine(line));
 }
 
 void AirRun::stateChanged(kvsim::AirState state, const std::string& reason) {
   if (state == kvsim::AirState::OnAir) {
-    console_.line("ready: " + reason);
+    say("ready", "ready: " + reason, {{"address", tag_.tag()->address()}});
     if (!std::exchange(everOnAir_, true) && isatty(STDIN_FILENO) == 1) {
       console_.note("type press, battery N (0 to 255) or quit, or just p, b N or q");
     }
   } else if (everOnAir_) {
-    console_.line("waiting: " + reason);
+    say("waiting", "waiting: " + reason, {{"reason", reason}});
+  } else if (hinted_) {
+    console_.note("waiting: " + (reason.empty() ? "for the Bluetooth service" : reason));
   }
 }
 
 void AirRun::tagEvent(const kvsim::TagEvent& event) {
+  const auto tell = [&](const char* name) { say(name, event.text, {{"text", event.text}}); };
   switch (event.kind) {
     case TagEventKind::Connected:
-      return console_.line("connected");
+      return say("connected", "connected");
     case TagEventKind::Disconnected:
-      return console_.line("disconnected");
+      return say("disconnected", "disconnected");
     case TagEventKind::PasswordAccepted:
-      return console_.line("bound");
+      return say("bound", "bound");
     case TagEventKind::PasswordRejected:
-      return console_.line("wrong password");
+      return say("wrong-password", "wrong password");
     case TagEventKind::CommandReceived:
+    case TagEventKind::DistanceWritten:
+      return tell("command");
     case TagEventKind::CommandRefused:
+      return tell("command-refused");
     case TagEventKind::TokenRejected:
     case TagEventKind::FrameRejected:
-    case TagEventKind::DistanceWritten:
-      return console_.line(event.text);
+      return tell("not-understood");
     default:
       return;
   }

@@ -4,10 +4,9 @@
 #include "apps/kvfob/commands/config.h"
 
 #include <algorithm>
-#include <chrono>
 #include <string>
 
-#include "apps/kvfob/base/result.h"
+#include "apps/kvfob/commands/reported.h"
 
 namespace kvfob {
 namespace {
@@ -20,20 +19,20 @@ std::string column(std::string text, std::size_t width) {
 }  // namespace
 
 Outcome runConfig(const Options& options, Console& console) {
-  for (const auto& [name, value, from] : options.settings) {
-    if (options.json) {
-      console.line(jsonLine({{"event", "setting"},
-                             {"name", name},
-                             {"value", value.empty() ? Json() : Json(value)},
-                             {"from", from}}));
-    } else {
-      console.line(column(name, 9) + column(value.empty() ? "-" : value, 19) + from);
+  const auto show = [&] {
+    for (const auto& [name, value, from] : options.settings) {
+      if (options.json) {
+        console.line(jsonLine({{"event", "setting"},
+                               {"name", name},
+                               {"value", value.empty() ? Json() : Json(value)},
+                               {"from", from}}));
+      } else {
+        console.line(column(name, 9) + column(value.empty() ? "-" : value, 19) + from);
+      }
     }
-  }
-  if (options.json) {
-    console.line(jsonLine(resultOf("config", Json::object(), Outcome(), {})));
-  }
-  return {};
+    return Outcome();
+  };
+  return reported("config", Json::object(), options, console, show);
 }
 
 }  // namespace kvfob

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "KVFobLink/KVLinuxDiagnosis.h"
+#include "apps/kvfob/commands/reported.h"
 #include "apps/kvfob/terminal/loop.h"
 
 namespace kvfob {
@@ -16,18 +17,19 @@ namespace {
 struct Mark {
   Style style;
   const char* text;
+  const char* word;
 };
 
 Mark markOf(KVVerdict verdict) {
   switch (verdict) {
     case KVVerdict::Ok:
-      return {Style::Good, "ok     "};
+      return {Style::Good, "ok     ", "ok"};
     case KVVerdict::Hint:
-      return {Style::Accent, "note   "};
+      return {Style::Accent, "note   ", "note"};
     case KVVerdict::Unusable:
       break;
   }
-  return {Style::Bad, "PROBLEM"};
+  return {Style::Bad, "PROBLEM", "problem"};
 }
 
 void print(const KVFinding& finding, Console& console) {
@@ -41,9 +43,15 @@ void print(const KVFinding& finding, Console& console) {
   }
 }
 
-}  // namespace
+void printJson(const KVFinding& finding, Console& console) {
+  console.line(jsonLine({{"event", "finding"},
+                         {"topic", finding.topic},
+                         {"verdict", markOf(finding.verdict).word},
+                         {"seen", finding.seen},
+                         {"advice", finding.advice.empty() ? Json() : Json(finding.advice)}}));
+}
 
-Outcome runDoctor(const Options& options, const SignalFd& signals, Console& console) {
+Outcome diagnose(const Options& options, const SignalFd& signals, Console& console) {
   const auto queue = KVLinuxPlatform::makeEventQueue();
   Loop loop(queue, signals);
   KVBlueZOptions bluez;
@@ -54,7 +62,7 @@ Outcome runDoctor(const Options& options, const SignalFd& signals, Console& cons
       KVLinuxDiagnosis::start(queue, bluez, [&](const std::vector<KVFinding>& findings) {
         done = true;
         for (const auto& finding : findings) {
-          print(finding, console);
+          options.json ? printJson(finding, console) : print(finding, console);
           if (finding.verdict == KVVerdict::Unusable) problem = finding.seen;
         }
       });
@@ -62,6 +70,13 @@ Outcome runDoctor(const Options& options, const SignalFd& signals, Console& cons
   if (!done) return {kSignal + loop.signal(), ""};
   if (!problem.empty()) return {kNoAdapter, "Bluetooth cannot be used: " + problem};
   return {};
+}
+
+}  // namespace
+
+Outcome runDoctor(const Options& options, const SignalFd& signals, Console& console) {
+  return reported("doctor", {{"adapter", options.adapter.empty() ? Json() : Json(options.adapter)}},
+                  options, console, [&] { return diagnose(options, signals, console); });
 }
 
 }  // namespace kvfob

@@ -15,6 +15,7 @@
 #include "apps/kvfob/commands/config.h"
 #include "apps/kvfob/commands/doctor.h"
 #include "apps/kvfob/commands/on_tags.h"
+#include "apps/kvfob/commands/reported.h"
 #include "apps/kvfob/decode/decode.h"
 #include "apps/kvfob/demo/demo.h"
 #include "apps/kvfob/radio/radio.h"
@@ -48,7 +49,8 @@ Outcome runAir(const Options& options, const SignalFd& signals, Console& console
   console.note("radio: bluez, adapter " + options.adapter);
   const auto queue = KVLinuxPlatform::makeEventQueue();
   Loop loop(queue, signals);
-  return AirRun(queue, loop, console, options, password).run();
+  return reported("tag", {{"adapter", options.adapter}}, options, console,
+                  [&] { return AirRun(queue, loop, console, options, password).run(); });
 }
 
 // A line that a later version of the program wrote is not worth a word each time.

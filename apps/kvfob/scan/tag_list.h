@@ -51,8 +51,8 @@ class TagList {
   void arrange(SortBy order, const std::string& filter);
   const std::vector<const HeardTag*>& shown() const { return shown_; }
 
-  /// The place of the selected tag in `shown`: once selected, a tag stays so wherever it goes;
-  /// until then it is the first place. Nothing is selected where nothing is shown.
+  /// The place of the selected tag in `shown`: once selected, a tag stays so wherever it goes.
+  /// Until then it is the first place. Nothing is selected where nothing is shown.
   std::size_t selected() const { return selected_; }
   const HeardTag* selectedTag() const;
 

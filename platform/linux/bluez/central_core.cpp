@@ -10,13 +10,13 @@ namespace kv {
 
 CentralCore::CentralCore(KVCentral& central, KVCentralDelegate& delegate, WeakLinuxQueue queue,
                          const KVBlueZOptions& options, const BlueZTiming& timing,
-                         std::shared_ptr<KVLog> log)
+                         std::shared_ptr<KVLog> log, std::shared_ptr<HciSockets> sockets)
     : central_(&central),
       delegate_(&delegate),
       context_{std::move(queue), std::move(log), options, timing},
       daemon_(context_, *this, [this] { updateAdapter(); }),
       scan_(context_),
-      rssi_(context_),
+      rssi_(context_, std::move(sockets)),
       noAdapter_(context_.queue) {
   context_.daemon = &daemon_;
 }
@@ -27,7 +27,6 @@ void CentralCore::start() {
 
 void CentralCore::close() {
   *context_.open = false;
-  central_ = nullptr;
   // No answer is waited for; the daemon carries these out after we have left the bus.
   scan_.close();
   for (const auto& [address, link] : links_) link->close();

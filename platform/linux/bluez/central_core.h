@@ -32,7 +32,8 @@ class CentralCore : public std::enable_shared_from_this<CentralCore>,
                     private LinkHost {
  public:
   CentralCore(KVCentral& central, KVCentralDelegate& delegate, WeakLinuxQueue queue,
-              const KVBlueZOptions& options, const BlueZTiming& timing, std::shared_ptr<KVLog> log);
+              const KVBlueZOptions& options, const BlueZTiming& timing, std::shared_ptr<KVLog> log,
+              std::shared_ptr<HciSockets> sockets);
 
   void start();
   /// Ends all events, links and scans. The central may be gone afterwards.

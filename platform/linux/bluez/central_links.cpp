@@ -14,8 +14,7 @@ namespace {
 // only a static one has both (Bluetooth Core Specification, Vol 6, Part B, 1.3.2). The daemon
 // removes such a device soon after discovery has ended.
 bool hasPrivateAddress(const DeviceObject& device) {
-  return device.randomAddress && !device.address.empty() && device.address[0] >= '0' &&
-         device.address[0] <= '7';
+  return device.randomAddress && device.address < "8";
 }
 
 }  // namespace
@@ -92,9 +91,8 @@ void CentralCore::grantInitiating() {
   initiator_ = waitingInitiators_.front();
   waitingInitiators_.pop_front();
   const DeviceObject* device = daemon_.tree().device(adapterOn_, initiator_->address());
-  scan_.pause(device == nullptr || !hasPrivateAddress(*device), [this] {
-    if (initiator_ != nullptr) initiator_->initiatingGranted();
-  });
+  scan_.pause(device == nullptr || !hasPrivateAddress(*device),
+              [this] { initiator_->initiatingGranted(); });
 }
 
 void CentralCore::reportConnected(Link& link) {

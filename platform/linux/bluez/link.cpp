@@ -98,31 +98,20 @@ void Link::deviceHeard() {
 }
 
 void Link::deviceChanged(const DeviceObject& device) {
-  switch (phase_) {
-    case Phase::WaitingAdvertisement:
-      if (device.connected) {
-        begin();  // by another program; it serves as well
-      }
-      break;
-    case Phase::Connecting:
-      if (device.connected) resolve(device);
-      break;
-    case Phase::Resolving:
-      if (device.connected) {
-        resolve(device);
-      } else {
-        attemptFailed({});
-      }
-      break;
-    case Phase::Up:
-      if (!device.connected) dropped({"The link was lost", KVBluetoothErrorLinkLost, std::nullopt});
-      break;
-    case Phase::Ending:
-      // While the Connect of this attempt is pending the daemon would refuse the next one.
-      if (!device.connected && !connectCall_) ended();
-      break;
-    default:
-      break;
+  if (device.connected) {
+    if (phase_ == Phase::WaitingAdvertisement) {
+      begin();  // by another program; it serves as well
+    } else if (phase_ == Phase::Connecting || phase_ == Phase::Resolving) {
+      resolve(device);
+    }
+  } else if (phase_ == Phase::Resolving) {
+    attemptFailed({});
+  } else if (phase_ == Phase::Up) {
+    downError_ = KVError{"The link was lost", KVBluetoothErrorLinkLost, std::nullopt};
+    // When the adapter is powered off its links end first, but its state is to be reported first.
+    leave(Phase::Dropping, context_.timing.dropHold);
+  } else if (phase_ == Phase::Ending && !connectCall_) {
+    ended();  // while Connect is pending the daemon would refuse the next one
   }
 }
 
@@ -144,14 +133,6 @@ void Link::giveUpLink(GattSession::Broken why) {
   downError_ =
       KVError{std::string("The tag ") + text(why), KVBluetoothErrorLinkGivenUp, std::nullopt};
   disconnect(context_.options.disconnectTimeout);
-}
-
-void Link::dropped(const KVError& error) {
-  if (phase_ == Phase::Up) {
-    downError_ = error;
-    // When the adapter is powered off its links end first, but its state is to be reported first.
-    leave(Phase::Dropping, context_.timing.dropHold);
-  }
 }
 
 void Link::leave(Phase phase, std::chrono::milliseconds limit) {
@@ -213,32 +194,24 @@ std::chrono::milliseconds Link::backoff() const {
 }
 
 void Link::cancel() {
-  switch (phase_) {
-    case Phase::Idle:
-      break;
-    case Phase::Up:
-      peripheral_->setState(KVPeripheralStateDisconnecting);
+  if (phase_ == Phase::Idle) return;
+  if (phase_ == Phase::Up) {
+    peripheral_->setState(KVPeripheralStateDisconnecting);
+    disconnect(context_.options.disconnectTimeout);
+    failures_ = 0;
+  } else if (reportDown_) {
+    wanted_ = false;  // the end that is about to be reported answers both
+  } else {
+    if (std::exchange(wanted_, false)) host_.reportDisconnected(*this, std::nullopt);
+    failures_ = 0;
+    silent_ = false;
+    // The report does not wait, but the next attempt waits for the end of this one.
+    if (phase_ == Phase::Connecting || phase_ == Phase::Resolving) {
       disconnect(context_.options.disconnectTimeout);
-      failures_ = 0;
-      break;
-    case Phase::Dropping:
-    case Phase::Ending:
-      if (reportDown_) {
-        wanted_ = false;  // the end that is about to be reported answers both
-        break;
-      }
-      [[fallthrough]];
-    default:
-      if (std::exchange(wanted_, false)) host_.reportDisconnected(*this, std::nullopt);
-      failures_ = 0;
-      silent_ = false;
-      // The report does not wait, but the next attempt waits for the end of this one.
-      if (phase_ == Phase::Connecting || phase_ == Phase::Resolving) {
-        disconnect(context_.options.disconnectTimeout);
-      } else if (phase_ != Phase::Ending) {
-        host_.releaseInitiating(*this);
-        enter(Phase::Idle);
-      }
+    } else if (phase_ != Phase::Ending) {
+      host_.releaseInitiating(*this);
+      enter(Phase::Idle);
+    }
   }
 }
 

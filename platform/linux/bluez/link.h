@@ -91,7 +91,6 @@ class Link {
   void attemptFailed(std::chrono::milliseconds pause);
   void retryAfterFailure();
   void waitForAdvertisement();
-  void dropped(const KVError& error);
   void leave(Phase phase, std::chrono::milliseconds limit);
   void disconnect(std::chrono::milliseconds limit);
   void ended();

@@ -45,7 +45,8 @@ void Link::attemptConnect() {
       [this](const BusMessage&, const BusFault& error) { connectAnswered(error); });
 }
 
-// What counts is the state of the device; the answer only tells when to stop waiting for it.
+// What counts is the state of the device; the answer only tells when to stop waiting for it. A link
+// that is known of has ended the phase of connecting.
 void Link::connectAnswered(const BusFault& error) {
   connectCall_.reset();
   const Fault fault = classify(error);
@@ -56,7 +57,7 @@ void Link::connectAnswered(const BusFault& error) {
   switch (fault) {
     case Fault::None:
     case Fault::AlreadyConnected:
-      if (!deviceConnected()) awaitConnected();
+      awaitConnected();
       break;
     case Fault::InProgress:
       break;  // another program's attempt: its outcome is ours, until the limit of this one
@@ -69,11 +70,7 @@ void Link::connectAnswered(const BusFault& error) {
       attemptFailed(context_.timing.connectionLimitPause);
       break;
     default:
-      if (deviceConnected()) {
-        disconnect(context_.timing.settle);
-      } else {
-        attemptFailed({});
-      }
+      attemptFailed({});
   }
 }
 

@@ -50,16 +50,20 @@ class UnsupportedCentral : public KVCentral {
 
 class BlueZRadio : public KVRadio {
  public:
-  BlueZRadio(KVBlueZOptions options, BlueZTiming timing, std::shared_ptr<KVLog> log)
-      : options_(std::move(options)), timing_(timing), log_(std::move(log)) {}
+  BlueZRadio(KVBlueZOptions options, BlueZTiming timing, std::shared_ptr<KVLog> log,
+             std::shared_ptr<HciSockets> sockets)
+      : options_(std::move(options)),
+        timing_(timing),
+        log_(std::move(log)),
+        sockets_(std::move(sockets)) {}
 
   std::shared_ptr<KVCentral> makeCentral(KVCentralDelegate& delegate,
                                          const std::shared_ptr<KVEventQueue>& queue) override {
     const auto watching = std::dynamic_pointer_cast<KVLinuxEventQueue>(queue);
     if (!watching) return makeUnsupported(delegate, queue);
     auto central = std::make_shared<BlueZCentral>();
-    const auto core =
-        std::make_shared<CentralCore>(*central, delegate, watching, options_, timing_, log_);
+    const auto core = std::make_shared<CentralCore>(*central, delegate, watching, options_, timing_,
+                                                    log_, sockets_);
     central->setCore(core);
     queue->post([weak = std::weak_ptr<CentralCore>(core)] {
       if (const auto started = weak.lock()) started->start();
@@ -83,13 +87,15 @@ class BlueZRadio : public KVRadio {
   const KVBlueZOptions options_;
   const BlueZTiming timing_;
   const std::shared_ptr<KVLog> log_;
+  const std::shared_ptr<HciSockets> sockets_;
 };
 
 }  // namespace
 
 std::shared_ptr<KVRadio> makeBlueZRadio(KVBlueZOptions options, std::shared_ptr<KVLog> log,
-                                        BlueZTiming timing) {
-  return std::make_shared<BlueZRadio>(std::move(options), timing, std::move(log));
+                                        BlueZTiming timing, std::shared_ptr<HciSockets> sockets) {
+  return std::make_shared<BlueZRadio>(std::move(options), timing, std::move(log),
+                                      std::move(sockets));
 }
 
 }  // namespace kv

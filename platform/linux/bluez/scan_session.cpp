@@ -20,7 +20,7 @@ constexpr int kFailuresToTell = 3;
 // without any filter BlueZ withholds devices and repeats; the empty pattern undoes one that another
 // client has set.
 void appendFilter(sd_bus_message* message) {
-  sd_bus_message_append(message, "a{sv}", 3, "Transport", "s", "le", "DuplicateData", "b", 1,
+  sd_bus_message_append(message, "a{sv}", 3, "Transport", "s", "le", "DuplicateData", "b", true,
                         "Pattern", "s", "");
 }
 
@@ -60,12 +60,10 @@ void ScanSession::pause(bool halt, std::function<void()> halted) {
 void ScanSession::resume() {
   paused_ = false;
   halted_ = nullptr;
-  haltLimit_.cancel();
   reconcile();
 }
 
 void ScanSession::tellHalted() {
-  haltLimit_.cancel();
   if (const auto halted = std::exchange(halted_, nullptr)) halted();
 }
 

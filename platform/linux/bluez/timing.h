@@ -25,7 +25,7 @@ struct BlueZTiming {
   std::chrono::milliseconds shortLink{5'000};
   /// The services of a link may be exported after it is called resolved.
   std::chrono::milliseconds servicesGrace{2'000};
-  /// A Connect that succeeded without a link, or failed with one, settles within this time.
+  /// A Connect that succeeded without a link gets one within this time.
   std::chrono::milliseconds settle{3'000};
   /// An attempt at a tag that has not been heard is cut to this while others wait for the radio: a
   /// scan, or another attempt. The tag is then tried again when it is heard.

@@ -193,8 +193,7 @@ void BusConnection::process() {
 }
 
 void BusConnection::fail(int error) {
-  watch_.reset();
-  timer_.cancel();
+  watch_.reset();  // a timer that comes late fails again, which is told to nobody
   sd_bus_close(bus_.get());
   if (const auto lost = std::exchange(lost_, nullptr)) lost(error);
 }
