@@ -163,6 +163,8 @@ TEST_F(ScreensTest, WatchKeysGiveCommands) {
                {"\033", "silence"},
                {"d600\r", "delay 600, in the tag's own unit"},
                {"d9999\r", "a delay is 0 to 7000"},
+               {"d7000\r", "delay 7000, in"},
+               {"d0\r", "delay 0, in the tag's own unit"},
                {"1", "← loss distance far: answered after"},
                {"3", "distance near"},
                {"", "button pressed"}});

@@ -337,6 +337,50 @@ TEST(WatchViewTest, ShowsEverythingInItsPlace) {
   EXPECT_EQ(text(drawWatch(view, {.width = 60, .height = 14})), smaller);
 }
 
+TEST(WatchViewTest, TinyAndWideTerminals) {
+  auto view = busyWatch();
+  view.events.resize(1);
+  view.events[0].text = "→ ring: sent";
+  view.connection = KVConnectionConnected;
+  const std::string tiny =
+      "café 鍵 with a name that goes on\n"
+      "● connected\n"
+      "-71 dBm, far\n"
+      "→ ring: sent\n"
+      "r ring  s silence  q quit\n"
+      "a larger terminal shows more\n";
+  for (const Look& look : {Look{.width = 49, .height = 20}, Look{.width = 80, .height = 13}}) {
+    EXPECT_THAT(text(drawWatch(view, look)), ::testing::StartsWith(tiny));
+  }
+  view.typedDelay = "60";
+  EXPECT_THAT(text(drawWatch(view, {.width = 40, .height = 10})), HasSubstr("\ndelay 60_\n"));
+  EXPECT_THAT(text(drawWatch(view, {.width = 80, .height = 24})),
+              HasSubstr("0 to 7000: 60_   Enter"));
+  const std::string signal = " Signal  -71 dBm  ██████░░░░░░ far      Battery 200";
+  EXPECT_THAT(drawWatch(view, {.width = 99, .height = 24})[2], ::testing::StartsWith(signal));
+  EXPECT_EQ(drawWatch(view, {.width = 100, .height = 24})[2],
+            " Signal  -71 dBm  ███████████████░░░░░░░░░░░░░░░ far      Battery 200 ████████░░   "
+            "Model not told");
+}
+
+TEST(WatchViewTest, NamesTheStateOfTheConnection) {
+  const struct {
+    std::uint64_t connection;
+    bool heard;
+    const char* state;
+  } kCases[] = {{KVConnectionConnected, true, "● connected   0:05:00"},
+                {KVConnectionConnecting, true, "○ connecting   0:05:00"},
+                {KVConnectionVerifyFailed, true, "○ password refused   0:05:00"},
+                {KVConnectionDisconnect, true, "○ connection lost   0:05:00"},
+                {KVConnectionDisconnect, false, "○ searching   0:05:00"}};
+  for (const auto& [connection, heard, state] : kCases) {
+    auto view = busyWatch();
+    view.connection = connection;
+    if (heard) view.heard = 1s;
+    EXPECT_THAT(drawWatch(view, {.width = 80, .height = 24})[0], ::testing::EndsWith(state));
+  }
+}
+
 TEST(WatchViewTest, NamesUnitsAndWhatIsNotSet) {
   auto view = busyWatch();
   const Look look{.width = 80, .height = 24};

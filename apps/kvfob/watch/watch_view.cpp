@@ -40,7 +40,7 @@ State stateOf(const WatchView& view) {
     case KVConnectionVerifyFailed:
       return {"○ password refused", Style::Bad};
     default:
-      return view.found ? State{"○ connection lost", Style::Bad}
+      return view.heard ? State{"○ connection lost", Style::Bad}
                         : State{"○ searching", Style::Warn};
   }
 }
