@@ -221,6 +221,9 @@ TEST(SentCommandsTest, TellsBothDirectionsAndHowLongItTook) {
   sent.overdue(6s);
   EXPECT_THAT(sent.lost(), ElementsAre("  loss distance far: no answer, as the link was lost"));
   EXPECT_THAT(sent.lost(), ElementsAre());
+  sent.sent(CommandKind::Delay, "loss delay 2", 0s);
+  EXPECT_EQ(sent.answered(CommandKind::Delay, std::nullopt, 1s),
+            "← loss delay 2: answered after 1.0 s");
 }
 
 }  // namespace

@@ -186,7 +186,7 @@ TEST(TagStreamTest, TellsWhatIsNews) {
   for (const auto& [what, row, later, news] : kCases) {
     TagStream stream;
     EXPECT_TRUE(stream.empty());
-    const auto now = Time{} + 10s;
+    const auto now = 10s;
     EXPECT_TRUE(stream.news(known, now)) << what;
     EXPECT_FALSE(stream.empty());
     EXPECT_EQ(stream.news(row, now + later), news) << what;
@@ -200,15 +200,15 @@ TEST(TagStreamTest, TellsWhatIsNews) {
 TEST(TagStreamTest, ATagThatComesBackIsToldWhenItsSecondIsOver) {
   TagStream stream;
   TagRow row{.address = "0a1b2c3d4e5f", .lastAdvertised = Time{}};
-  EXPECT_TRUE(stream.news(row, Time{}));
+  EXPECT_TRUE(stream.news(row, 0s));
   row.battery = 1;
-  EXPECT_TRUE(stream.news(row, Time{} + 10s - 1ms));
+  EXPECT_TRUE(stream.news(row, 10s - 1ms));
   row.lastAdvertised = Time{} + 10s;
-  EXPECT_FALSE(stream.news(row, Time{} + 10s));
+  EXPECT_FALSE(stream.news(row, 10s));
   row.lastAdvertised = Time{} + 11s;
-  EXPECT_TRUE(stream.news(row, Time{} + 11s));
+  EXPECT_TRUE(stream.news(row, 11s));
   row.lastAdvertised = Time{} + 13s;
-  EXPECT_FALSE(stream.news(row, Time{} + 13s));
+  EXPECT_FALSE(stream.news(row, 13s));
 }
 
 }  // namespace

@@ -136,6 +136,19 @@ TEST_F(ScreensTest, ScanBindsAndWatches) {
   EXPECT_NE(text.find("sim\t0a1b2c3d4e61\t\t67656865696d\n"), std::string::npos) << text;
 }
 
+TEST_F(ScreensTest, ScanLeavesItsTableAsItWas) {
+  setenv("LC_ALL", "C", 1);
+  Child child(kScan);
+  ASSERT_TRUE(child.awaitText("0a1b2c3d4e61"));
+  play(child, {{"s", "heard"}, {"s", "address"}});
+  child.forgetOutput();
+  child.type("q");
+  EXPECT_EQ(child.awaitEnd(), kDone);
+  const auto table = child.output().substr(child.output().rfind("ADDRESS"));
+  EXPECT_LT(table.find("4e5f"), table.find("4e60"));
+  EXPECT_NE(table.find("####...."), std::string::npos) << table;
+}
+
 TEST_F(ScreensTest, WatchKeysGiveCommands) {
   Child child({"--radio", "sim", "--color", "never", "watch", "keys"});
   play(child, {{"", "not set"},
@@ -145,10 +158,13 @@ TEST_F(ScreensTest, WatchKeysGiveCommands) {
                {"s", "← silence: answered after"},
                {"a", "← loss alert on: answered after"},
                {"a", "← loss alert off: answered after"},
-               {"d60x\x7f", "0 to 7000: 6_"},
+               {"d69\x7f", "0 to 7000: 6_"},
+               {"x0x5", "0 to 7000: 605_"},
                {"\033", "silence"},
                {"d600\r", "delay 600, in the tag's own unit"},
                {"d9999\r", "a delay is 0 to 7000"},
+               {"d7000\r", "delay 7000, in"},
+               {"d0\r", "delay 0, in the tag's own unit"},
                {"1", "← loss distance far: answered after"},
                {"3", "distance near"},
                {"", "button pressed"}});

@@ -32,7 +32,8 @@ class Scan {
           const auto known = memory_.find(row.address);
           row.name = known ? known->name : "";
           row.bound = known && known->bound;
-        }) {}
+        }),
+        order_(options.sort) {}
 
   Outcome run();
 
@@ -44,6 +45,9 @@ class Scan {
   void writeTable();
 
   KVEventQueue& queue() const { return session_.loop().queue(); }
+  std::chrono::milliseconds at() const {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(queue().now() - start_);
+  }
 
   Session& session_;
   const Options& options_;
@@ -53,13 +57,21 @@ class Scan {
   TagList tags_;
   TagStream stream_;
   bool looking_ = false;
+  Look look_;  // of the table in the end
+  SortBy order_;
   std::unique_ptr<ScanScreen> screen_;
 };
 
 Outcome Scan::run() {
   session_.surviveAdapter();
   session_.whenOn([this] { begin(); }, options_.timeout);
-  session_.atEnd([this] { screen_.reset(); });
+  look_.color = session_.console().color();
+  session_.atEnd([this] {
+    if (!screen_) return;
+    look_ = screen_->look();
+    order_ = screen_->order();
+    screen_.reset();
+  });
   auto outcome = session_.run();
   // What was found until Ctrl-C is shown all the same.
   if (outcome.code == kNoAdapter) return outcome;
@@ -83,9 +95,9 @@ void Scan::begin() {
 }
 
 void Scan::refresh() {
-  const auto at = std::chrono::duration_cast<std::chrono::milliseconds>(queue().now() - start_);
-  for (const auto& tracker : session_.manager().scannedTrackers()) tags_.take(*tracker, at);
-  for (const auto& tracker : *session_.manager().bindTrackers()) tags_.take(*tracker, at);
+  const auto now = at();
+  for (const auto& tracker : session_.manager().scannedTrackers()) tags_.take(*tracker, now);
+  for (const auto& tracker : *session_.manager().bindTrackers()) tags_.take(*tracker, now);
 }
 
 void Scan::look() {
@@ -102,17 +114,15 @@ void Scan::tell() {
   const auto now = KVPlatform::current().clock->now();
   std::string lines;
   for (const auto* tag : tags_.shown()) {
-    if (stream_.news(tag->row, now)) lines += jsonLine(tagEvent(tag->row, now)) + "\n";
+    if (stream_.news(tag->row, at())) lines += jsonLine(tagEvent(tag->row, now)) + "\n";
   }
   if (!lines.empty()) session_.console().block(lines);
 }
 
 void Scan::writeTable() {
-  Look look;
-  look.color = session_.console().color();
-  tags_.arrange(options_.sort, "");
+  tags_.arrange(order_, "");
   const ScanRows rows{.tags = tags_.shown(), .now = KVPlatform::current().clock->now()};
-  for (const auto& line : drawTable(rows, look)) session_.console().line(line);
+  for (const auto& line : drawTable(rows, look_)) session_.console().line(line);
 }
 
 }  // namespace

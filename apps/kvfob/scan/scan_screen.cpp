@@ -82,7 +82,7 @@ void ScanScreen::typedInFilter(const Key& key) {
 
 bool ScanScreen::moved(const Key& key) {
   const bool typing = typingFilter_;
-  const auto layout = layoutOf(panel_, screen_.look(/*color=*/false));
+  const auto layout = layoutOf(panel_, look());
   const auto page = static_cast<std::ptrdiff_t>(std::max<std::size_t>(1, layout.room()));
   const auto all = static_cast<std::ptrdiff_t>(tags_.shown().size());
   if (key.kind == KeyKind::Up || (!typing && isCharacter(key, 'k'))) {
@@ -181,6 +181,9 @@ void ScanScreen::watch(const HeardTag& tag) {
   const auto address = tag.row.address;
   const auto* password = passwordFor(tag, "watch");
   if (password == nullptr) return;
+  // What the bell will do there is not seen here.
+  ringing_.erase(address);
+  say({});
   watch_ = std::make_unique<TagWatch>(session_, address, *password, tag.row.name, [this] {
     // The key is still on its way through that screen.
     session_.after(0ms, [this, alive = std::weak_ptr(alive_)] {
@@ -268,10 +271,9 @@ void ScanScreen::arrange() {
 
 void ScanScreen::draw() {
   if (watch_) return;
-  const auto look = screen_.look(session_.console().color());
-  const auto room = layoutOf(panel_, look).room();
-  first_ = scrolled(first_, tags_.selected(), tags_.shown().size(), room);
-  screen_.show(drawScan(view(), look));
+  const auto now = look();
+  first_ = scrolled(first_, tags_.selected(), tags_.shown().size(), layoutOf(panel_, now).room());
+  screen_.show(drawScan(view(), now));
 }
 
 ScanView ScanScreen::view() {

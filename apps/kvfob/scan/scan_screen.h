@@ -32,6 +32,10 @@ class ScanScreen {
   ScanScreen(const ScanScreen&) = delete;
   ScanScreen& operator=(const ScanScreen&) = delete;
 
+  /// What it looks like now, for the table that stays when it has gone.
+  Look look() const { return screen_.look(session_.console().color()); }
+  SortBy order() const { return order_; }
+
  private:
   void typed(const Key& key);
   void typedInPrompt(const Key& key);

@@ -120,13 +120,15 @@ Value valueOf(const TagRow& row, Column column, std::chrono::system_clock::time_
 }
 
 void drawRow(Canvas& canvas, std::size_t y, const std::vector<Layout>& columns, const TagRow& row,
-             std::chrono::system_clock::time_point now) {
+             std::chrono::system_clock::time_point now, bool selected) {
   std::size_t x = kBegin;
+  std::size_t barAt = 0;
+  std::size_t barWidth = 0;
   for (const auto& [column, title, width, right] : columns) {
     const auto value = valueOf(row, column, now);
     if (column == Column::Bar) {
-      const auto share = row.rssi ? strengthShare(static_cast<double>(*row.rssi)) : 0;
-      canvas.bar(x, y, width, share, strengthStyle(static_cast<double>(row.rssi.value_or(0))));
+      barAt = x;
+      barWidth = width;
     } else if (right) {
       canvas.putRight(x + width, y, value.text, value.style);
     } else {
@@ -134,7 +136,13 @@ void drawRow(Canvas& canvas, std::size_t y, const std::vector<Layout>& columns, 
     }
     x += width + kGap;
   }
-  if (isQuiet(row, now)) canvas.restyle(y, Style::Dim);
+  const bool quiet = isQuiet(row, now);
+  if (selected) canvas.put(0, y, "›");
+  if (selected || quiet) canvas.restyle(y, selected ? Style::Title : Style::Dim);
+  // A bar in reverse would be a gap.
+  const auto dbm = static_cast<double>(row.rssi.value_or(0));
+  canvas.bar(barAt, y, barWidth, row.rssi ? strengthShare(dbm) : 0,
+             quiet ? Style::Dim : strengthStyle(dbm));
 }
 
 bool isSortedBy(const std::optional<SortBy>& order, Column column) {
@@ -187,10 +195,8 @@ void drawRows(Canvas& canvas, std::size_t top, std::size_t end, const ScanRows& 
   drawHeading(canvas, top, columns, rows.order);
   for (std::size_t i = 0; i < room && rows.first + i < rows.tags.size(); ++i) {
     const auto y = top + 1 + i;
-    drawRow(canvas, y, columns, rows.tags[rows.first + i]->row, rows.now);
-    if (rows.first + i != rows.selected) continue;
-    canvas.put(0, y, "›");
-    canvas.restyle(y, Style::Title);
+    drawRow(canvas, y, columns, rows.tags[rows.first + i]->row, rows.now,
+            rows.first + i == rows.selected);
   }
 }
 

@@ -26,20 +26,20 @@ bool differsInSignal(const TagRow& a, const TagRow& b) {
 
 }  // namespace
 
-bool TagStream::news(const TagRow& row, std::chrono::system_clock::time_point now) {
+bool TagStream::news(const TagRow& row, std::chrono::milliseconds at) {
   const auto [found, first] = told_.try_emplace(row.address);
   auto& told = found->second;
   if (!first && row.lastAdvertised && told.lastAdvertised) {
     told.back = told.back || *row.lastAdvertised - *told.lastAdvertised >= kSilence;
   }
   told.lastAdvertised = row.lastAdvertised;
-  const bool late = now - told.at >= kEvery;
+  const bool late = at - told.at >= kEvery;
   if (!first && !differsForGood(row, told.row) &&
       !(late && (told.back || differsInSignal(row, told.row)))) {
     return false;
   }
   told.row = row;
-  told.at = now;
+  told.at = at;
   told.back = false;
   return true;
 }

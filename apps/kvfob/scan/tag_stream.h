@@ -19,14 +19,16 @@ namespace kvfob {
 class TagStream {
  public:
   /// Whether the tag is news, which is then told.
-  bool news(const TagRow& row, std::chrono::system_clock::time_point now);
+  ///
+  /// @param at  On a clock that nobody sets.
+  bool news(const TagRow& row, std::chrono::milliseconds at);
 
   bool empty() const { return told_.empty(); }
 
  private:
   struct Told {
     TagRow row;
-    std::chrono::system_clock::time_point at;
+    std::chrono::milliseconds at{0};
     std::optional<std::chrono::system_clock::time_point> lastAdvertised;  // told or not
     bool back = false;  // heard again after a silence
   };

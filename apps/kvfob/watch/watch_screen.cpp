@@ -165,7 +165,6 @@ void WatchScreen::refresh() {
   refreshLink();
   for (const auto& text : sent_.overdue(view_.elapsed)) add(text, Style::Warn);
   if (!tracker_->advUpdate()) return;
-  view_.found = true;
   if (tracker_->rssi() != 0) view_.rssi = tracker_->rssi();
   view_.level = tracker_->distance();
   view_.battery = tracker_->battery();

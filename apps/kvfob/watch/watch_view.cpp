@@ -40,7 +40,7 @@ State stateOf(const WatchView& view) {
     case KVConnectionVerifyFailed:
       return {"○ password refused", Style::Bad};
     default:
-      return view.found ? State{"○ connection lost", Style::Bad}
+      return view.heard ? State{"○ connection lost", Style::Bad}
                         : State{"○ searching", Style::Warn};
   }
 }
@@ -73,7 +73,8 @@ void drawSignal(Canvas& canvas, const WatchView& view, std::size_t y) {
   const auto strength = static_cast<double>(view.rssi.value_or(0));
   const auto style = view.rssi ? strengthStyle(strength) : Style::Dim;
   const std::size_t bar = canvas.width() >= 100 ? 30 : 12;
-  auto x = drawFact(canvas, 1, y, "Signal ", view.rssi ? dbm(*view.rssi) : "-", Style::Bold);
+  auto x = drawFact(canvas, 1, y, "Signal ", view.rssi ? dbm(*view.rssi) : "not known",
+                    view.rssi ? Style::Bold : Style::Plain);
   x = std::max<std::size_t>(x - 1, 18);
   canvas.bar(x, y, bar, view.rssi ? strengthShare(strength) : 0, style);
   x += bar + 1;

@@ -29,7 +29,6 @@ struct WatchView {
   std::string name;
   std::string address;
   std::chrono::milliseconds elapsed{0};
-  bool found = false;
   std::uint64_t connection = KVConnectionDisconnect;
   bool linkUp = false;                             ///< Ready or not.
   std::chrono::milliseconds linkSince{0};          ///< Since when it is not connected.
