@@ -168,8 +168,9 @@ std::string waitText(const WatchView& view) {
   if (view.linkUp) return "the link is up, but no handshake; no connection for " + ago(waited);
   if (!view.heard) return "not heard for " + ago(waited) + ": is it near, and on?";
   const auto silent = ago(view.elapsed - *view.heard);
-  if (*view.heard > view.linkSince)
+  if (*view.heard > view.linkSince) {
     return "heard " + silent + " ago, but no link for " + ago(waited);
+  }
   return "not heard for " + silent + ": is it near, and on?";
 }
 
