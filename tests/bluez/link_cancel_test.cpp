@@ -88,8 +88,8 @@ TEST_F(LinkTest, RequestAfterACancelOrAPowerCycleStartsAfresh) {
   central->connectPeripheral(tag);
   for (const auto& interrupt : interruptions) {
     const int scans = bluez->calls("StartDiscovery");
-    const int connects = bluez->calls("Connect");
     EXPECT_TRUE(waitForCall("StartDiscovery", scans + 1));  // it is waited for
+    const int connects = bluez->calls("Connect");
     interrupt();
     EXPECT_TRUE(waitForCall("Connect", connects + 1));  // though it has not been heard
   }
