@@ -7,6 +7,7 @@
 
 #include "apps/kvfob/cli/options.h"
 #include "apps/kvfob/commands/run.h"
+#include "apps/kvfob/shell/shell.h"
 #include "apps/kvfob/terminal/console.h"
 #include "apps/kvfob/terminal/signals.h"
 
@@ -21,8 +22,11 @@ int main(int argc, char** argv) {
   // Before any thread is made, so that all of them leave these to the loop.
   const SignalFd signals({SIGINT, SIGTERM, SIGHUP});
   if (!printed.empty()) console.block(printed);
-  auto outcome =
-      options != nullptr ? runCommand(*options, signals, console) : std::get<Outcome>(parsed);
+  const auto run = [&](const Options& chosen) {
+    return chosen.command == Command::Shell ? runShell(chosen, signals, console)
+                                            : runCommand(chosen, signals, console);
+  };
+  auto outcome = options != nullptr ? run(*options) : std::get<Outcome>(parsed);
   if (outcome.code == kDone && !console.good()) outcome = console.outputLost();
   if (!outcome.message.empty()) console.note(outcome.message);
   return outcome.code;

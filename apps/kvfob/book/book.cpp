@@ -54,8 +54,6 @@ Outcome Book::update(const std::function<Outcome(std::vector<BookEntry>& entries
   return file.replace(formatBook(text));
 }
 
-std::string_view radioName(RadioKind radio) { return radio == RadioKind::Sim ? "sim" : "bluez"; }
-
 const BookEntry* findEntry(const std::vector<BookEntry>& entries, RadioKind radio,
                            std::string_view tag) {
   const auto address = parseAddress(tag);

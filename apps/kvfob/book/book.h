@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "apps/kvfob/base/exit_code.h"
+#include "apps/kvfob/base/radio_kind.h"
 #include "apps/kvfob/base/secret.h"
-#include "apps/kvfob/cli/options.h"
 
 namespace kvfob {
 
@@ -68,9 +68,6 @@ class Book {
   std::vector<BookEntry> entries_;
   std::vector<BookRemark> remarks_;
 };
-
-/// "bluez" or "sim".
-std::string_view radioName(RadioKind radio);
 
 /// The one of these that the user means; see Book::find.
 const BookEntry* findEntry(const std::vector<BookEntry>& entries, RadioKind radio,

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "apps/kvfob/base/exit_code.h"
+#include "apps/kvfob/base/radio_kind.h"
 
 namespace kvfob {
 
@@ -39,7 +40,6 @@ enum class Command {
   Completion,
   Manual
 };
-enum class RadioKind { Sim, BlueZ };
 enum class ColorMode { Automatic, Always, Never };
 enum class LogLevel { Off, Radio, All };
 enum class ShellKind { Bash, Zsh, Fish };

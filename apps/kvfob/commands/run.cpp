@@ -21,7 +21,6 @@
 #include "apps/kvfob/radio/radio.h"
 #include "apps/kvfob/radio/session.h"
 #include "apps/kvfob/scan/scan.h"
-#include "apps/kvfob/shell/shell.h"
 
 namespace kvfob {
 namespace {
@@ -163,8 +162,6 @@ Outcome runCommand(const Options& options, const SignalFd& signals, Console& con
       return runOnBook(options, console);
     case Command::Tag:
       return runAir(options, signals, console);
-    case Command::Shell:
-      return runShell(options, signals, console);
     default:
       break;
   }

@@ -12,7 +12,7 @@
 
 namespace kvfob {
 
-/// Carries out a command.
+/// Carries out a command; the shell is none of these.
 Outcome runCommand(const Options& options, const SignalFd& signals, Console& console);
 
 /// Whether the command is a scan, or one on tags.
