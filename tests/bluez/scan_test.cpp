@@ -100,8 +100,9 @@ TEST_F(ScanTest, StopThatFailsCountsAsStopped) {
     central->stopScan();
     central->stopScan();
     EXPECT_TRUE(waitForCall("StopDiscovery", start));
+    queue->runFor(5ms);
+    EXPECT_EQ(bluez->calls("StopDiscovery"), start);
   }
-  EXPECT_EQ(bluez->calls("StopDiscovery"), 2);
 }
 
 TEST_F(ScanTest, BusyAdapterIsTriedAgain) {
