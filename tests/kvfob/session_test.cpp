@@ -108,7 +108,8 @@ TEST(SessionTest, AdapterThatIsSwitchedOffEndsWhatCannotGoOn) {
     Stage stage;
     stage.startWithAdapter();
     if (survives) stage.session.surviveAdapter();
-    stage.queue()->postAfter(100ms, [&] { stage.power(false); });
+    // Also while the first look at what there is may still be under way.
+    stage.queue()->postAfter(survives ? 20ms : 100ms, [&] { stage.power(false); });
     stage.queue()->postAfter(500ms, [&] { stage.power(true); });
     const auto outcome = stage.run(20s, 900ms);
     EXPECT_EQ(stage.begun, 1);

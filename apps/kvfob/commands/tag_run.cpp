@@ -15,10 +15,11 @@ namespace {
 // The library's code for a bind request that the tag did not answer.
 constexpr std::int64_t kBindTimedOut = 400;
 
-// Whether the tag has said nothing yet: the way to it failed, and may not the next time.
-bool isOfTheRadio(std::int64_t code) {
-  return code == KVBluetoothErrorLinkLost || code == KVBluetoothErrorAdapterLost ||
-         code == KVBluetoothErrorLinkGivenUp || code == KVBluetoothErrorConnectFailed;
+// Whether the tag has said nothing: the way to it failed, or it was not ready, and may be next time.
+bool isSilence(std::int64_t code) {
+  return code == kBindTimedOut || code == KVBluetoothErrorLinkLost ||
+         code == KVBluetoothErrorAdapterLost || code == KVBluetoothErrorLinkGivenUp ||
+         code == KVBluetoothErrorConnectFailed;
 }
 
 std::string seconds(std::chrono::milliseconds time) {
@@ -151,14 +152,9 @@ void TagRun::act() {
 void TagRun::answered(bool success, const std::optional<KVError>& error) {
   if (session_.finished()) return;
   if (success) return session_.finish({});
-  if (options_.command == Command::Bind && error && isOfTheRadio(error->code)) return searchAnew();
+  if (options_.command == Command::Bind && error && isSilence(error->code)) return searchAnew();
   const auto why = error.value_or(KVError{.domain = "no reason given", .userInfo = {}});
   const bool binding = options_.command == Command::Bind;
-  if (binding && why.code == kBindTimedOut) {
-    return session_.finish({kTimedOut, "tag " + options_.tag +
-                                           " did not answer the bind request; bring it near and " +
-                                           "try again"});
-  }
   const auto hint =
       binding ? "; a tag that is bound takes only the password it was bound with" : "";
   session_.finish({kRefused, "tag " + options_.tag + " refused: " + why.domain + " (code " +

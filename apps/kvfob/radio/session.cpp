@@ -76,16 +76,17 @@ void Session::adapterChanged() {
     console_.note(off ? "the Bluetooth adapter is off"
                       : "the Bluetooth service or the adapter went away");
   }
-  if (ready_ || !adapterMayFail_) examine();
+  examine();
 }
 
+// Why the adapter is not on, unless the run can go on without it.
 void Session::examine() {
-  if (diagnosis_ || on_) return;
+  if (diagnosis_ || on_ || (!ready_ && adapterMayFail_)) return;
   diagnosis_ = radio_.diagnose([this](const auto& findings) { examined(findings); });
 }
 
 void Session::examined(const std::vector<KVFinding>& findings) {
-  if (finished() || on_) return;
+  if (finished() || on_ || (!ready_ && adapterMayFail_)) return;
   const auto wrong = std::find_if(findings.begin(), findings.end(), [](const KVFinding& finding) {
     return finding.verdict == KVVerdict::Unusable;
   });
