@@ -15,7 +15,8 @@ namespace {
 // The library's code for a bind request that the tag did not answer.
 constexpr std::int64_t kBindTimedOut = 400;
 
-// Whether the tag has said nothing: the way to it failed, or it was not ready, and may be next time.
+// Whether the tag has said nothing: the way to it failed, or it was not ready, and may be the next
+// time.
 bool isSilence(std::int64_t code) {
   return code == kBindTimedOut || code == KVBluetoothErrorLinkLost ||
          code == KVBluetoothErrorAdapterLost || code == KVBluetoothErrorLinkGivenUp ||

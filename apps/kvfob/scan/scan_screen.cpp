@@ -133,8 +133,9 @@ void ScanScreen::command(const Key& key) {
   if (!acts) return;
   // Whatever comes of it is about this tag, wherever it goes.
   tags_.select(tags_.selected());
-  if (errand_)
+  if (errand_) {
     return say(nameOf(errand_->address()) + " comes first; Esc gives it up", Style::Warn);
+  }
   if (isCharacter(key, 'r')) return ring(*tag);
   if (isCharacter(key, 'b')) return askToBind(*tag);
   watch(*tag);

@@ -35,7 +35,7 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 12> kHelp{{
 }};
 
 std::string countText(const ScanView& view) {
-  const auto tags = view.heard == 1 ? "1 tag" : std::to_string(view.heard) + " tags";
+  auto tags = view.heard == 1 ? "1 tag" : std::to_string(view.heard) + " tags";
   if (view.filter.empty()) return tags;
   return std::to_string(view.rows.tags.size()) + " of " + tags;
 }

@@ -60,8 +60,9 @@ class Shell {
 
 Outcome Shell::run() {
   console_.note("radio: " + radio_.description());
-  if (terminal_)
+  if (terminal_) {
     console_.note("\"help\" tells of commands, \"quit\" or Ctrl-D ends; Tab completes");
+  }
   while (!quit_ && console_.good()) {
     std::string line;
     const auto end = editor_.read(std::string(kPrompt), line);
