@@ -109,6 +109,13 @@ TEST_F(ScreensTest, ScanRingsWhatIsBoundFromHere) {
   EXPECT_EQ(child.awaitEnd(), kDone);
 }
 
+TEST_F(ScreensTest, ScanSendsNoPasswordToATagThatMayNotBeBound) {
+  std::ofstream(book()) << "sim\t0a1b2c3d4e60\tbag\t6d696e65\tbegun\n";
+  Child child(kScan);
+  ASSERT_TRUE(child.awaitText("bag"));
+  play(child, {{"r", "bag: to ring it, bind it first, with b"}});
+}
+
 TEST_F(ScreensTest, ScanBindsAndWatches) {
   Child child(kScan);
   ASSERT_TRUE(child.awaitText("0a1b2c3d4e61"));

@@ -87,7 +87,9 @@ ScanMemory memoryOf(const Options& options, const Book& book) {
           .password =
               [find](const std::string& address) {
                 const auto* entry = find(address);
-                return entry == nullptr ? Secret() : Secret(entry->password.text());
+                // One that is not bound would take it.
+                const bool bound = entry != nullptr && entry->binding == Binding::Bound;
+                return bound ? Secret(entry->password.text()) : Secret();
               },
           .begin =
               [&options](const std::string& address, const Secret& password, bool save) {
