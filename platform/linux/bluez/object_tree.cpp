@@ -147,11 +147,11 @@ void ObjectTree::remove(const std::string& path, std::string_view interface) {
   if (interface == bluez::kDevice) {
     if (auto node = devices_.extract(path)) {
       node.mapped().connected = false;
+      node.mapped().servicesResolved = false;
       observer_.deviceRemoved(node.mapped());
     }
   } else if (interface == bluez::kAdapter) {
-    adapters_.erase(path);
-    observer_.adaptersChanged();
+    if (adapters_.erase(path) > 0) observer_.adaptersChanged();
   } else if ((interface == bluez::kGattService && services_.erase(path) > 0) ||
              (interface == bluez::kGattCharacteristic && characteristics_.erase(path) > 0)) {
     observer_.attributeRemoved(path);
