@@ -42,11 +42,11 @@ def bound_tag(number=1):
     return tag("--password-file", PASSWORD, number=number)
 
 
-def remember(number=1):
-    """Puts a bound tag into the program's list, its password not saved."""
+def remember(*numbers):
+    """Puts bound tags into the program's list, their passwords not saved."""
     os.makedirs(os.path.dirname(BOOK), exist_ok=True)
     with open(BOOK, "a", encoding="utf-8", opener=lambda path, flags: os.open(path, flags, 0o600)) as file:
-        file.write(f"bluez\t{TAGS[number]}\t\t\n")
+        file.writelines(f"bluez\t{TAGS[number]}\t\t\n" for number in numbers)
 
 
 def forget_tags():

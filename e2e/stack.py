@@ -49,13 +49,9 @@ def power(adapter, on):
         "string:Powered", "variant:boolean:" + ("true" if on else "false"))
 
 
-def objects():
-    """Of the daemon: adapters, devices and what belongs to them, as text."""
-    return bus("/", "org.freedesktop.DBus.ObjectManager.GetManagedObjects")
-
-
 def devices():
-    return set(re.findall(r'object path "(/org/bluez/hci\d/dev_[0-9A-F_]+)"', objects()))
+    objects = bus("/", "org.freedesktop.DBus.ObjectManager.GetManagedObjects")
+    return set(re.findall(r'object path "(/org/bluez/hci\d/dev_[0-9A-F_]+)"', objects))
 
 
 def holds(path, interface, name):

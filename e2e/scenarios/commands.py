@@ -51,7 +51,7 @@ def nothing_binds_but_bind():
 @scenario(30)
 def no_such_tag():
     """A tag that nobody hears is not found, in the time that was asked for."""
-    remember()
+    remember(1)
     begun = time.monotonic()
     do("--timeout", "5", "ring", TAG, "--password-file", PASSWORD, status=4)
     took = time.monotonic() - begun

@@ -7,7 +7,7 @@ import random
 import threading
 import time
 
-from kit import LONG, LOST, PASSWORD, TAGS, bound_tag, expect_heard, keep, on_tag, scenario, tag
+from kit import LONG, LOST, PASSWORD, TAGS, bound_tag, expect_heard, keep, on_tag, remember, scenario, tag
 from program import Reader
 from stack import air, expect_links, slowdown, until
 
@@ -20,6 +20,7 @@ def several_tags():
     """All are heard, each as itself, and each obeys what it is told."""
     tags = {number: tag("--password-file", PASSWORD, "--battery", str(50 + number), number=number)
             for number in (1, 2, 3)}
+    remember(*tags)
     expect_heard({TAGS[number]: 50 + number for number in tags})
     for number, virtual in tags.items():
         on_tag("ring", number=number)

@@ -4,9 +4,9 @@
 """The adapter and the daemon go away and come back."""
 import signal
 
-from kit import BACK, LOST, PASSWORD, TAG, bound_tag, do, on_tag, require, scenario, start, tag, watch
-from stack import (adapter_address, air, daemon_setting, expect_discovery, expect_links, objects, power, restart_bus,
-                   restart_daemon, unplug, until)
+from kit import BACK, LOST, TAG, bound_tag, do, on_tag, require, scenario, start, watch
+from stack import (adapter_address, air, expect_discovery, expect_links, power, restart_bus, restart_daemon,
+                   unplug)
 
 
 @scenario(90)
@@ -46,20 +46,6 @@ def power_off_while_connected():
         expect_links(0)
         power("hci0", True)
         watching.expect(BACK, 40)
-
-
-@scenario(120)
-def restarting_service_is_waited_for():
-    """A command given while the service comes back, and before its adapter is on, is carried out all the same."""
-    virtual = tag()
-    with daemon_setting("[Policy]\nAutoEnable = false"):
-        binding = start("--timeout", "60", "bind", TAG, "--password-file", PASSWORD)
-        until(lambda: "hci1" in objects(), 30, "no adapter")
-        binding.refuse("is off", 1)
-        for adapter in ("hci0", "hci1"):
-            power(adapter, True)
-        binding.finish(0, 60)
-    virtual.expect("^bound", 5)
 
 
 def outlive_daemon(how):
