@@ -8,6 +8,7 @@
 #include <map>
 
 #include "KVFobLink/KVVersion.h"
+#include "apps/kvfob/base/tag_facts.h"
 #include "apps/kvfob/base/text.h"
 #include "apps/kvfob/book/book.h"
 #include "apps/kvfob/cli/help.h"
@@ -16,9 +17,6 @@
 
 namespace kvfob {
 namespace {
-
-// The longest delay that a tag takes.
-constexpr std::uint64_t kDelayMost = 7000;
 
 constexpr std::uint64_t kCrowdMost = 5000;
 

@@ -7,13 +7,11 @@
 #include <utility>
 
 #include "KVFobLink/KVBluetoothError.h"
+#include "apps/kvfob/base/tag_facts.h"
 #include "apps/kvfob/base/text.h"
 
 namespace kvfob {
 namespace {
-
-// The library's code for a bind request that the tag did not answer.
-constexpr std::int64_t kBindTimedOut = 400;
 
 // Whether the tag has said nothing: the way to it failed, or it was not ready, and may be the next
 // time.

@@ -6,13 +6,12 @@
 #include <chrono>
 #include <utility>
 
+#include "apps/kvfob/base/tag_facts.h"
+
 namespace kvfob {
 namespace {
 
 using namespace std::chrono_literals;
-
-// The library's code for a bind request that the tag did not answer.
-constexpr std::int64_t kBindTimedOut = 400;
 
 }  // namespace
 

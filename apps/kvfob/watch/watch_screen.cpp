@@ -7,6 +7,7 @@
 #include <charconv>
 #include <utility>
 
+#include "apps/kvfob/base/tag_facts.h"
 #include "apps/kvfob/base/text.h"
 
 namespace kvfob {
@@ -19,7 +20,6 @@ constexpr std::chrono::milliseconds kRedraw = 500ms;
 constexpr std::size_t kSamplesMost = 1000;
 constexpr std::size_t kEventsMost = 500;
 constexpr std::size_t kDelayDigits = 4;
-constexpr std::int64_t kDelayMost = 7000;
 
 }  // namespace
 
